@@ -1,0 +1,30 @@
+# The two commands that do everything on a fresh Debian 12 machine:
+#   make demo   install what is needed, build, and show the framework reading generated sounds
+#   make test   install what is needed, build, and run every test
+PRESET ?= default
+BUILD := build/$(PRESET)
+JOBS ?= $(shell nproc)
+
+.PHONY: setup build demo test bench fuzz clean
+
+setup:
+	@scripts/setup.sh
+
+build: setup
+	cmake --preset $(PRESET) > /dev/null
+	cmake --build --preset $(PRESET) -j $(JOBS)
+
+demo: build
+	scripts/demo.sh $(BUILD)
+
+test: build
+	ctest --preset $(PRESET) -j $(JOBS)
+
+bench: setup
+	bench/run.sh
+
+fuzz: setup
+	scripts/fuzz.sh
+
+clean:
+	rm -rf build

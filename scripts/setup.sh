@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs every Debian package Clipwright needs to build, test and benchmark.
+# Safe to run again: apt-get skips what is already there.
+set -euo pipefail
+
+packages=(
+  # toolchain
+  build-essential cmake ninja-build ccache pkg-config clang libfuzzer-14-dev libclang-rt-14-dev
+  # libraries
+  qt6-base-dev libsndfile1-dev
+  # tests and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev
+  sox libsox-fmt-all ffmpeg flac sndfile-programs
+  # real third-party audio for the reader tests
+  sonic-pi-samples csoundqt-examples python3-scipy
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

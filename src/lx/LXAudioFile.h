@@ -1,0 +1,126 @@
+#pragma once
+
+#include "LXAnnotations.h"
+#include "LXAudioBackend.h"
+#include "LXAudioFilename.h"
+#include "LXProgressDelegate.h"
+#include "LXRange.h"
+#include "LXResult.h"
+
+#include <QList>
+#include <QString>
+#include <QVariantMap>
+#include <memory>
+#include <optional>
+#include <vector>
+
+class LXAudioFileWriter;
+
+using LXChannelSet = QList<int>;
+
+// An audio file opened for reading: one file, or a split set of mono files (name.L, name.R, ...) seen
+// as one file of several channels. Every whole-file operation streams in blocks, reports progress to
+// the delegate once a block and ends with the delegate's code when it answers anything but LXContinue.
+// Not thread-safe: one thread uses one object.
+class LXAudioFile {
+public:
+    static LXResult<std::unique_ptr<LXAudioFile>> open(const QString& path);
+    ~LXAudioFile();
+
+    // A readable file whose header needed patching up (sizes that disagree with the file's length,
+    // a streamed header): its code is LXErrRepairable.
+    const std::optional<LXError>& warning() const { return m_warning; }
+
+    QString path() const { return m_paths.first(); }
+    const QStringList& paths() const { return m_paths; } // one per channel for a split set
+    QString pathForChannel(int channel) const;
+    bool isInterleaved() const { return m_paths.size() == 1; }
+    QString displayName() const;
+    LXAudioFilename filename() const;
+
+    uint32_t format() const { return m_desc.format; }
+    QString formatExtension() const;
+    const LXSampleEncoding& encoding() const { return m_desc.encoding; }
+    int depth() const { return m_desc.encoding.bits; }
+    bool isFloat() const { return m_desc.encoding.isFloat(); }
+    double rate() const { return m_desc.rate; }
+    int numberOfChannels() const { return m_desc.channels; }
+    int64_t frames() const { return m_desc.frames; }
+    double length() const { return m_desc.rate > 0 ? double(m_desc.frames) / m_desc.rate : 0.0; }
+    LXRange range() const { return LXRange::fromFrames(0, m_desc.frames, m_desc.rate); }
+    LXChannelSet channelSet() const;
+    const LXStreamDescription& description() const { return m_desc; }
+
+    // Reading. Frames past the end read as silence; the result counts the frames inside the file.
+    LXResult<int64_t> readFrames(int64_t start, int64_t count, float* interleaved);
+    LXResult<int64_t> readFrames(int64_t start, int64_t count, double* interleaved);
+    // One sample, through a block cache: cheap in a loop over frames. Silence past the end, for a
+    // channel the file lacks, and after a read error.
+    float readSample(int64_t frame, int channel);
+
+    void setProgressDelegate(LXProgressDelegate* delegate) { m_delegate = delegate; }
+    LXProgressDelegate* progressDelegate() const { return m_delegate; }
+
+    const LXAnnotations& annotations() const { return m_annotations; }
+    const LXMetadata& metadata() const { return m_annotations.metadata; }
+    const LXLabelList& markerList() const { return m_annotations.labels.markers; }
+    const LXLabelList& sliceList() const { return m_annotations.labels.slices; }
+    const LXLabelList& regionList() const { return m_annotations.labels.regions; }
+    const LXLabelList& loopList() const { return m_annotations.labels.loops; }
+
+    // The information keys of a file entry: format, rate, channels, samples, length, range (bits),
+    // fileSize, metadata, and cached analysis (max, rms, clipped, difference) when present.
+    QVariantMap fileEntry() const;
+
+    // Sample operations (LXAudioFileOperations.cpp). Each returns LXContinue on success, the
+    // delegate's code when it ended the work, or an LXErrorCode.
+    int32_t changeAmplitude(const QVariantMap& parameters, LXAudioFileWriter& writer); // "gain": linear factor
+    int32_t balance(LXAudioFileWriter& writer, bool rms);
+    int32_t copyRange(const LXRange& range, LXAudioFileWriter& writer);
+    int32_t copyToWriter(LXAudioFileWriter& writer);
+    int32_t copyChannels(const LXChannelSet& channels, LXAudioFileWriter& writer);
+    // Measurements over frames [from, to) of the given channels; an error when the delegate stops them.
+    LXResult<float> maximumFrom(int64_t from, int64_t to, const LXChannelSet& channels);
+    LXResult<float> rmsFrom(int64_t from, int64_t to, const LXChannelSet& channels);
+
+    // Analysis: peak, RMS, clipped samples, DC offset and a waveform overview, kept in LXWaveformCache.
+    bool analyze(int type);
+    // Whether the cache holds a current overview of this file.
+    bool hasWaveformsOfType(int type) const;
+
+    // File operations on every file of the set. The object then names the new files.
+    LXResult<QString> duplicateToPath(const QString& proposedPath); // copy under the first free name
+    LXStatus moveToPath(const QString& path);
+    LXStatus copyToPath(const QString& path);
+    LXStatus moveToTrash();
+    LXStatus deleteFiles();
+
+    // Rewrites the header of a WAV or AIFF file whose sizes are wrong (as after a crash while
+    // recording) so that they match the data on disk.
+    static LXStatus repairAtPath(const QString& path);
+
+    // Members of a split set in channel order, found beside a member's path ("take.L" gives
+    // "take.L", "take.R"); empty when the path is not a member of such a set.
+    static QStringList splitSetMembers(const QString& path);
+
+private:
+    LXAudioFile() = default;
+    template <typename T>
+    LXResult<int64_t> readInto(int64_t start, int64_t count, T* interleaved);
+    int32_t report(int64_t done, int64_t total);
+    void adoptPaths(const QStringList& paths);
+
+    QStringList m_paths;
+    std::vector<std::unique_ptr<LXAudioReader>> m_readers; // one, or one per channel
+    LXStreamDescription m_desc;
+    LXAnnotations m_annotations;
+    std::optional<LXError> m_warning;
+    LXProgressDelegate* m_delegate = nullptr;
+
+    // readSample's cache: one block of interleaved frames.
+    std::vector<float> m_cache;
+    int64_t m_cacheStart = -1;
+    int64_t m_cacheFrames = 0;
+
+    friend class LXAudioFileWriter;
+};

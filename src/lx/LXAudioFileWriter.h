@@ -1,0 +1,114 @@
+#pragma once
+
+#include "LXAnnotations.h"
+#include "LXAudioBackend.h"
+#include "LXResult.h"
+
+#include <QString>
+#include <QStringList>
+#include <memory>
+#include <vector>
+
+class LXAudioFile;
+
+// Writes one audio file (or a split set of mono files) into temporary files in the destination
+// folder; saving gives each temporary file its final path with an atomic rename, so a reader never
+// sees half a file under a real name. Until then nothing outside the temporary files is touched, and
+// a writer destroyed unsaved deletes them.
+//
+// Set the format first, then write frames (writeFrames, or beginWrite / writeSample / endWrite);
+// labels and metadata may change until endWrite. Not thread-safe.
+class LXAudioFileWriter {
+public:
+    // An empty writer: 16-bit stereo WAV at 44100 Hz into the given folder (the current folder when empty).
+    explicit LXAudioFileWriter(const QString& directory = {});
+    // The source's format, depth, rate, channels, layout, metadata, labels and unknown chunks, into
+    // the source's folder.
+    explicit LXAudioFileWriter(const LXAudioFile& source);
+    ~LXAudioFileWriter();
+    LXAudioFileWriter(const LXAudioFileWriter&) = delete;
+    LXAudioFileWriter& operator=(const LXAudioFileWriter&) = delete;
+
+    // Global default for setWriteUnusedChunks, from the user's "Retain Unrecognized Data".
+    static void setRetainUnrecognizedDataDefault(bool retain);
+    static bool retainUnrecognizedDataDefault();
+
+    void setFormat(uint32_t format);
+    void setRate(double rate);
+    void setDepth(int bits);        // integer PCM of that many bits
+    void setFloat(int bits = 32);   // IEEE float of 32 or 64 bits
+    void setEncoding(const LXSampleEncoding& encoding);
+    void setChannels(int channels);
+    void setInterleaved(bool interleaved); // false: one mono file per channel
+    void setDirectory(const QString& directory);
+    void setWriteUnusedChunks(bool write) { m_writeUnusedChunks = write; }
+    void setWriteAnalysis(bool write) { m_writeAnalysis = write; }
+
+    uint32_t format() const { return m_desc.format; }
+    QString formatExtension() const;
+    int depth() const { return m_desc.encoding.bits; }
+    bool isFloat() const { return m_desc.encoding.isFloat(); }
+    double rate() const { return m_desc.rate; }
+    int channels() const { return m_desc.channels; }
+    bool isInterleaved() const { return m_interleaved; }
+    int numberOfFiles() const { return m_interleaved ? 1 : m_desc.channels; }
+    const QString& directory() const { return m_directory; }
+    const LXStreamDescription& description() const { return m_desc; }
+    int64_t framesWritten() const { return m_framesWritten; }
+    // The writer's file holds 32-bit integers, which need double precision to pass through unchanged.
+    bool needsDoublePrecision() const;
+
+    LXAnnotations& annotations() { return m_annotations; }
+    LXMetadata& metadata() { return m_annotations.metadata; }
+    LXLabelList& markerList() { return m_annotations.labels.markers; }
+    LXLabelList& sliceList() { return m_annotations.labels.slices; }
+    LXLabelList& regionList() { return m_annotations.labels.regions; }
+    LXLabelList& loopList() { return m_annotations.labels.loops; }
+    void addMetadata(const LXMetadata& metadata, bool overwrite) { m_annotations.metadata.addMetadata(metadata, overwrite); }
+
+    // Writing. beginWrite is implicit in the first writeFrames.
+    LXStatus beginWrite();
+    LXStatus writeFrames(const float* interleaved, int64_t frames);
+    LXStatus writeFrames(const double* interleaved, int64_t frames);
+    // Sample by sample: a frame is complete once each of its channels was written.
+    void writeSample(float sample, int channel);
+    LXStatus endWrite(); // completes and syncs the temporary files
+
+    // Saving: gives file i its final path (an atomic rename over whatever is there) and syncs the
+    // folder. Call after endWrite, once per file.
+    QString temporaryPath(int file) const;
+    QString savedPath(int file) const; // empty until saved
+    LXStatus saveFile(int file, const QString& path);
+
+    // Discards the output: deletes the temporary files (and any saved ones).
+    void deleteOutput();
+
+private:
+    LXStatus flushSamples();
+    LXStatus openSinks();
+    template <typename T>
+    LXStatus writeInterleaved(const T* interleaved, int64_t frames);
+
+    LXStreamDescription m_desc;
+    bool m_interleaved = true;
+    QString m_directory;
+    QString m_baseName = QStringLiteral("Untitled");
+    LXAnnotations m_annotations;
+    bool m_writeUnusedChunks = true;
+    bool m_writeAnalysis = true;
+
+    enum class State { Setup, Writing, Finished, Failed };
+    State m_state = State::Setup;
+    std::vector<std::unique_ptr<LXAudioSink>> m_sinks;
+    QStringList m_tempPaths;
+    QStringList m_savedPaths;
+    int64_t m_framesWritten = 0;
+
+    // writeSample's buffer: whole frames, flushed in blocks.
+    std::vector<float> m_sampleBuffer;
+    int64_t m_bufferedFrames = 0;
+    int m_nextChannel = 0;
+    std::vector<float> m_deinterleave;
+    std::vector<double> m_deinterleaveDouble;
+    std::optional<LXError> m_sampleError;
+};

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "LXResult.h"
+
+#include <QDateTime>
+#include <QString>
+#include <QStringList>
+#include <cstdint>
+
+// File-system services the rest of the framework and the application use. Paths are absolute.
+// Every failure is an LXFileError that names the path and the system's reason.
+namespace LXFile {
+
+bool existsAtPath(const QString& path);
+bool existsAtPath(const QString& path, bool* isDirectory);
+bool isWritableDirectory(const QString& path);
+QStringList contentsOfDirectoryAtPath(const QString& path); // names, sorted, without "." and ".."
+
+// The four-character type code of the file, from its content ("WAVE", "AIFF", "AIFC", "caff",
+// "NeXT", "W64 ", "flac", "OggS", "MPG3"), 0 when not recognised or unreadable.
+uint32_t typeCodeAtPath(const QString& path);
+// The creator code kept in the user extended attribute "user.clipwright.creator", 0 when none.
+uint32_t creatorCodeAtPath(const QString& path);
+LXStatus setCreatorCodeAtPath(const QString& path, uint32_t creator);
+
+// Modification date, without following a final symbolic link; invalid when the path is missing.
+QDateTime modificationDateOfFileAtPath(const QString& path);
+int64_t sizeOfFileAtPath(const QString& path); // -1 when missing
+
+// Moves a file or directory; an existing file at the target is replaced (atomically on the same file
+// system, by copy and delete across file systems).
+LXStatus movePath(const QString& from, const QString& to);
+// Copies a file or a directory tree; fails when the target exists.
+LXStatus copyPath(const QString& from, const QString& to);
+// Deletes a file, or a directory and everything in it. A missing path is not an error.
+LXStatus deleteFileAtPath(const QString& path);
+LXStatus createDirectoryAtPath(const QString& path); // with missing parents
+LXStatus emptyDirectoryAtPath(const QString& path);  // deletes the contents, keeps the directory
+// Moves to the freedesktop trash of the user ($XDG_DATA_HOME/Trash).
+LXStatus moveToTrash(const QString& path);
+
+// Absolute, clean path: "~/x/../y.wav" -> "/home/u/y.wav". Symbolic links are kept.
+QString conformPath(const QString& path);
+
+// Flushes a file's data, or a directory's entries, to the disk.
+LXStatus syncPath(const QString& path);
+
+} // namespace LXFile

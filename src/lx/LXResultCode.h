@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+
+// Result codes shared by the framework's per-file operations and the application's action hooks.
+// A progress delegate answers one of these from update(); any answer other than Continue ends the
+// running operation, which then returns that answer.
+enum LXResultCode : int32_t {
+    LXContinue = -1002,
+    LXCancelled = -1001,
+    LXStopped = -1000,
+    LXUserStopped = -999,
+    LXInvalidParameter = -2,
+    LXUnchanged = -3,
+    LXMissingDestination = -4,
+    LXMissingInstructions = -5,
+    LXReadOnlyDestination = -6,
+};
+
+// Error codes of LXError, grouped the way file entries show them: Unsupported shows as an unsupported
+// file; Damaged, Truncated, BadHeader, BadChunk, ReadFailed and WriteFailed as a bad file; a file
+// opened with the Repairable warning is still readable.
+enum LXErrorCode : int32_t {
+    LXErrDamaged = -1,
+    LXErrInvalidParameter = -2,
+    LXErrTruncated = -3,
+    LXErrBadHeader = -4,
+    LXErrBadChunk = -5,
+    LXErrUnsupported = -6,
+    LXErrReadFailed = -7,
+    LXErrWriteFailed = -8,
+    LXErrBusy = -9,
+    LXErrRepairable = -10,
+};
+
+// Four-character codes as integers, big-endian like the Mac's OSType: fourCC("WAVE").
+constexpr uint32_t LXFourCC(const char (&code)[5]) {
+    return (uint32_t(uint8_t(code[0])) << 24) | (uint32_t(uint8_t(code[1])) << 16) |
+           (uint32_t(uint8_t(code[2])) << 8) | uint32_t(uint8_t(code[3]));
+}

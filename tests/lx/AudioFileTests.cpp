@@ -1,0 +1,345 @@
+// LXAudioFile and LXAudioFileWriter on real files, with sox as the independent reader.
+
+#include "LXAudioFile.h"
+#include "LXAudioFileWriter.h"
+#include "LXWaveformCache.h"
+#include "TestAudio.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace TestAudio;
+
+namespace {
+
+class AudioFileTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(dir.isValid());
+        LXWaveformCache::shared().setDirectory(dir.filePath(QStringLiteral("cache")));
+    }
+    QString path(const QString& name) const { return dir.filePath(name); }
+
+    std::unique_ptr<LXAudioFile> open(const QString& p) {
+        auto file = LXAudioFile::open(p);
+        EXPECT_TRUE(file) << (file ? "" : file.error().description().toStdString());
+        return file ? std::move(*file) : nullptr;
+    }
+
+    // Saves the writer's only file at p.
+    void save(LXAudioFileWriter& writer, const QString& p) {
+        auto saved = writer.saveFile(0, p);
+        ASSERT_TRUE(saved) << saved.error().description().toStdString();
+    }
+
+    Decoded sox(const QString& p) {
+        auto decoded = readWithSox(p);
+        EXPECT_TRUE(decoded) << (decoded ? "" : decoded.error().description().toStdString());
+        return decoded ? *decoded : Decoded{};
+    }
+
+    QTemporaryDir dir;
+};
+
+class StopAfterBlocks : public LXProgressDelegate {
+public:
+    explicit StopAfterBlocks(int blocks, int32_t code) : m_left(blocks), m_code(code) {}
+    void reset() override {}
+    int32_t update(float) override { return --m_left > 0 ? LXContinue : m_code; }
+
+private:
+    int m_left;
+    int32_t m_code;
+};
+
+struct EncodingCase {
+    const char* name;
+    uint32_t format;
+    LXSampleEncoding encoding;
+};
+
+const EncodingCase kEncodings[] = {
+    {"wav8", LXFormat::WAVE, LXSampleEncoding::pcm(8, false, true)},
+    {"wav16", LXFormat::WAVE, LXSampleEncoding::pcm(16, false)},
+    {"wav24", LXFormat::WAVE, LXSampleEncoding::pcm(24, false)},
+    {"wav32", LXFormat::WAVE, LXSampleEncoding::pcm(32, false)},
+    {"wavfloat", LXFormat::WAVE, LXSampleEncoding::ieeeFloat(32, false)},
+    {"aif8", LXFormat::AIFF, LXSampleEncoding::pcm(8, true)},
+    {"aif16", LXFormat::AIFF, LXSampleEncoding::pcm(16, true)},
+    {"aif24", LXFormat::AIFF, LXSampleEncoding::pcm(24, true)},
+    {"aif32", LXFormat::AIFF, LXSampleEncoding::pcm(32, true)},
+    {"aiffloat", LXFormat::AIFC, LXSampleEncoding::ieeeFloat(32, true)},
+};
+
+} // namespace
+
+// Copies, copied ranges and unchanged rewrites give back the source's exact sample values, for every
+// depth of both native formats.
+TEST_F(AudioFileTest, CopiesRangesAndRewritesAreBitExact) {
+    for (const EncodingCase& c : kEncodings) {
+        SCOPED_TRACE(c.name);
+        Spec spec;
+        spec.format = c.format;
+        spec.encoding = c.encoding;
+        spec.signal = Signal::Noise; // every bit of every sample in play
+        spec.amplitude = 0.99;
+        spec.frames = 30000;
+        spec.channels = 3;
+        const QString ext = LXFormat::extension(c.format);
+        auto source = write(path(QStringLiteral("%1.%2").arg(c.name, ext)), spec);
+        ASSERT_TRUE(source) << source.error().description().toStdString();
+        const Decoded original = sox(*source);
+        ASSERT_EQ(original.frames(), spec.frames);
+
+        auto file = open(*source);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(file->depth(), c.encoding.bits);
+        EXPECT_EQ(file->isFloat(), c.encoding.isFloat());
+
+        LXAudioFileWriter copy(*file);
+        ASSERT_EQ(file->copyToWriter(copy), LXContinue);
+        save(copy, path(QStringLiteral("%1-copy.%2").arg(c.name, ext)));
+        EXPECT_EQ(sox(copy.savedPath(0)).samples, original.samples);
+
+        LXAudioFileWriter rewrite(*file);
+        ASSERT_EQ(file->changeAmplitude({{"gain", 1.0}}, rewrite), LXContinue);
+        save(rewrite, path(QStringLiteral("%1-rewrite.%2").arg(c.name, ext)));
+        EXPECT_EQ(sox(rewrite.savedPath(0)).samples, original.samples);
+
+        LXAudioFileWriter part(*file);
+        ASSERT_EQ(file->copyRange(LXRange::fromFrames(1234, 20000, spec.rate), part), LXContinue);
+        save(part, path(QStringLiteral("%1-range.%2").arg(c.name, ext)));
+        const Decoded range = sox(part.savedPath(0));
+        const std::vector<double> slice(original.samples.begin() + 1234 * 3, original.samples.begin() + 20000 * 3);
+        EXPECT_EQ(range.samples, slice);
+    }
+}
+
+TEST_F(AudioFileTest, GainMatchesSoxWithinOneLsb) {
+    Spec spec;
+    spec.signal = Signal::Noise;
+    spec.amplitude = 0.9;
+    spec.frames = 100000;
+    auto source = write(path("noise.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    LXAudioFileWriter writer(*file);
+    const double gain = std::pow(10.0, -6.0206 / 20.0);
+    ASSERT_EQ(file->changeAmplitude({{"gain", gain}}, writer), LXContinue);
+    save(writer, path("ours.wav"));
+
+    int exitCode = 0;
+    runTool("sox", {"-D", "-v", "0.5", *source, path("sox.wav")}, &exitCode);
+    ASSERT_EQ(exitCode, 0);
+    const Decoded ours = sox(path("ours.wav"));
+    const Decoded theirs = sox(path("sox.wav"));
+    ASSERT_EQ(ours.samples.size(), theirs.samples.size());
+    double worst = 0;
+    for (size_t i = 0; i < ours.samples.size(); ++i)
+        worst = std::max(worst, std::abs(ours.samples[i] - theirs.samples[i]) * 32768.0);
+    EXPECT_LE(worst, 1.0);
+}
+
+TEST_F(AudioFileTest, FloatToIntegerClipsInsteadOfWrapping) {
+    Spec spec;
+    spec.signal = Signal::Ramp;
+    spec.amplitude = 1.5; // beyond full scale at both ends
+    spec.encoding = LXSampleEncoding::ieeeFloat(32, false);
+    spec.channels = 1;
+    auto source = write(path("loud.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    for (int bits : {8, 16, 24, 32}) {
+        SCOPED_TRACE(bits);
+        LXAudioFileWriter writer(*file);
+        writer.setDepth(bits);
+        ASSERT_EQ(file->copyToWriter(writer), LXContinue);
+        const QString out = path(QStringLiteral("clipped%1.wav").arg(bits));
+        save(writer, out);
+        const Decoded decoded = sox(out);
+        ASSERT_FALSE(decoded.samples.empty());
+        EXPECT_DOUBLE_EQ(decoded.samples.front(), -1.0);
+        EXPECT_NEAR(decoded.samples.back(), 1.0, 1.0 / 128);
+        // Monotonic: a wrapped sample would jump from the top to the bottom.
+        for (size_t i = 1; i < decoded.samples.size(); ++i)
+            ASSERT_GE(decoded.samples[i], decoded.samples[i - 1]) << "at frame " << i;
+    }
+}
+
+TEST_F(AudioFileTest, ReadSampleMatchesBlockReadsAndIsSilentOutside) {
+    Spec spec;
+    spec.frames = 10000;
+    auto source = write(path("pattern.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    std::vector<float> block(size_t(spec.frames * 2));
+    ASSERT_TRUE(file->readFrames(0, spec.frames, block.data()));
+    for (int64_t f = spec.frames - 1; f >= 0; f -= 7) // backwards, across cache blocks
+        for (int c = 0; c < 2; ++c)
+            ASSERT_EQ(file->readSample(f, c), block[size_t(f * 2 + c)]);
+    EXPECT_EQ(file->readSample(spec.frames, 0), 0.0f);
+    EXPECT_EQ(file->readSample(5, 2), 0.0f);
+    EXPECT_EQ(file->readSample(-1, 0), 0.0f);
+
+    std::vector<float> tail(200, 1.0f);
+    auto got = file->readFrames(spec.frames - 50, 100, tail.data());
+    ASSERT_TRUE(got);
+    EXPECT_EQ(*got, 50);
+    EXPECT_EQ(tail[150], 0.0f);
+}
+
+TEST_F(AudioFileTest, SplitSetOpensAsOneFileOfSeveralChannels) {
+    Spec spec;
+    spec.channels = 3;
+    spec.interleaved = false;
+    auto lead = write(path("take"), spec);
+    ASSERT_TRUE(lead) << lead.error().description().toStdString();
+    EXPECT_TRUE(QFile::exists(path("take.L")));
+    EXPECT_TRUE(QFile::exists(path("take.R")));
+    EXPECT_TRUE(QFile::exists(path("take.C")));
+
+    auto file = open(path("take.R")); // any member stands for the set
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->numberOfChannels(), 3);
+    EXPECT_FALSE(file->isInterleaved());
+    EXPECT_EQ(file->pathForChannel(2), path("take.C"));
+    const std::vector<float> want = expected(spec);
+    std::vector<float> got(want.size());
+    ASSERT_TRUE(file->readFrames(0, spec.frames, got.data()));
+    EXPECT_EQ(got, want);
+
+    // Written back as a set, each member keeps its channel.
+    LXAudioFileWriter writer(*file);
+    ASSERT_EQ(file->copyToWriter(writer), LXContinue);
+    ASSERT_EQ(writer.numberOfFiles(), 3);
+    for (int i = 0; i < 3; ++i)
+        ASSERT_TRUE(writer.saveFile(i, file->filename().pathForChannel(i).replace("take", "copy")));
+    EXPECT_EQ(sox(path("copy.C")).samples, sox(path("take.C")).samples);
+}
+
+TEST_F(AudioFileTest, WriterKeepsItsOutputHiddenUntilSaved) {
+    Spec spec;
+    auto source = write(path("a.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    const QStringList before = QDir(dir.path()).entryList(QDir::Files | QDir::Hidden);
+    {
+        LXAudioFileWriter writer(*file);
+        ASSERT_EQ(file->copyToWriter(writer), LXContinue);
+        EXPECT_TRUE(QFile::exists(writer.temporaryPath(0)));
+        EXPECT_EQ(QFileInfo(writer.temporaryPath(0)).path(), dir.path());
+        EXPECT_TRUE(QFileInfo(writer.temporaryPath(0)).fileName().startsWith('.'));
+    }
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), before) << "an unsaved writer leaves nothing";
+
+    LXAudioFileWriter writer(*file);
+    ASSERT_EQ(file->copyToWriter(writer), LXContinue);
+    save(writer, path("b.wav"));
+    writer.deleteOutput();
+    EXPECT_FALSE(QFile::exists(path("b.wav")));
+}
+
+TEST_F(AudioFileTest, DelegateCodeEndsAnOperation) {
+    Spec spec;
+    spec.frames = 200000; // several blocks
+    auto source = write(path("long.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    for (int32_t code : {LXStopped, LXCancelled}) {
+        StopAfterBlocks delegate(2, code);
+        file->setProgressDelegate(&delegate);
+        LXAudioFileWriter writer(*file);
+        EXPECT_EQ(file->changeAmplitude({{"gain", 0.5}}, writer), code);
+        auto peak = file->maximumFrom(0, file->frames(), file->channelSet());
+        ASSERT_FALSE(peak);
+        EXPECT_EQ(peak.error().code(), code);
+    }
+}
+
+TEST_F(AudioFileTest, BalanceBringsChannelsToTheLoudest) {
+    Spec spec;
+    spec.signal = Signal::Sine;
+    spec.channels = 2;
+    spec.amplitude = 0.25;
+    spec.frames = 44100;
+    auto source = write(path("quiet.wav"), spec);
+    ASSERT_TRUE(source);
+    // Make the right channel half as loud with sox, then balance it back.
+    int exitCode = 0;
+    runTool("sox", {"-D", *source, path("lopsided.wav"), "remix", "1", "2v0.5"}, &exitCode);
+    ASSERT_EQ(exitCode, 0);
+    auto file = open(path("lopsided.wav"));
+    for (bool rms : {false, true}) {
+        LXAudioFileWriter writer(*file);
+        ASSERT_EQ(file->balance(writer, rms), LXContinue);
+        const QString out = path(rms ? "rms.wav" : "peak.wav");
+        save(writer, out);
+        auto balanced = open(out);
+        const float left = *balanced->maximumFrom(0, balanced->frames(), {0});
+        const float right = *balanced->maximumFrom(0, balanced->frames(), {1});
+        EXPECT_NEAR(left, 0.25, 1e-4);
+        EXPECT_NEAR(right, left, 2.0 / 32768);
+    }
+}
+
+TEST_F(AudioFileTest, CopyRangeMovesLabelsWithTheAudio) {
+    Spec spec;
+    spec.rate = 1000;
+    spec.frames = 1000;
+    auto source = write(path("labels.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    LXAudioFileWriter writer(*file);
+    writer.markerList().addMarkerWithPosition(0.1, "before");
+    writer.markerList().addMarkerWithPosition(0.5, "inside");
+    writer.regionList().addRegionWithRange(LXRange(0.2, 0.4), "overlap");
+    ASSERT_EQ(file->copyRange(LXRange(0.25, 0.75), writer), LXContinue);
+    ASSERT_EQ(writer.markerList().count(), 1);
+    EXPECT_DOUBLE_EQ(writer.markerList().labelAtIndex(0).start, 0.25);
+    ASSERT_EQ(writer.regionList().count(), 1);
+    EXPECT_DOUBLE_EQ(writer.regionList().labelAtIndex(0).start, 0.0);
+    EXPECT_NEAR(writer.regionList().labelAtIndex(0).length, 0.15, 1e-12);
+}
+
+TEST_F(AudioFileTest, AnalysisIsCachedAndFollowsMoves) {
+    Spec spec;
+    spec.signal = Signal::Sine;
+    spec.amplitude = 0.5;
+    auto source = write(path("tone.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    EXPECT_FALSE(file->hasWaveformsOfType(0));
+    ASSERT_TRUE(file->analyze(1));
+    EXPECT_TRUE(file->hasWaveformsOfType(0));
+    const QVariantMap info = file->fileEntry();
+    EXPECT_NEAR(info.value("max").toDouble(), 0.5, 1e-4);
+    EXPECT_NEAR(info.value("rms").toDouble(), 0.5 / std::sqrt(2.0), 1e-3);
+    EXPECT_EQ(info.value("clipped").toInt(), 0);
+    EXPECT_EQ(info.value("channels").toInt(), 2);
+    EXPECT_EQ(info.value("samples").toLongLong(), spec.frames);
+
+    ASSERT_TRUE(QDir().mkpath(path("moved")));
+    ASSERT_TRUE(file->moveToPath(path("moved/tone.wav")));
+    EXPECT_EQ(file->path(), path("moved/tone.wav"));
+    EXPECT_TRUE(file->hasWaveformsOfType(0));
+    ASSERT_TRUE(file->deleteFiles());
+    EXPECT_FALSE(LXWaveformCache::shared().hasEntryForPath(path("moved/tone.wav")));
+}
+
+TEST_F(AudioFileTest, DuplicatePicksTheFirstFreeName) {
+    Spec spec;
+    auto source = write(path("kick.wav"), spec);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    auto first = file->duplicateToPath(path("kick.wav"));
+    ASSERT_TRUE(first);
+    EXPECT_EQ(*first, path("kick-1.wav"));
+    auto second = file->duplicateToPath(path("kick.wav"));
+    ASSERT_TRUE(second);
+    EXPECT_EQ(*second, path("kick-2.wav"));
+    EXPECT_EQ(sox(*second).samples, sox(*source).samples);
+}
