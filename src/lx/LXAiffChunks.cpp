@@ -39,7 +39,8 @@ constexpr bool kBig = true;
 constexpr qsizetype kInstSize = 20;
 constexpr int kMaxMarkerId = 32767;
 
-const char* const kInstKeys[] = {"baseNote", "detune", "gain", "lowNote", "highNote", "lowVelocity", "highVelocity"};
+const char* const kInstKeys[] = {"baseNote", "detune",      "gain",        "lowNote",
+                                 "highNote", "lowVelocity", "highVelocity"};
 
 struct TextChunk {
     const char* id;
@@ -47,7 +48,9 @@ struct TextChunk {
 };
 constexpr TextChunk kTextChunks[] = {{"NAME", "title"}, {"AUTH", "author"}, {"(c) ", "copyright"}};
 
-QString str(const char* key) { return QString::fromLatin1(key); }
+QString str(const char* key) {
+    return QString::fromLatin1(key);
+}
 
 struct Marker {
     int16_t id = 0;
@@ -72,8 +75,7 @@ public:
 
     LXAnnotations decode(const QList<LXChunk>& chunks) {
         for (const LXChunk& chunk : chunks) {
-            if (!decodeChunk(chunk))
-                m_result.unknownChunks.append(chunk);
+            if (!decodeChunk(chunk)) m_result.unknownChunks.append(chunk);
         }
         LXMetadata& m = m_result.metadata;
         m.setValue(str("annotation"), m_annotations.join(QLatin1Char('\n')));
@@ -86,8 +88,7 @@ private:
     bool decodeChunk(const LXChunk& chunk) {
         const QByteArray& id = chunk.id;
         const QByteArray& data = chunk.data;
-        if (data.isEmpty())
-            return false;
+        if (data.isEmpty()) return false;
         if (id == "ANNO") {
             m_annotations.append(decodeText(data));
             return true;
@@ -95,8 +96,7 @@ private:
         const bool isPrivate = id == "APPL" && data.size() >= 4 && data.startsWith("CLPW");
         const QByteArray kind = isPrivate ? QByteArray("CLPW") : id;
         // One of each is read; a second copy is kept as it stands.
-        if (m_seen.contains(kind))
-            return false;
+        if (m_seen.contains(kind)) return false;
         if (const auto text = std::find_if(std::begin(kTextChunks), std::end(kTextChunks),
                                            [&](const TextChunk& t) { return id == t.id; });
             text != std::end(kTextChunks)) {
@@ -124,14 +124,12 @@ private:
             marker.id = r.s16();
             marker.frame = r.u32();
             const int length = r.u8();
-            if (!r.ok())
-                break;
+            if (!r.ok()) break;
             m_markers.append(marker);
             m_markerNames.append(decodeText(r.bytes(length))); // a name cut short is read as far as it goes
             if (length % 2 == 0)
                 r.skip(1); // the count byte and the text together take an even number of bytes
-            if (!r.ok())
-                break;
+            if (!r.ok()) break;
         }
     }
 
@@ -161,10 +159,8 @@ private:
             r.s16(); // marker
             const int length = r.u16();
             const QByteArrayView text = r.bytes(length);
-            if (length % 2)
-                r.skip(1);
-            if (!text.isEmpty())
-                texts.append(decodeText(text));
+            if (length % 2) r.skip(1);
+            if (!text.isEmpty()) texts.append(decodeText(text));
         }
         m_result.metadata.setValue(str("comments"), texts.join(QLatin1Char('\n')));
     }
@@ -191,8 +187,9 @@ private:
                     const uint32_t length = r.u32();
                     const LXLoopType type = loopType(r.u16());
                     const uint32_t playCount = r.u32();
-                    m_privateLoops->addLoopWithType(type, LXRange(start / m_rate, (uint64_t(start) + length) / m_rate),
-                                                    int(std::min<uint32_t>(playCount, INT32_MAX)));
+                    m_privateLoops->addLoopWithType(
+                        type, LXRange(start / m_rate, (uint64_t(start) + length) / m_rate),
+                        int(std::min<uint32_t>(playCount, INT32_MAX)));
                 }
             } else if (record.id == "META") {
                 decodeMetaRecord(record.data, kBig, m_private);
@@ -204,8 +201,7 @@ private:
         QSet<int16_t> loopMarkers;
         LXLabelList instLoops(LXLabelKind::Loop);
         for (const InstLoop& loop : m_instLoops) {
-            if (loop.mode != 1 && loop.mode != 2)
-                continue;
+            if (loop.mode != 1 && loop.mode != 2) continue;
             loopMarkers.insert(loop.begin);
             loopMarkers.insert(loop.end);
             const Marker* begin = findMarker(loop.begin);
@@ -250,32 +246,27 @@ public:
     QList<LXChunk> encode(bool retainUnknown) {
         QList<LXChunk> out;
         for (const TextChunk& text : kTextChunks) {
-            if (m_m.contains(str(text.key)))
-                out.append({text.id, m_m.string(str(text.key)).toUtf8()});
+            if (m_m.contains(str(text.key))) out.append({text.id, m_m.string(str(text.key)).toUtf8()});
         }
-        if (m_m.contains(str("annotation")))
-            out.append({"ANNO", m_m.string(str("annotation")).toUtf8()});
+        if (m_m.contains(str("annotation"))) out.append({"ANNO", m_m.string(str("annotation")).toUtf8()});
         encodeComments(out);
         encodeMarkersAndInstrument(out);
         encodePrivate(out);
-        if (retainUnknown)
-            out.append(m_a.unknownChunks);
+        if (retainUnknown) out.append(m_a.unknownChunks);
         return out;
     }
 
 private:
     void encodeComments(QList<LXChunk>& out) {
         const QByteArray text = utf8Prefix(m_m.string(str("comments")), 0xFFFF);
-        if (text.isEmpty())
-            return;
+        if (text.isEmpty()) return;
         Writer w(kBig);
         w.u16(1);
         w.u32(0);
         w.u16(0);
         w.u16(uint16_t(text.size()));
         w.bytes(text);
-        if (text.size() % 2)
-            w.u8(0);
+        if (text.size() % 2) w.u8(0);
         out.append({"COMT", w.data()});
     }
 
@@ -283,20 +274,17 @@ private:
         Writer markers(kBig);
         int count = 0;
         auto addMarker = [&](uint32_t frame, const QString& name) -> int16_t {
-            if (count >= kMaxMarkerId)
-                return 0;
+            if (count >= kMaxMarkerId) return 0;
             const QByteArray text = utf8Prefix(name, 255);
             markers.u16(uint16_t(++count));
             markers.u32(frame);
             markers.u8(uint8_t(text.size()));
             markers.bytes(text);
-            if (text.size() % 2 == 0)
-                markers.u8(0);
+            if (text.size() % 2 == 0) markers.u8(0);
             return int16_t(count);
         };
         for (const LXLabel& label : m_a.labels.markers.list()) {
-            if (const auto frame = frame32(label.start, m_rate))
-                addMarker(*frame, label.name);
+            if (const auto frame = frame32(label.start, m_rate)) addMarker(*frame, label.name);
         }
 
         InstLoop instLoops[2];
@@ -304,18 +292,15 @@ private:
         m_loopsNeedRecord = m_a.labels.loops.count() > 2;
         for (const LXLabel& loop : m_a.labels.loops.list()) {
             const auto start = frame32(loop.start, m_rate);
-            if (!start || instCount == 2)
-                continue;
-            if (loop.loopType == LXLoopType::Backward || loop.playCount != 0)
-                m_loopsNeedRecord = true;
+            if (!start || instCount == 2) continue;
+            if (loop.loopType == LXLoopType::Backward || loop.playCount != 0) m_loopsNeedRecord = true;
             const uint32_t end = std::max(frame32(loop.end(), m_rate).value_or(UINT32_MAX), *start);
             const QString number = QString::number(instCount + 1);
             InstLoop& inst = instLoops[instCount++];
             inst.mode = loop.loopType == LXLoopType::Alternating ? 2 : 1;
             inst.begin = addMarker(*start, QStringLiteral("Loop %1 start").arg(number));
             inst.end = addMarker(end, QStringLiteral("Loop %1 end").arg(number));
-            if (inst.begin == 0 || inst.end == 0)
-                inst.mode = 0;
+            if (inst.begin == 0 || inst.end == 0) inst.mode = 0;
         }
 
         if (count > 0) {
@@ -326,8 +311,7 @@ private:
         }
         const bool hasInstKeys = std::any_of(std::begin(kInstKeys), std::end(kInstKeys),
                                              [&](const char* key) { return m_m.contains(str(key)); });
-        if (!hasInstKeys && instCount == 0)
-            return;
+        if (!hasInstKeys && instCount == 0) return;
         auto value = [&](const char* key, qint64 fallback, qint64 low, qint64 high) {
             return clampTo<int>(integerValue(m_m, str(key)).value_or(fallback), low, high);
         };
@@ -353,16 +337,13 @@ private:
         const LXLabels& labels = m_a.labels;
         Writer slices(kBig);
         for (const LXLabel& label : labels.slices.list()) {
-            if (const auto frame = frame32(label.start, m_rate))
-                slices.u32(*frame);
+            if (const auto frame = frame32(label.start, m_rate)) slices.u32(*frame);
         }
-        if (slices.size() > 0)
-            w.chunk("SLIC", slices.data());
+        if (slices.size() > 0) w.chunk("SLIC", slices.data());
         Writer regions(kBig);
         for (const LXLabel& label : labels.regions.list()) {
             const auto start = frame32(label.start, m_rate);
-            if (!start)
-                continue;
+            if (!start) continue;
             const uint32_t end = std::max(frame32(label.end(), m_rate).value_or(UINT32_MAX), *start);
             const QByteArray name = utf8Prefix(label.name, 0xFFFF);
             regions.u32(*start);
@@ -370,14 +351,12 @@ private:
             regions.u16(uint16_t(name.size()));
             regions.bytes(name);
         }
-        if (regions.size() > 0)
-            w.chunk("REGN", regions.data());
+        if (regions.size() > 0) w.chunk("REGN", regions.data());
         if (m_loopsNeedRecord) {
             Writer loops(kBig);
             for (const LXLabel& loop : labels.loops.list()) {
                 const auto start = frame32(loop.start, m_rate);
-                if (!start)
-                    continue;
+                if (!start) continue;
                 const uint32_t end = std::max(frame32(loop.end(), m_rate).value_or(UINT32_MAX), *start);
                 loops.u32(*start);
                 loops.u32(end - *start);
@@ -394,10 +373,8 @@ private:
         keys.removeAll(QStringLiteral("annotation"));
         keys.removeAll(QStringLiteral("comments"));
         const QByteArray meta = encodeMetaRecord(m_m, keys, kBig);
-        if (!meta.isEmpty())
-            w.chunk("META", meta);
-        if (w.size() > 4)
-            out.append({"APPL", w.data()});
+        if (!meta.isEmpty()) w.chunk("META", meta);
+        if (w.size() > 4) out.append({"APPL", w.data()});
     }
 
     const LXAnnotations& m_a;
@@ -410,7 +387,9 @@ private:
 
 namespace LXAiffChunks {
 
-LXAnnotations decode(const QList<LXChunk>& chunks, double rate) { return Decoder(rate).decode(chunks); }
+LXAnnotations decode(const QList<LXChunk>& chunks, double rate) {
+    return Decoder(rate).decode(chunks);
+}
 
 QList<LXChunk> encode(const LXAnnotations& annotations, double rate, bool retainUnknown) {
     return Encoder(annotations, rate).encode(retainUnknown);

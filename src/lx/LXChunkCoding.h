@@ -31,8 +31,7 @@ public:
     qsizetype pos() const { return m_pos; }
     qsizetype remaining() const { return m_data.size() - m_pos; }
     void skip(qsizetype n) {
-        if (n > remaining())
-            m_ok = false;
+        if (n > remaining()) m_ok = false;
         m_pos += std::min(n, remaining());
     }
 
@@ -46,8 +45,7 @@ public:
     // n bytes, or as many as are left (clearing ok()).
     QByteArrayView bytes(qsizetype n) {
         const qsizetype available = std::min(std::max<qsizetype>(n, 0), remaining());
-        if (available < n)
-            m_ok = false;
+        if (available < n) m_ok = false;
         const QByteArrayView view = m_data.sliced(m_pos, available);
         m_pos += available;
         return view;
@@ -92,8 +90,7 @@ public:
         bytes(id);
         u32(uint32_t(payload.size()));
         bytes(payload);
-        if (payload.size() % 2)
-            u8(0);
+        if (payload.size() % 2) u8(0);
     }
     qsizetype size() const { return m_data.size(); }
     const QByteArray& data() const { return m_data; }
@@ -112,20 +109,17 @@ private:
 // hold the writer's 8-bit code page, which Latin-1 reads at least in part).
 inline QString decodeText(QByteArrayView bytes) {
     const qsizetype nul = bytes.indexOf('\0');
-    if (nul >= 0)
-        bytes = bytes.first(nul);
+    if (nul >= 0) bytes = bytes.first(nul);
     QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString text = utf8.decode(bytes);
-    if (!utf8.hasError())
-        return text;
+    if (!utf8.hasError()) return text;
     return QString::fromLatin1(bytes);
 }
 
 // UTF-8 of the text, cut to at most maxBytes without splitting a character.
 inline QByteArray utf8Prefix(const QString& text, qsizetype maxBytes) {
     QByteArray utf8 = text.toUtf8();
-    if (utf8.size() <= maxBytes)
-        return utf8;
+    if (utf8.size() <= maxBytes) return utf8;
     qsizetype n = maxBytes;
     while (n > 0 && (uint8_t(utf8[n]) & 0xC0) == 0x80)
         --n;
@@ -134,8 +128,7 @@ inline QByteArray utf8Prefix(const QString& text, qsizetype maxBytes) {
 }
 
 inline bool isIdentifierAt(QByteArrayView data, qsizetype pos) {
-    if (pos < 0 || data.size() - pos < 4)
-        return false;
+    if (pos < 0 || data.size() - pos < 4) return false;
     return std::all_of(data.begin() + pos, data.begin() + pos + 4,
                        [](char c) { return uint8_t(c) >= 0x20 && uint8_t(c) < 0x7F; });
 }
@@ -159,11 +152,9 @@ inline QList<SubChunk> subChunks(QByteArrayView data, bool bigEndian) {
         const qsizetype available = data.size() - start;
         const qsizetype length = std::min(size, available);
         result.append({data.sliced(pos, 4).toByteArray(), data.sliced(start, length), size > available});
-        if (size > available)
-            break;
+        if (size > available) break;
         pos = start + length;
-        if (length % 2 && (isIdentifierAt(data, pos + 1) || !isIdentifierAt(data, pos)))
-            ++pos;
+        if (length % 2 && (isIdentifierAt(data, pos + 1) || !isIdentifierAt(data, pos))) ++pos;
     }
     return result;
 }
@@ -171,8 +162,7 @@ inline QList<SubChunk> subChunks(QByteArrayView data, bool bigEndian) {
 // Metadata values as the chunks need them. Numbers may have been stored as text by a script.
 inline std::optional<qint64> integerValue(const LXMetadata& metadata, const QString& key) {
     const QVariant value = metadata.value(key);
-    if (!value.isValid())
-        return std::nullopt;
+    if (!value.isValid()) return std::nullopt;
     bool ok = false;
     double real = 0.0;
     if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float) {
@@ -180,12 +170,10 @@ inline std::optional<qint64> integerValue(const LXMetadata& metadata, const QStr
         ok = true;
     } else {
         const qint64 integer = value.toLongLong(&ok);
-        if (ok)
-            return integer;
+        if (ok) return integer;
         real = value.toString().trimmed().toDouble(&ok);
     }
-    if (!ok || !std::isfinite(real))
-        return std::nullopt;
+    if (!ok || !std::isfinite(real)) return std::nullopt;
     return qint64(std::llround(std::clamp(real, -9.0e18, 9.0e18)));
 }
 
@@ -193,36 +181,34 @@ inline std::optional<double> realValue(const LXMetadata& metadata, const QString
     const QVariant value = metadata.value(key);
     bool ok = false;
     const double real = value.isValid() ? value.toDouble(&ok) : 0.0;
-    if (!ok || !std::isfinite(real))
-        return std::nullopt;
+    if (!ok || !std::isfinite(real)) return std::nullopt;
     return real;
 }
 
-template <typename T>
-T clampTo(qint64 value, qint64 low, qint64 high) {
+template <typename T> T clampTo(qint64 value, qint64 low, qint64 high) {
     return T(std::clamp(value, low, high));
 }
 
 // A rate that positions can be divided by: garbage in a header must not make every label infinite.
-inline double usableRate(double rate) { return rate > 0 && std::isfinite(rate) ? rate : 44100.0; }
+inline double usableRate(double rate) {
+    return rate > 0 && std::isfinite(rate) ? rate : 44100.0;
+}
 
 // The frame of a position for a 32-bit field: negative positions clamp to 0; none for a position the
 // field cannot hold.
 inline std::optional<uint32_t> frame32(double seconds, double rate) {
     const double frames = seconds * rate;
-    if (std::isnan(frames) || frames >= 4294967295.0)
-        return std::nullopt;
-    if (frames <= 0)
-        return 0u;
+    if (std::isnan(frames) || frames >= 4294967295.0) return std::nullopt;
+    if (frames <= 0) return 0u;
     return uint32_t(LXFramesFromSeconds(seconds, rate));
 }
 
 // Keys of our own that the chunk codecs store beside the framework's text and musical keys.
 inline const QStringList& extraKeys() {
-    static const QStringList keys = {"bextVersion",          "loudnessValue",        "loudnessRange",
-                                     "maxTruePeakLevel",     "maxMomentaryLoudness", "maxShortTermLoudness",
-                                     "samplerManufacturer",  "samplerProduct",       "SMPTEFormat",
-                                     "SMPTEOffset",          "samplerData",          "iXML"};
+    static const QStringList keys = {"bextVersion",         "loudnessValue",        "loudnessRange",
+                                     "maxTruePeakLevel",    "maxMomentaryLoudness", "maxShortTermLoudness",
+                                     "samplerManufacturer", "samplerProduct",       "SMPTEFormat",
+                                     "SMPTEOffset",         "samplerData",          "iXML"};
     return keys;
 }
 
@@ -269,8 +255,7 @@ inline QByteArray encodeMetaRecord(const LXMetadata& metadata, const QStringList
             break;
         case QMetaType::QString: {
             const QByteArray text = value.toString().toUtf8();
-            if (text.isEmpty())
-                break;
+            if (text.isEmpty()) break;
             w.u8(uint8_t(name.size()));
             w.bytes(name);
             w.u8('T');
@@ -278,7 +263,8 @@ inline QByteArray encodeMetaRecord(const LXMetadata& metadata, const QStringList
             w.bytes(text);
             break;
         }
-        default: break; // dates, data: nothing a chunk can hold faithfully
+        default:
+            break; // dates, data: nothing a chunk can hold faithfully
         }
     }
     return w.data();
@@ -301,11 +287,9 @@ inline void decodeMetaRecord(QByteArrayView data, bool bigEndian, LXMetadata& me
         } else {
             return;
         }
-        if (!r.ok())
-            return;
+        if (!r.ok()) return;
         const QString key = decodeText(keyBytes);
-        if (!key.isEmpty() && !metadata.contains(key))
-            metadata.setValue(key, value);
+        if (!key.isEmpty() && !metadata.contains(key)) metadata.setValue(key, value);
     }
 }
 

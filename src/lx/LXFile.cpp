@@ -403,7 +403,8 @@ LXStatus copyPath(const QString& from, const QString& to) {
             EEXIST);
     LXStatus status = copyEntry(from, to);
     if (!status) {
-        (void)deleteFileAtPath(to);
+        // Unless someone else's file appeared there meanwhile (the copy creates its target exclusively).
+        if (!(status.error().code() == -EEXIST && status.error().path() == to)) (void)deleteFileAtPath(to);
         return status;
     }
     return syncParentDirectory(to);

@@ -38,6 +38,10 @@ LXResult<LXPcmLayout> LXParsePcmContainer(const LXByteSource& read, int64_t file
 // damaged size must not make us allocate gigabytes.
 constexpr int64_t kLXMaxChunkInMemory = 64 * 1024 * 1024;
 
+// The largest RIFF file before the writer switches to RF64 (4 GB). Tests lower it to exercise the
+// switch without writing gigabytes.
+void LXSetRiffSizeLimit(int64_t bytes);
+
 // IEEE 754 80-bit extended, as AIFF stores its rate.
 double LXReadExtended(const uint8_t bytes[10]);
 void LXWriteExtended(double value, uint8_t bytes[10]);

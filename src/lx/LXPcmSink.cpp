@@ -6,6 +6,7 @@
 #include "LXWaveChunks.h"
 
 #include <QFile>
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -41,6 +42,8 @@ private:
     bool m_big;
     QByteArray m_bytes;
 };
+
+std::atomic<int64_t> g_riffSizeLimit{int64_t(std::numeric_limits<uint32_t>::max())};
 
 constexpr int64_t kJunkPayload = 28; // the size of a ds64 chunk without a table
 constexpr int64_t kBufferBytes = 1 << 20;
@@ -142,7 +145,7 @@ private:
     QByteArray waveHeader(int64_t total, int64_t dataBytes) const {
         const LXSampleEncoding& e = m_desc.encoding;
         const bool big = e.bigEndian;
-        const bool rf64 = total > int64_t(std::numeric_limits<uint32_t>::max());
+        const bool rf64 = total > g_riffSizeLimit;
         const bool extensible = m_desc.channels > 2; // plain PCM is what the most readers know
         ByteWriter w(big);
         w.id(rf64 ? "RF64" : big ? "RIFX" : "RIFF");
@@ -247,6 +250,8 @@ private:
 };
 
 } // namespace
+
+void LXSetRiffSizeLimit(int64_t bytes) { g_riffSizeLimit = bytes; }
 
 LXResult<std::unique_ptr<LXAudioSink>> LXCreatePcmSink(const QString& path, const LXStreamDescription& desc) {
     if (desc.channels < 1 || desc.channels > 1024 || !(desc.rate > 0))

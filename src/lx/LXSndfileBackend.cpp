@@ -290,6 +290,8 @@ LXResult<std::unique_ptr<LXAudioReader>> SndfileReader::open(const QString& path
 
     SF_INFO info = {};
     SNDFILE* file = sf_open_fd(fd.get(), SFM_READ, &info, SF_FALSE);
+    // FIXME: libsndfile keeps the error of a failed open in one process-wide variable, so two threads
+    // failing at once may swap reasons; the damaged/unsupported verdict comes from the file itself.
     if (!file) return openError(path, sf_error(nullptr), sndfileReason(nullptr));
     if (info.channels < 1 || info.samplerate < 1) {
         sf_close(file);
@@ -468,7 +470,8 @@ template <typename T> LXResult<int64_t> SndfileReader::readFrames(int64_t frame,
 // none, so those three are written straight through.
 //
 // What no sink here keeps, because libsndfile cannot store it: CAF markers, loops and instrument data;
-// everything in AU and W64; region and slice labels, cue names and unknown chunks in every format.
+// everything in AU and W64; regions, and the difference between slices and markers (both are written
+// as cue points); cue names in WAV; unknown chunks in every format.
 class SndfileSink final : public LXAudioSink {
 public:
     static LXResult<std::unique_ptr<LXAudioSink>> create(const QString& path,
@@ -718,20 +721,18 @@ void SndfileSink::storeAnnotationsBeforeAudio(const LXAnnotations& annotations) 
 
     const LXLabelList& loops = annotations.labels.loops;
     if (m.contains(QStringLiteral("baseNote")) || !loops.isEmpty()) {
+        auto number = [&](const char* key, int fallback) {
+            const QString k = QString::fromLatin1(key);
+            return char(m.contains(k) ? m.value(k).toInt() : fallback);
+        };
         SF_INSTRUMENT inst = {};
         inst.gain = m.value(QStringLiteral("gain")).toInt();
-        inst.basenote =
-            char(m.contains(QStringLiteral("baseNote")) ? m.value(QStringLiteral("baseNote")).toInt() : 60);
-        inst.detune = char(m.value(QStringLiteral("detune")).toInt());
-        inst.velocity_lo = char(
-            m.contains(QStringLiteral("lowVelocity")) ? m.value(QStringLiteral("lowVelocity")).toInt() : 1);
-        inst.velocity_hi =
-            char(m.contains(QStringLiteral("highVelocity")) ? m.value(QStringLiteral("highVelocity")).toInt()
-                                                            : 127);
-        inst.key_lo =
-            char(m.contains(QStringLiteral("lowNote")) ? m.value(QStringLiteral("lowNote")).toInt() : 0);
-        inst.key_hi =
-            char(m.contains(QStringLiteral("highNote")) ? m.value(QStringLiteral("highNote")).toInt() : 127);
+        inst.basenote = number("baseNote", 60);
+        inst.detune = number("detune", 0);
+        inst.velocity_lo = number("lowVelocity", 1);
+        inst.velocity_hi = number("highVelocity", 127);
+        inst.key_lo = number("lowNote", 0);
+        inst.key_hi = number("highNote", 127);
         inst.loop_count = int(std::min<qsizetype>(loops.count(), qsizetype(std::size(inst.loops))));
         for (int i = 0; i < inst.loop_count; ++i) {
             const LXLabel& loop = loops.labelAtIndex(i);

@@ -58,42 +58,56 @@ struct InfoKey {
 
 // Standard INFO fields first, then the common extensions (IMUS, IWRI, ITRK) that taggers use.
 constexpr InfoKey kInfoKeys[] = {
-    {"INAM", "title"},        {"IART", "artist"},          {"IPRD", "product"},
-    {"ICMT", "comments"},     {"ICOP", "copyright"},        {"ICRD", "creationDate"},
-    {"IGNR", "genre"},        {"IKEY", "keywords"},         {"ISBJ", "subject"},
-    {"IENG", "engineers"},    {"ITCH", "digitizer"},        {"ISFT", "softwarePackage"},
-    {"ISRC", "sourceSupplier"}, {"ISRF", "digitizationSource"}, {"IARL", "archivalLocation"},
-    {"ICMS", "commissionedBy"}, {"ICRP", "cropped"},        {"IDIM", "originalDimensions"},
-    {"IMED", "originalMedium"}, {"IMUS", "composer"},       {"IWRI", "lyricist"},
+    {"INAM", "title"},
+    {"IART", "artist"},
+    {"IPRD", "product"},
+    {"ICMT", "comments"},
+    {"ICOP", "copyright"},
+    {"ICRD", "creationDate"},
+    {"IGNR", "genre"},
+    {"IKEY", "keywords"},
+    {"ISBJ", "subject"},
+    {"IENG", "engineers"},
+    {"ITCH", "digitizer"},
+    {"ISFT", "softwarePackage"},
+    {"ISRC", "sourceSupplier"},
+    {"ISRF", "digitizationSource"},
+    {"IARL", "archivalLocation"},
+    {"ICMS", "commissionedBy"},
+    {"ICRP", "cropped"},
+    {"IDIM", "originalDimensions"},
+    {"IMED", "originalMedium"},
+    {"IMUS", "composer"},
+    {"IWRI", "lyricist"},
     {"ITRK", "trackNumber"},
 };
 
-const char* const kBextKeys[] = {"description",   "originator",       "originatorReference",
-                                 "originationDate", "originationTime", "timeReference",
-                                 "SMPTEUMID",     "codingHistory",    "bextVersion",
-                                 "loudnessValue", "loudnessRange",    "maxTruePeakLevel",
-                                 "maxMomentaryLoudness", "maxShortTermLoudness"};
-const char* const kLoudnessKeys[] = {"loudnessValue", "loudnessRange", "maxTruePeakLevel", "maxMomentaryLoudness",
-                                     "maxShortTermLoudness"};
-const char* const kSmplKeys[] = {"baseNote",     "detune",      "samplerManufacturer", "samplerProduct",
-                                 "SMPTEFormat",  "SMPTEOffset", "samplerData"};
+const char* const kBextKeys[] = {
+    "description",   "originator",       "originatorReference",  "originationDate",     "originationTime",
+    "timeReference", "SMPTEUMID",        "codingHistory",        "bextVersion",         "loudnessValue",
+    "loudnessRange", "maxTruePeakLevel", "maxMomentaryLoudness", "maxShortTermLoudness"};
+const char* const kLoudnessKeys[] = {"loudnessValue", "loudnessRange", "maxTruePeakLevel",
+                                     "maxMomentaryLoudness", "maxShortTermLoudness"};
+const char* const kSmplKeys[] = {"baseNote",    "detune",      "samplerManufacturer", "samplerProduct",
+                                 "SMPTEFormat", "SMPTEOffset", "samplerData"};
 const char* const kInstKeys[] = {"gain", "lowNote", "highNote", "lowVelocity", "highVelocity"};
 const char* const kAcidKeys[] = {"tempo", "beats", "timeSignature", "key", "playbackType"};
 
-constexpr qsizetype kBextSize = 602;      // fixed part, up to the coding history
-constexpr qsizetype kBextMinimum = 348;   // up to the version: less is too damaged to read
+constexpr qsizetype kBextSize = 602;    // fixed part, up to the coding history
+constexpr qsizetype kBextMinimum = 348; // up to the version: less is too damaged to read
 constexpr qsizetype kSmplHeader = 36;
 constexpr qsizetype kSmplLoop = 24;
 constexpr qsizetype kCuePoint = 24;
 constexpr uint16_t kLoudnessUnset = 0x7FFF;
 
-template <size_t N>
-bool containsAny(const LXMetadata& metadata, const char* const (&keys)[N]) {
+template <size_t N> bool containsAny(const LXMetadata& metadata, const char* const (&keys)[N]) {
     return std::any_of(std::begin(keys), std::end(keys),
                        [&](const char* key) { return metadata.contains(QString::fromLatin1(key)); });
 }
 
-QString str(const char* key) { return QString::fromLatin1(key); }
+QString str(const char* key) {
+    return QString::fromLatin1(key);
+}
 
 LXChunk listChunk(const char* form, const QByteArray& body) {
     return {"LIST", QByteArray(form, 4) + body};
@@ -131,8 +145,7 @@ public:
 
     LXAnnotations decode(const QList<LXChunk>& chunks) {
         for (const LXChunk& chunk : chunks) {
-            if (!decodeChunk(chunk))
-                m_result.unknownChunks.append(chunk);
+            if (!decodeChunk(chunk)) m_result.unknownChunks.append(chunk);
         }
         finishLabels();
         finishMetadata();
@@ -142,20 +155,13 @@ public:
 private:
     // The size below which a chunk is too damaged to read; none for chunks we do not interpret.
     static std::optional<qsizetype> minimumSize(const QByteArray& id) {
-        if (id == "bext")
-            return kBextMinimum;
-        if (id == "cue ")
-            return 4;
-        if (id == "smpl")
-            return kSmplHeader;
-        if (id == "inst")
-            return 7;
-        if (id == "acid")
-            return 24;
-        if (id == "iXML")
-            return 1;
-        if (id == "CLPW")
-            return 8;
+        if (id == "bext") return kBextMinimum;
+        if (id == "cue ") return 4;
+        if (id == "smpl") return kSmplHeader;
+        if (id == "inst") return 7;
+        if (id == "acid") return 24;
+        if (id == "iXML") return 1;
+        if (id == "CLPW") return 8;
         return std::nullopt;
     }
 
@@ -173,8 +179,7 @@ private:
         }
         // One of each is read; a second copy is kept as it stands.
         const std::optional<qsizetype> minimum = minimumSize(id);
-        if (!minimum || data.size() < *minimum || m_seen.contains(id))
-            return false;
+        if (!minimum || data.size() < *minimum || m_seen.contains(id)) return false;
         m_seen.insert(id);
         if (id == "bext")
             decodeBext(data);
@@ -207,16 +212,14 @@ private:
                 leftovers.chunk(sub.id, sub.data); // unknown, or a second field of the same kind
             }
         }
-        if (leftovers.size() > 0)
-            m_result.unknownChunks.append(listChunk("INFO", leftovers.data()));
+        if (leftovers.size() > 0) m_result.unknownChunks.append(listChunk("INFO", leftovers.data()));
     }
 
     void decodeAdtl(QByteArrayView body) {
         for (const SubChunk& sub : subChunks(body, m_big)) {
             Reader r(sub.data, m_big);
             const uint32_t cueId = r.u32();
-            if (!r.ok())
-                continue;
+            if (!r.ok()) continue;
             CueText& text = m_cueTexts[cueId];
             if (sub.id == "labl" && !text.hasLabel) {
                 text.hasLabel = true;
@@ -295,18 +298,13 @@ private:
 
         int note = int(std::min<uint32_t>(unityNote, 127));
         int cents = int(std::lround(fraction * 100.0 / 4294967296.0));
-        if (cents > 50 && note < 127)
-            ++note, cents -= 100;
+        if (cents > 50 && note < 127) ++note, cents -= 100;
         m.setValue(str("baseNote"), note);
         m.setValue(str("detune"), cents);
-        if (manufacturer)
-            m.setValue(str("samplerManufacturer"), qint64(manufacturer));
-        if (product)
-            m.setValue(str("samplerProduct"), qint64(product));
-        if (smpteFormat)
-            m.setValue(str("SMPTEFormat"), qint64(smpteFormat));
-        if (smpteOffset)
-            m.setValue(str("SMPTEOffset"), qint64(smpteOffset));
+        if (manufacturer) m.setValue(str("samplerManufacturer"), qint64(manufacturer));
+        if (product) m.setValue(str("samplerProduct"), qint64(product));
+        if (smpteFormat) m.setValue(str("SMPTEFormat"), qint64(smpteFormat));
+        if (smpteOffset) m.setValue(str("SMPTEOffset"), qint64(smpteOffset));
 
         const qsizetype loops = std::min(declaredLoops, r.remaining() / kSmplLoop);
         for (qsizetype i = 0; i < loops; ++i) {
@@ -322,8 +320,7 @@ private:
         // The sampler's own data follows the declared loops; when they do not fit, neither does it.
         if (loops == declaredLoops && samplerDataSize > 0) {
             const QByteArrayView samplerData = r.bytes(samplerDataSize);
-            if (!samplerData.isEmpty())
-                m.setValue(str("samplerData"), hexText(samplerData));
+            if (!samplerData.isEmpty()) m.setValue(str("samplerData"), hexText(samplerData));
         }
     }
 
@@ -351,10 +348,8 @@ private:
         const float tempo = r.f32();
         LXMetadata& m = m_result.metadata;
         m.setValue(str("playbackType"), int(flags & 0x01));
-        if (flags & 0x02)
-            m.setValue(str("key"), int(rootNote % 12));
-        if (beats > 0)
-            m.setValue(str("beats"), qint64(beats));
+        if (flags & 0x02) m.setValue(str("key"), int(rootNote % 12));
+        if (beats > 0) m.setValue(str("beats"), qint64(beats));
         if (numerator > 0 && denominator > 0)
             m.setValue(str("timeSignature"), QStringLiteral("%1/%2").arg(numerator).arg(denominator));
         // The field is single precision: round away the float's tail so 97.3 reads as 97.3.
@@ -364,8 +359,7 @@ private:
 
     void decodePrivate(const QByteArray& data) {
         for (const SubChunk& record : subChunks(data, m_big)) {
-            if (record.id == "META")
-                decodeMetaRecord(record.data, m_big, m_private);
+            if (record.id == "META") decodeMetaRecord(record.data, m_big, m_private);
         }
     }
 
@@ -376,13 +370,13 @@ private:
         LXLabels& labels = m_result.labels;
         for (const CuePoint& cue : m_cues) {
             const auto loopStart = loopStarts.constFind(cue.id);
-            if (loopStart != loopStarts.cend() && *loopStart == cue.frame)
-                continue;
+            if (loopStart != loopStarts.cend() && *loopStart == cue.frame) continue;
             const CueText& text = m_cueTexts[cue.id];
             const QString name = text.hasLabel ? text.label : text.hasNote ? text.note : text.ltxtText;
             const double start = cue.frame / m_rate;
             if (text.hasLtxt && (text.length > 0 || text.purpose == "rgn "))
-                labels.regions.addRegionWithRange(LXRange::rangeWithLocation(start, text.length / m_rate), name);
+                labels.regions.addRegionWithRange(LXRange::rangeWithLocation(start, text.length / m_rate),
+                                                  name);
             else if (text.hasLtxt && text.purpose == "slic")
                 labels.slices.addSliceWithPosition(start);
             else
@@ -404,8 +398,7 @@ private:
             m.setValue(str("baseNote"), *m_instNote);
             m.setValue(str("detune"), *m_instDetune);
         }
-        if (m_iprt && !m.contains(str("trackNumber")))
-            m.setValue(str("trackNumber"), *m_iprt);
+        if (m_iprt && !m.contains(str("trackNumber"))) m.setValue(str("trackNumber"), *m_iprt);
         m.addMetadata(m_private, false);
         if (!m.contains(str("album")) && m.contains(str("product")))
             m.setValue(str("album"), m.value(str("product")));
@@ -435,8 +428,7 @@ public:
     QList<LXChunk> encode(bool retainUnknown) {
         QList<LXChunk> out;
         encodeBext(out);
-        if (m_m.contains(str("iXML")))
-            out.append({"iXML", m_m.string(str("iXML")).toUtf8()});
+        if (m_m.contains(str("iXML"))) out.append({"iXML", m_m.string(str("iXML")).toUtf8()});
         encodeInfo(out, retainUnknown);
         encodeCues(out);
         encodeSmpl(out);
@@ -445,33 +437,32 @@ public:
         encodePrivate(out);
         if (retainUnknown) {
             for (const LXChunk& chunk : m_a.unknownChunks) {
-                if (!isInfoList(chunk))
-                    out.append(chunk);
+                if (!isInfoList(chunk)) out.append(chunk);
             }
         }
         return out;
     }
 
 private:
-    static bool isInfoList(const LXChunk& chunk) { return chunk.id == "LIST" && chunk.data.startsWith("INFO"); }
+    static bool isInfoList(const LXChunk& chunk) {
+        return chunk.id == "LIST" && chunk.data.startsWith("INFO");
+    }
 
     QString text(const char* key) const { return m_m.string(str(key)); }
 
     void encodeBext(QList<LXChunk>& out) {
-        if (!containsAny(m_m, kBextKeys))
-            return;
+        if (!containsAny(m_m, kBextKeys)) return;
         int version = int(clampTo<int>(integerValue(m_m, str("bextVersion")).value_or(1), 0, 0xFFFF));
-        if (m_m.contains(str("SMPTEUMID")))
-            version = std::max(version, 1);
-        if (containsAny(m_m, kLoudnessKeys))
-            version = std::max(version, 2);
+        if (m_m.contains(str("SMPTEUMID"))) version = std::max(version, 1);
+        if (containsAny(m_m, kLoudnessKeys)) version = std::max(version, 2);
         Writer w(m_big);
         fixedText(w, text("description"), 256);
         fixedText(w, text("originator"), 32);
         fixedText(w, text("originatorReference"), 32);
         fixedText(w, text("originationDate"), 10);
         fixedText(w, text("originationTime"), 8);
-        const uint64_t reference = uint64_t(std::max<qint64>(integerValue(m_m, str("timeReference")).value_or(0), 0));
+        const uint64_t reference =
+            uint64_t(std::max<qint64>(integerValue(m_m, str("timeReference")).value_or(0), 0));
         w.u32(uint32_t(reference));
         w.u32(uint32_t(reference >> 32));
         w.u16(uint16_t(version));
@@ -498,21 +489,17 @@ private:
         Writer w(m_big);
         for (const InfoKey& field : kInfoKeys) {
             QString value = text(field.key);
-            if (qstrcmp(field.id, "IPRD") == 0 && value.isEmpty())
-                value = text("album");
-            if (!value.isEmpty())
-                w.chunk(QByteArrayView(field.id, 4), value.toUtf8() + '\0');
+            if (qstrcmp(field.id, "IPRD") == 0 && value.isEmpty()) value = text("album");
+            if (!value.isEmpty()) w.chunk(QByteArrayView(field.id, 4), value.toUtf8() + '\0');
         }
         if (retainUnknown) {
             for (const LXChunk& chunk : m_a.unknownChunks) {
-                if (!isInfoList(chunk))
-                    continue;
+                if (!isInfoList(chunk)) continue;
                 for (const SubChunk& sub : subChunks(QByteArrayView(chunk.data).sliced(4), m_big))
                     w.chunk(sub.id, sub.data);
             }
         }
-        if (w.size() > 0)
-            out.append(listChunk("INFO", w.data()));
+        if (w.size() > 0) out.append(listChunk("INFO", w.data()));
     }
 
     void encodeCues(QList<LXChunk>& out) {
@@ -548,22 +535,18 @@ private:
                 textChunk("labl", addPoint(*frame), label.name);
         }
         for (const LXLabel& label : m_a.labels.slices.list()) {
-            if (const auto frame = frame32(label.start, m_rate))
-                ltxt(addPoint(*frame), 0, "slic");
+            if (const auto frame = frame32(label.start, m_rate)) ltxt(addPoint(*frame), 0, "slic");
         }
         for (const LXLabel& label : m_a.labels.regions.list()) {
             const auto start = frame32(label.start, m_rate);
-            if (!start)
-                continue;
+            if (!start) continue;
             const uint32_t end = std::max(frame32(label.end(), m_rate).value_or(UINT32_MAX), *start);
             const uint32_t id = addPoint(*start);
             ltxt(id, end - *start, "rgn ");
-            if (!label.name.isEmpty())
-                textChunk("labl", id, label.name);
+            if (!label.name.isEmpty()) textChunk("labl", id, label.name);
         }
         m_nextId = count + 1;
-        if (count == 0)
-            return;
+        if (count == 0) return;
         Writer cue(m_big);
         cue.u32(count);
         cue.bytes(cues.data());
@@ -573,14 +556,12 @@ private:
 
     void encodeSmpl(QList<LXChunk>& out) {
         const QList<LXLabel>& loops = m_a.labels.loops.list();
-        if (loops.isEmpty() && !containsAny(m_m, kSmplKeys))
-            return;
+        if (loops.isEmpty() && !containsAny(m_m, kSmplKeys)) return;
         Writer body(m_big);
         uint32_t loopCount = 0;
         for (const LXLabel& loop : loops) {
             const auto start = frame32(loop.start, m_rate);
-            if (!start)
-                continue;
+            if (!start) continue;
             const uint32_t end = std::max(frame32(loop.end(), m_rate).value_or(UINT32_MAX), *start);
             body.u32(m_nextId++);
             body.u32(uint32_t(loop.loopType));
@@ -592,8 +573,7 @@ private:
         }
         int note = clampTo<int>(integerValue(m_m, str("baseNote")).value_or(60), 0, 127);
         int cents = clampTo<int>(integerValue(m_m, str("detune")).value_or(0), -99, 99);
-        if (cents < 0 && note > 0)
-            --note, cents += 100;
+        if (cents < 0 && note > 0) --note, cents += 100;
         const uint32_t fraction =
             uint32_t(std::clamp(std::llround(std::max(cents, 0) / 100.0 * 4294967296.0), 0LL, 0xFFFFFFFFLL));
         const QByteArray samplerData = QByteArray::fromHex(text("samplerData").toLatin1());
@@ -614,8 +594,7 @@ private:
     }
 
     void encodeInst(QList<LXChunk>& out) {
-        if (!containsAny(m_m, kInstKeys))
-            return;
+        if (!containsAny(m_m, kInstKeys)) return;
         auto value = [&](const char* key, qint64 fallback, qint64 low, qint64 high) {
             return uint8_t(clampTo<int>(integerValue(m_m, str(key)).value_or(fallback), low, high));
         };
@@ -631,8 +610,7 @@ private:
     }
 
     void encodeAcid(QList<LXChunk>& out) {
-        if (!containsAny(m_m, kAcidKeys))
-            return;
+        if (!containsAny(m_m, kAcidKeys)) return;
         const bool oneShot = integerValue(m_m, str("playbackType")).value_or(0) == 1;
         const std::optional<qint64> key = integerValue(m_m, str("key"));
         uint16_t numerator = 4;
@@ -669,11 +647,9 @@ private:
         keys.removeAll(QStringLiteral("iXML"));
         // The album shares IPRD with the product; only an album of its own needs a place here.
         const QString iprd = text("product").isEmpty() ? text("album") : text("product");
-        if (text("album") == iprd)
-            keys.removeAll(QStringLiteral("album"));
+        if (text("album") == iprd) keys.removeAll(QStringLiteral("album"));
         const QByteArray record = encodeMetaRecord(m_m, keys, m_big);
-        if (record.isEmpty())
-            return;
+        if (record.isEmpty()) return;
         Writer w(m_big);
         w.chunk("META", record);
         out.append({"CLPW", w.data()});

@@ -2,6 +2,7 @@
 
 #include "LXAudioFile.h"
 #include "LXAudioFileWriter.h"
+#include "LXPcmContainer.h"
 #include "LXWaveformCache.h"
 #include "TestAudio.h"
 
@@ -342,4 +343,38 @@ TEST_F(AudioFileTest, DuplicatePicksTheFirstFreeName) {
     ASSERT_TRUE(second);
     EXPECT_EQ(*second, path("kick-2.wav"));
     EXPECT_EQ(sox(*second).samples, sox(*source).samples);
+}
+
+// A WAV file that outgrows the RIFF size limit turns into RF64 in place, metadata included; the limit
+// is lowered here so the test need not write 4 GB.
+TEST_F(AudioFileTest, WavBecomesRf64PastTheSizeLimit) {
+    Spec spec;
+    spec.frames = 50000; // 200 KB of audio
+    LXSetRiffSizeLimit(100000);
+    auto source = write(path("big.wav"), spec);
+    LXSetRiffSizeLimit(0xFFFFFFFFLL);
+    ASSERT_TRUE(source);
+    auto file = open(*source);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->format(), LXFormat::RF64);
+    EXPECT_EQ(file->frames(), spec.frames);
+    const Decoded decoded = sox(*source);
+    ASSERT_EQ(decoded.frames(), spec.frames);
+    const std::vector<float> want = expected(spec);
+    for (size_t i = 0; i < want.size(); ++i)
+        ASSERT_EQ(float(decoded.samples[i]), want[i]) << i;
+
+    LXSetRiffSizeLimit(100000);
+    LXAudioFileWriter writer(*file);
+    writer.markerList().addMarkerWithPosition(0.5, "kept");
+    writer.metadata().setValue("title", "large");
+    EXPECT_EQ(file->copyToWriter(writer), LXContinue);
+    LXSetRiffSizeLimit(0xFFFFFFFFLL);
+    save(writer, path("big-copy.wav"));
+    auto copy = open(path("big-copy.wav"));
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->format(), LXFormat::RF64);
+    EXPECT_EQ(copy->metadata().string("title"), "large");
+    ASSERT_EQ(copy->markerList().count(), 1);
+    EXPECT_DOUBLE_EQ(copy->markerList().labelAtIndex(0).start, 0.5);
 }

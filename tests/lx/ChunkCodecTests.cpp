@@ -17,7 +17,8 @@ using namespace TestAudio;
 // Readable failures: labels print as kind, start, length, name and loop details.
 void PrintTo(const LXLabel& label, std::ostream* os) {
     *os << "{kind " << int(label.kind) << " start " << label.start << " length " << label.length << " \""
-        << label.name.toStdString() << "\" type " << int(label.loopType) << " plays " << label.playCount << "}";
+        << label.name.toStdString() << "\" type " << int(label.loopType) << " plays " << label.playCount
+        << "}";
 }
 
 void PrintTo(const LXLabelList& list, std::ostream* os) {
@@ -29,7 +30,9 @@ namespace {
 
 constexpr double kRate = 44100.0;
 
-double at(int64_t frame) { return double(frame) / kRate; }
+double at(int64_t frame) {
+    return double(frame) / kRate;
+}
 
 LXAnnotations fullAnnotations() {
     LXAnnotations a;
@@ -42,15 +45,32 @@ LXAnnotations fullAnnotations() {
     m.setValue("timeReference", qint64(86400) * 48000 * 3 + 7);
     m.setValue("SMPTEUMID", "060A2B340101010501010D4313000000AABBCCDDEEFF00112233445566778899");
     m.setValue("codingHistory", "A=PCM,F=44100,W=16,M=mono\r\n");
-    const QVariantMap numbers = {
-        {"baseNote", 61},         {"detune", -12},         {"gain", -6},        {"lowNote", 36},
-        {"highNote", 96},         {"lowVelocity", 10},     {"highVelocity", 120}, {"tempo", 97.5},
-        {"timeSignature", "7/8"}, {"key", 9},              {"scale", 2},        {"barsBeats", "2.1.0"},
-        {"playbackType", 1},      {"beats", 14},           {"bextVersion", 2},  {"loudnessValue", -23.5},
-        {"loudnessRange", 7.25},  {"maxTruePeakLevel", -1.5}, {"maxMomentaryLoudness", -18.0},
-        {"maxShortTermLoudness", -20.25}, {"samplerManufacturer", 71}, {"samplerProduct", 5},
-        {"SMPTEFormat", 25},      {"SMPTEOffset", 0x01020304}, {"samplerData", "0A0B0C00"},
-        {"iXML", "<?xml version=\"1.0\"?><BWFXML><SCENE>12</SCENE></BWFXML>"}};
+    const QVariantMap numbers = {{"baseNote", 61},
+                                 {"detune", -12},
+                                 {"gain", -6},
+                                 {"lowNote", 36},
+                                 {"highNote", 96},
+                                 {"lowVelocity", 10},
+                                 {"highVelocity", 120},
+                                 {"tempo", 97.5},
+                                 {"timeSignature", "7/8"},
+                                 {"key", 9},
+                                 {"scale", 2},
+                                 {"barsBeats", "2.1.0"},
+                                 {"playbackType", 1},
+                                 {"beats", 14},
+                                 {"bextVersion", 2},
+                                 {"loudnessValue", -23.5},
+                                 {"loudnessRange", 7.25},
+                                 {"maxTruePeakLevel", -1.5},
+                                 {"maxMomentaryLoudness", -18.0},
+                                 {"maxShortTermLoudness", -20.25},
+                                 {"samplerManufacturer", 71},
+                                 {"samplerProduct", 5},
+                                 {"SMPTEFormat", 25},
+                                 {"SMPTEOffset", 0x01020304},
+                                 {"samplerData", "0A0B0C00"},
+                                 {"iXML", "<?xml version=\"1.0\"?><BWFXML><SCENE>12</SCENE></BWFXML>"}};
     for (auto it = numbers.cbegin(); it != numbers.cend(); ++it)
         m.setValue(it.key(), it.value());
     // Properties of the encoding, not of the recording: not stored by the chunk codecs.
@@ -93,22 +113,21 @@ QByteArray chunkBytes(const QByteArray& id, const QByteArray& data, bool big) {
     for (int i = 0; i < 4; ++i)
         out.append(char(big ? size >> (24 - 8 * i) : size >> (8 * i)));
     out += data;
-    if (data.size() % 2)
-        out.append('\0');
+    if (data.size() % 2) out.append('\0');
     return out;
 }
 
 QByteArray le(uint64_t v, int n) {
     QByteArray out;
     for (int i = 0; i < n; ++i)
-        out.append(char(v >> (8 * i)));
+        out.append(char(i < 8 ? v >> (8 * i) : 0));
     return out;
 }
 
 QByteArray be(uint64_t v, int n) {
     QByteArray out;
     for (int i = n - 1; i >= 0; --i)
-        out.append(char(v >> (8 * i)));
+        out.append(char(i < 8 ? v >> (8 * i) : 0));
     return out;
 }
 
@@ -142,8 +161,7 @@ QList<LXChunk> riffChunks(const QByteArray& file) {
         const QByteArray id = file.mid(pos, 4);
         const uint32_t size = uint32_t(uint8_t(file[pos + 4])) | uint32_t(uint8_t(file[pos + 5])) << 8 |
                               uint32_t(uint8_t(file[pos + 6])) << 16 | uint32_t(uint8_t(file[pos + 7])) << 24;
-        if (id != "fmt " && id != "data")
-            chunks.append({id, file.mid(pos + 8, size)});
+        if (id != "fmt " && id != "data") chunks.append({id, file.mid(pos + 8, size)});
         pos += 8 + size + (size % 2);
     }
     return chunks;
@@ -232,7 +250,8 @@ TEST(WaveChunksUnknown, AreKeptByteForByteAndDroppedOnRequest) {
     const QList<LXChunk> kept = LXWaveChunks::encode(a, kRate, false, true);
     EXPECT_EQ(kept, (QList<LXChunk>{info, odd, exif})) << "the unknown INFO field joins the INFO list";
     const QList<LXChunk> dropped = LXWaveChunks::encode(a, kRate, false, false);
-    EXPECT_EQ(dropped, (QList<LXChunk>{{"LIST", QByteArray("INFO") + chunkBytes("INAM", QByteArray("Name\0", 5), false)}}));
+    EXPECT_EQ(dropped, (QList<LXChunk>{{"LIST", QByteArray("INFO") +
+                                                    chunkBytes("INAM", QByteArray("Name\0", 5), false)}}));
 }
 
 TEST(AiffChunksUnknown, ForeignApplicationChunksAreKeptByteForByte) {
@@ -272,12 +291,13 @@ TEST(WaveChunkLabels, CuePointsThatBelongToLoopsAreNotMarkers) {
 }
 
 TEST(ChunkCodecText, IsUtf8WhenValidAndLatin1Otherwise) {
-    const QByteArray info = QByteArray("INFO") + chunkBytes("INAM", "Caf\xe9", false) +
-                            chunkBytes("IART", "Caf\xc3\xa9", false);
+    const QByteArray info =
+        QByteArray("INFO") + chunkBytes("INAM", "Caf\xe9", false) + chunkBytes("IART", "Caf\xc3\xa9", false);
     const LXMetadata m = LXWaveChunks::decode({{"LIST", info}}, kRate, false).metadata;
     EXPECT_EQ(m.value("title"), QStringLiteral("Caf\u00e9"));
     EXPECT_EQ(m.value("artist"), QStringLiteral("Caf\u00e9"));
-    EXPECT_EQ(LXAiffChunks::decode({{"NAME", "Caf\xe9"}}, kRate).metadata.value("title"), QStringLiteral("Caf\u00e9"));
+    EXPECT_EQ(LXAiffChunks::decode({{"NAME", "Caf\xe9"}}, kRate).metadata.value("title"),
+              QStringLiteral("Caf\u00e9"));
 }
 
 TEST(WaveChunksDamaged, OddSizedInfoFieldsReadWithOrWithoutTheirPadByte) {
@@ -297,7 +317,8 @@ TEST(WaveChunksDamaged, ChunksTooShortForTheirFieldsStayUnknown) {
         const LXChunk empty{chunk.id, {}};
         EXPECT_EQ(LXWaveChunks::decode({empty}, kRate, false).unknownChunks, QList<LXChunk>{empty});
     }
-    for (const auto& [id, minimum] : {std::pair{"bext", 348}, {"smpl", 36}, {"inst", 7}, {"acid", 24}, {"cue ", 4}}) {
+    for (const auto& [id, minimum] :
+         {std::pair{"bext", 348}, {"smpl", 36}, {"inst", 7}, {"acid", 24}, {"cue ", 4}}) {
         const LXChunk cut{id, findChunk(full, id)->data.left(minimum - 1)};
         EXPECT_EQ(LXWaveChunks::decode({cut}, kRate, false).unknownChunks, QList<LXChunk>{cut}) << id;
     }
@@ -310,8 +331,14 @@ TEST(WaveChunksDamaged, ChunksTooShortForTheirFieldsStayUnknown) {
 
 TEST(AiffChunksDamaged, TornMarkersAndCommentsGiveWhatWasWhole) {
     QByteArray mark = be(5, 2);
-    mark += be(1, 2) + be(100, 4) + QByteArray("\x03" "One", 4);
-    mark += be(2, 2) + be(200, 4) + QByteArray("\x09" "Tw", 3); // name cut short, count too large
+    mark += be(1, 2) + be(100, 4) +
+            QByteArray("\x03"
+                       "One",
+                       4);
+    mark += be(2, 2) + be(200, 4) +
+            QByteArray("\x09"
+                       "Tw",
+                       3); // name cut short, count too large
     QByteArray comt = be(3, 2) + be(0, 4) + be(0, 2) + be(5, 2) + "Hello" + QByteArray(1, '\0') + be(0, 4);
     const LXAnnotations a = LXAiffChunks::decode({{"MARK", mark}, {"COMT", comt}}, kRate);
     ASSERT_EQ(a.labels.markers.count(), 2);
@@ -373,14 +400,40 @@ TEST(WaveChunksThirdParty, ReadsWhatSndfileMetadataSetWrote) {
     const QString plain = dir.filePath("plain.wav");
     const QString tagged = dir.filePath("tagged.wav");
     int status = 0;
-    runTool("sox", {"-D", "-n", "-r", "44100", "-b", "16", "-c", "1", plain, "synth", "0.1", "sine", "440"}, &status);
+    runTool("sox", {"-D", "-n", "-r", "44100", "-b", "16", "-c", "1", plain, "synth", "0.1", "sine", "440"},
+            &status);
     ASSERT_EQ(status, 0);
     runTool("sndfile-metadata-set",
-            {"--bext-description", "Desc \u00e9", "--bext-originator", "Orig", "--bext-orig-ref", "REF123",
-             "--bext-orig-date", "2024-01-02", "--bext-orig-time", "10:11:12", "--bext-time-ref", "123456789012",
-             "--bext-coding-hist", "A=PCM,F=44100", "--bext-loudness-value", "-23.5", "--str-title", "Title",
-             "--str-artist", "Artist", "--str-comment", "Comment", "--str-album", "Album", "--str-copyright",
-             "(C) Me", "--str-date", "2024", plain, tagged},
+            {"--bext-description",
+             "Desc \u00e9",
+             "--bext-originator",
+             "Orig",
+             "--bext-orig-ref",
+             "REF123",
+             "--bext-orig-date",
+             "2024-01-02",
+             "--bext-orig-time",
+             "10:11:12",
+             "--bext-time-ref",
+             "123456789012",
+             "--bext-coding-hist",
+             "A=PCM,F=44100",
+             "--bext-loudness-value",
+             "-23.5",
+             "--str-title",
+             "Title",
+             "--str-artist",
+             "Artist",
+             "--str-comment",
+             "Comment",
+             "--str-album",
+             "Album",
+             "--str-copyright",
+             "(C) Me",
+             "--str-date",
+             "2024",
+             plain,
+             tagged},
             &status);
     ASSERT_EQ(status, 0);
     QFile file(tagged);
@@ -395,7 +448,8 @@ TEST(WaveChunksThirdParty, ReadsWhatSndfileMetadataSetWrote) {
     EXPECT_EQ(m.value("timeReference"), qint64(123456789012));
     EXPECT_EQ(m.value("loudnessValue"), -23.5);
     EXPECT_EQ(m.value("bextVersion"), 2);
-    EXPECT_TRUE(m.string("codingHistory").startsWith("A=PCM,F=44100\r\n")) << m.string("codingHistory").toStdString();
+    EXPECT_TRUE(m.string("codingHistory").startsWith("A=PCM,F=44100\r\n"))
+        << m.string("codingHistory").toStdString();
     EXPECT_EQ(m.value("title"), "Title");
     EXPECT_EQ(m.value("artist"), "Artist");
     EXPECT_EQ(m.value("comments"), "Comment");
@@ -413,13 +467,18 @@ void expectInLog(const QString& log, std::initializer_list<const char*> lines) {
 
 // libsndfile reads the cue and adtl fields of RIFX files as little-endian, so only RIFF is checked here.
 TEST(WaveChunksThirdParty, SndfileInfoReadsWhatWeWrote) {
-    if (!haveTool("sndfile-info"))
-        GTEST_SKIP() << "needs sndfile-info";
+    if (!haveTool("sndfile-info")) GTEST_SKIP() << "needs sndfile-info";
     LXAnnotations a;
-    const QVariantMap values = {{"title", "Title \u00e9"}, {"artist", "Artist"}, {"description", "Desc \u00e9"},
-                                {"originator", "Orig"}, {"timeReference", qint64(123456789012)},
-                                {"codingHistory", "A=PCM,F=44100\r\n"}, {"loudnessValue", -23.5},
-                                {"baseNote", 61}, {"tempo", 120.0}, {"beats", 14}};
+    const QVariantMap values = {{"title", "Title \u00e9"},
+                                {"artist", "Artist"},
+                                {"description", "Desc \u00e9"},
+                                {"originator", "Orig"},
+                                {"timeReference", qint64(123456789012)},
+                                {"codingHistory", "A=PCM,F=44100\r\n"},
+                                {"loudnessValue", -23.5},
+                                {"baseNote", 61},
+                                {"tempo", 120.0},
+                                {"beats", 14}};
     a.metadata = LXMetadata(values);
     a.labels.markers.addMarkerWithPosition(at(100), "Intro \u00e9");
     a.labels.slices.addSliceWithPosition(at(2205));
@@ -427,7 +486,8 @@ TEST(WaveChunksThirdParty, SndfileInfoReadsWhatWeWrote) {
     a.labels.loops.addLoopWithType(LXLoopType::Forward, LXRange(at(8000), at(16000)));
     a.labels.loops.addLoopWithType(LXLoopType::Alternating, LXRange(at(20000), at(30000)), 3);
     QTemporaryDir dir;
-    const QString path = saveFile(dir, "ours.wav", waveFile(LXWaveChunks::encode(a, kRate, false, true), false));
+    const QString path =
+        saveFile(dir, "ours.wav", waveFile(LXWaveChunks::encode(a, kRate, false, true), false));
     int status = 0;
     const QString info = runTool("sndfile-info", {path}, &status);
     ASSERT_EQ(status, 0) << info.toStdString();
@@ -439,14 +499,13 @@ TEST(WaveChunksThirdParty, SndfileInfoReadsWhatWeWrote) {
                 {"Base note : 61", "Mode : fwd Start : 8000 End : 16000",
                  "Mode : alt Start : 20000 End : 30000 Count : 3"});
     expectInLog(runTool("sndfile-info", {"--broadcast", path}),
-                {"Description : Desc \u00e9", "Originator : Orig", "Time ref : 0x1cbe991a14", "BWF version : 2",
-                 "Loudness value : -23.50 LUFS", "Coding history : A=PCM,F=44100"});
+                {"Description : Desc \u00e9", "Originator : Orig", "Time ref : 0x1cbe991a14",
+                 "BWF version : 2", "Loudness value : -23.50 LUFS", "Coding history : A=PCM,F=44100"});
 }
 
 // libsndfile takes AIFF play mode 2 for backward (it is forward-backward), so the loop here is forward.
 TEST(AiffChunksThirdParty, SndfileInfoReadsWhatWeWrote) {
-    if (!haveTool("sndfile-info"))
-        GTEST_SKIP() << "needs sndfile-info";
+    if (!haveTool("sndfile-info")) GTEST_SKIP() << "needs sndfile-info";
     LXAnnotations a = fullAnnotations();
     a.labels.loops.removeAllLabels();
     a.labels.loops.addLoopWithType(LXLoopType::Forward, LXRange(at(8000), at(16000)));
@@ -455,10 +514,13 @@ TEST(AiffChunksThirdParty, SndfileInfoReadsWhatWeWrote) {
     int status = 0;
     const QString info = runTool("sndfile-info", {path}, &status);
     ASSERT_EQ(status, 0) << info.toStdString();
-    expectInLog(info, {"NAME : title \u00e9\u266b", "AUTH : author \u00e9\u266b", "ANNO : annotation \u00e9\u266b",
-                       "string : comments \u00e9\u266b", "Mark ID : 1 Position : 100 Name : Intro \u00e9",
-                       "Mark ID : 3 Position : 8000 Name : Loop 1 start", "Base Note : 61",
-                       "Low Vel. : 10 High Vel. : 120", "Gain (dB) : -6", "Sustain mode : 801 => forward begin : 3 end : 4"});
-    expectInLog(runTool("sndfile-info", {"--instrument", path}),
-                {"Base note : 61", "Velocity : 10 - 120", "Key : 36 - 96", "Mode : fwd Start : 8000 End : 16000"});
+    expectInLog(info,
+                {"NAME : title \u00e9\u266b", "AUTH : author \u00e9\u266b", "ANNO : annotation \u00e9\u266b",
+                 "string : comments \u00e9\u266b", "Mark ID : 1 Position : 100 Name : Intro \u00e9",
+                 "Mark ID : 3 Position : 8000 Name : Loop 1 start", "Base Note : 61",
+                 "Low Vel. : 10 High Vel. : 120", "Gain (dB) : -6",
+                 "Sustain mode : 801 => forward begin : 3 end : 4"});
+    expectInLog(
+        runTool("sndfile-info", {"--instrument", path}),
+        {"Base note : 61", "Velocity : 10 - 120", "Key : 36 - 96", "Mode : fwd Start : 8000 End : 16000"});
 }
