@@ -80,33 +80,33 @@ void decodeFloat(const uint8_t* in, T* out, size_t count) {
     }
 }
 
-// Round half away from zero, like sox and libsndfile with clipping on. The clamp happens twice: in
-// floating point so the conversion cannot overflow (NaN becomes 0), then exactly in integers, since
-// 2^31 - 1 has no float of its own.
+// Round half away from zero after clipping, as sox does. Written without branches so the loops
+// vectorise: NaN becomes 0, the clamp keeps the conversion in range, and adding half with the
+// value's sign before truncating rounds. Exact in float up to 24 bits; 32-bit integers go through
+// double, since float cannot tell 2^24 + 1 from 2^24.
 template <typename T>
-inline int64_t quantise(T x, T scale, int64_t lo, int64_t hi) {
+inline int32_t quantise(T x, T scale, T lo, T hi) {
     T v = x * scale;
-    if (!(v == v))
-        v = 0;
-    v = std::clamp(v, T(lo), T(hi));
-    const int64_t q = int64_t(v < 0 ? v - T(0.5) : v + T(0.5));
-    return std::clamp(q, lo, hi);
+    v = v == v ? v : T(0);
+    v = v > lo ? v : lo;
+    v = v < hi ? v : hi;
+    return int32_t(v + std::copysign(T(0.5), v));
 }
 
 template <typename T, typename I, bool Big>
 void encodeInt(const T* in, uint8_t* out, size_t count) {
     constexpr int bits = sizeof(I) * 8;
+    using W = std::conditional_t<(bits > 24), double, T>;
     constexpr int64_t full = int64_t(1) << (bits - 1);
-    constexpr T scale = T(full);
     for (size_t i = 0; i < count; ++i)
-        store<I, Big>(out + i * sizeof(I), I(quantise(in[i], scale, -full, full - 1)));
+        store<I, Big>(out + i * sizeof(I), I(quantise(W(in[i]), W(full), W(-full), W(full - 1))));
 }
 
 template <typename T, bool Big>
 void encodeInt24(const T* in, uint8_t* out, size_t count) {
     constexpr T scale = T(1 << 23);
     for (size_t i = 0; i < count; ++i) {
-        const uint32_t v = uint32_t(int32_t(quantise(in[i], scale, -(1 << 23), (1 << 23) - 1)));
+        const uint32_t v = uint32_t(int32_t(quantise(in[i], scale, -scale, scale - 1)));
         uint8_t* p = out + i * 3;
         if (Big) {
             p[0] = uint8_t(v >> 16), p[1] = uint8_t(v >> 8), p[2] = uint8_t(v);
@@ -165,7 +165,7 @@ void encodeAs(const LXSampleEncoding& e, const T* in, uint8_t* out, size_t count
     case 1: {
         const int offset = e.type == LXSampleEncoding::Type::UnsignedInt ? 128 : 0;
         for (size_t i = 0; i < count; ++i)
-            out[i] = uint8_t(int(quantise(in[i], T(128), -128, 127)) + offset);
+            out[i] = uint8_t(int(quantise(in[i], T(128), T(-128), T(127))) + offset);
         break;
     }
     case 2: encodeInt<T, int16_t, Big>(in, out, count); break;

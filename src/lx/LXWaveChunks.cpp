@@ -298,7 +298,10 @@ private:
 
         int note = int(std::min<uint32_t>(unityNote, 127));
         int cents = int(std::lround(fraction * 100.0 / 4294967296.0));
-        if (cents > 50 && note < 127) ++note, cents -= 100;
+        if (cents > 50 && note < 127) {
+            ++note;
+            cents -= 100;
+        }
         m.setValue(str("baseNote"), note);
         m.setValue(str("detune"), cents);
         if (manufacturer) m.setValue(str("samplerManufacturer"), qint64(manufacturer));
@@ -573,7 +576,10 @@ private:
         }
         int note = clampTo<int>(integerValue(m_m, str("baseNote")).value_or(60), 0, 127);
         int cents = clampTo<int>(integerValue(m_m, str("detune")).value_or(0), -99, 99);
-        if (cents < 0 && note > 0) --note, cents += 100;
+        if (cents < 0 && note > 0) {
+            --note;
+            cents += 100;
+        }
         const uint32_t fraction =
             uint32_t(std::clamp(std::llround(std::max(cents, 0) / 100.0 * 4294967296.0), 0LL, 0xFFFFFFFFLL));
         const QByteArray samplerData = QByteArray::fromHex(text("samplerData").toLatin1());
@@ -616,8 +622,10 @@ private:
         uint16_t numerator = 4;
         uint16_t denominator = 4;
         const QStringList meter = text("timeSignature").split(QLatin1Char('/'));
-        if (meter.size() == 2 && meter[0].toUShort() > 0 && meter[1].toUShort() > 0)
-            numerator = meter[0].toUShort(), denominator = meter[1].toUShort();
+        if (meter.size() == 2 && meter[0].toUShort() > 0 && meter[1].toUShort() > 0) {
+            numerator = meter[0].toUShort();
+            denominator = meter[1].toUShort();
+        }
         // 0x04: stretch, which a loop wants and a one-shot does not.
         const uint32_t flags = (oneShot ? 0x01 : 0x04) | (key ? 0x02 : 0);
         Writer w(m_big);

@@ -1,4 +1,4 @@
-// File-system services on real files in a temporary folder (and /dev/shm for another file system).
+// File-system services on real files in a temporary folder (and /dev/shm as a second file system).
 
 #include "LXAudioFormat.h"
 #include "LXFile.h"
@@ -26,20 +26,24 @@ protected:
 
     QString path(const QString& name) const { return m_dir.filePath(name); }
 
-    static void writeFile(const QString& path, const QByteArray& bytes) {
+    static void writeFile(const QString& path, const QByteArray& bytes, mode_t mode = 0644) {
         QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
         file.write(bytes);
+        file.close();
+        ASSERT_EQ(::chmod(QFile::encodeName(path).constData(), mode), 0);
     }
     static QByteArray readFile(const QString& path) {
         QFile file(path);
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
     }
-    static void setTimes(const QString& path, time_t seconds, bool followLink = true) {
+    // Modification time at seconds + 0.25 s, so that the milliseconds are checked too.
+    static void setTime(const QString& path, time_t seconds, int flags = 0) {
         const std::array<timespec, 2> times = {timespec{seconds, 0}, timespec{seconds, 250000000}};
-        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times.data(),
-                              followLink ? 0 : AT_SYMLINK_NOFOLLOW),
-                  0);
+        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times.data(), flags), 0);
+    }
+    static qint64 timeOf(const QString& path) {
+        return LXFile::modificationDateOfFileAtPath(path).toMSecsSinceEpoch();
     }
     static mode_t modeOf(const QString& path) {
         struct stat st = {};
@@ -71,19 +75,16 @@ TEST_F(FileServices, TypeCodeComesFromTheContentNotTheName) {
         {"x.mp3", {}, LXFormat::MP3},
     };
     for (const auto& m : made) {
-        SCOPED_TRACE(m.name);
         const QString file = path(QString::fromLatin1(m.name));
-        ASSERT_TRUE(TestAudio::generateWithSox(file, QStringList{"-n", "-r", "44100", "-c", "1"} + m.options,
+        ASSERT_TRUE(TestAudio::generateWithSox(file, QStringList{"-n", "-r", "44100"} + m.options,
                                                {"synth", "0.2", "sine", "440"}));
-        // Renamed, so that only the content can tell.
-        const QString renamed = file + QStringLiteral(".dat");
-        ASSERT_TRUE(QFile::rename(file, renamed));
-        EXPECT_EQ(LXFile::typeCodeAtPath(renamed), m.type);
+        ASSERT_TRUE(QFile::rename(file, file + ".dat")); // only the content can tell now
+        EXPECT_EQ(LXFile::typeCodeAtPath(file + ".dat"), m.type) << m.name;
     }
 
-    const QByteArray junk(64, 'j');
     auto raw = [](const auto& literal) { return QByteArray(literal, sizeof literal - 1); }; // keeps NULs
-    // An ID3v2 tag of 20 bytes (sizes in 7-bit bytes) in front of MPEG frames, or of FLAC.
+    const QByteArray junk(64, 'j');
+    // An ID3v2 tag of 20 bytes (its size in 7-bit bytes) in front of MPEG frames, or of FLAC.
     const QByteArray id3 = raw("ID3\x04\x00\x00\x00\x00\x00\x14") + QByteArray(20, '\0');
     const struct {
         const char* name;
@@ -93,7 +94,6 @@ TEST_F(FileServices, TypeCodeComesFromTheContentNotTheName) {
         {"rf64", raw("RF64\xff\xff\xff\xffWAVEds64") + junk, LXFormat::RF64},
         {"bw64", raw("BW64\xff\xff\xff\xffWAVEds64") + junk, LXFormat::RF64},
         {"rifx", raw("RIFX\x00\x00\x00\x40WAVEfmt ") + junk, LXFormat::WAVE},
-        {"dns", "dns." + junk, LXFormat::AU},
         {"id3-mp3", id3 + readFile(path("x.mp3.dat")), LXFormat::MP3},
         {"id3-flac", id3 + readFile(path("x.flac.dat")), LXFormat::FLAC},
         {"mpeg-frame", raw("\xff\xfb\x90\x64") + junk, LXFormat::MP3},
@@ -105,17 +105,14 @@ TEST_F(FileServices, TypeCodeComesFromTheContentNotTheName) {
          0},
         {"text", "Hello, this is not audio at all.", 0},
         {"short", "RI", 0},
-        {"empty", "", 0},
     };
     for (const auto& h : handMade) {
-        SCOPED_TRACE(h.name);
         writeFile(path(QString::fromLatin1(h.name)), h.bytes);
-        EXPECT_EQ(LXFile::typeCodeAtPath(path(QString::fromLatin1(h.name))), h.type);
+        EXPECT_EQ(LXFile::typeCodeAtPath(path(QString::fromLatin1(h.name))), h.type) << h.name;
     }
-
     EXPECT_EQ(LXFile::typeCodeAtPath(path("missing.wav")), 0u);
     EXPECT_EQ(LXFile::typeCodeAtPath(m_dir.path()), 0u);
-    // A FIFO nobody writes to: answered at once, not after a writer comes along.
+    // A FIFO nobody writes to: answered at once rather than when a writer comes along.
     ASSERT_EQ(::mkfifo(QFile::encodeName(path("fifo")).constData(), 0600), 0);
     EXPECT_EQ(LXFile::typeCodeAtPath(path("fifo")), 0u);
 }
@@ -124,17 +121,11 @@ TEST_F(FileServices, MoveReplacesAnExistingTargetAndCrossesFileSystems) {
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("a")));
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("b")));
     writeFile(path("a/one.wav"), "one");
+    writeFile(path("b/two.wav"), "old");
     ASSERT_TRUE(LXFile::movePath(path("a/one.wav"), path("b/two.wav")));
     EXPECT_FALSE(LXFile::existsAtPath(path("a/one.wav")));
     EXPECT_EQ(readFile(path("b/two.wav")), "one");
-
-    writeFile(path("a/new.wav"), "new");
-    ASSERT_TRUE(LXFile::movePath(path("a/new.wav"), path("b/two.wav")));
-    EXPECT_EQ(readFile(path("b/two.wav")), "new");
     EXPECT_EQ(LXFile::contentsOfDirectoryAtPath(path("b")), QStringList{"two.wav"});
-
-    ASSERT_TRUE(LXFile::movePath(path("b"), path("a/b moved")));
-    EXPECT_EQ(readFile(path("a/b moved/two.wav")), "new");
 
     auto missing = LXFile::movePath(path("nothing.wav"), path("a/x.wav"));
     ASSERT_FALSE(missing);
@@ -149,16 +140,15 @@ TEST_F(FileServices, MoveReplacesAnExistingTargetAndCrossesFileSystems) {
         ::stat(QFile::encodeName(m_dir.path()).constData(), &here) != 0 || here.st_dev == there.st_dev)
         GTEST_SKIP() << "no second file system at /dev/shm";
     const QString far = other.filePath("far.wav");
-    writeFile(far, QByteArray(3 << 20, 'f')); // more than one copy block
-    ASSERT_EQ(::chmod(QFile::encodeName(far).constData(), 0640), 0);
-    setTimes(far, 1000000000);
-    writeFile(path("a/near.wav"), "old");
-    ASSERT_TRUE(LXFile::movePath(far, path("a/near.wav")));
+    const QByteArray big(3 << 20, 'f'); // several copy blocks
+    writeFile(far, big, 0640);
+    setTime(far, 1000000000);
+    ASSERT_TRUE(LXFile::movePath(far, path("b/two.wav")));
     EXPECT_FALSE(LXFile::existsAtPath(far));
-    EXPECT_EQ(readFile(path("a/near.wav")), QByteArray(3 << 20, 'f'));
-    EXPECT_EQ(modeOf(path("a/near.wav")), mode_t(0640));
-    EXPECT_EQ(LXFile::modificationDateOfFileAtPath(path("a/near.wav")).toMSecsSinceEpoch(), 1000000000250);
-    EXPECT_EQ(LXFile::contentsOfDirectoryAtPath(path("a")), (QStringList{"b moved", "near.wav"}));
+    EXPECT_EQ(readFile(path("b/two.wav")), big);
+    EXPECT_EQ(modeOf(path("b/two.wav")), mode_t(0640));
+    EXPECT_EQ(timeOf(path("b/two.wav")), 1000000000250);
+    EXPECT_EQ(LXFile::contentsOfDirectoryAtPath(path("b")), QStringList{"two.wav"}); // no temporary left
 
     ASSERT_TRUE(LXFile::createDirectoryAtPath(other.filePath("tree/inner")));
     writeFile(other.filePath("tree/inner/x"), "x");
@@ -171,12 +161,11 @@ TEST_F(FileServices, CopyKeepsTreesModesDatesLinksAndCreator) {
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("src/deep/deeper")));
     writeFile(path("src/big.wav"), QByteArray((3 << 20) + 17, 'b'));
     writeFile(path("src/deep/deeper/.hidden"), "h");
-    writeFile(path("src/deep/read-only.txt"), "r");
-    ASSERT_EQ(::chmod(QFile::encodeName(path("src/deep/read-only.txt")).constData(), 0444), 0);
+    writeFile(path("src/deep/read-only.txt"), "r", 0444);
     link(QStringLiteral("deep/read-only.txt"), path("src/link"));
-    setTimes(path("src/big.wav"), 1200000000);
+    setTime(path("src/big.wav"), 1200000000);
     ASSERT_EQ(::chmod(QFile::encodeName(path("src/deep")).constData(), 0750), 0);
-    setTimes(path("src/deep"), 1300000000);
+    setTime(path("src/deep"), 1300000000);
     const bool haveCreator = LXFile::setCreatorCodeAtPath(path("src/big.wav"), LXFourCC("CLPW")).ok();
 
     ASSERT_TRUE(LXFile::copyPath(path("src"), path("dst")));
@@ -184,14 +173,13 @@ TEST_F(FileServices, CopyKeepsTreesModesDatesLinksAndCreator) {
     EXPECT_EQ(readFile(path("dst/deep/deeper/.hidden")), "h");
     EXPECT_EQ(modeOf(path("dst/deep/read-only.txt")), mode_t(0444));
     EXPECT_EQ(modeOf(path("dst/deep")), mode_t(0750));
-    EXPECT_EQ(LXFile::modificationDateOfFileAtPath(path("dst/big.wav")).toMSecsSinceEpoch(), 1200000000250);
-    EXPECT_EQ(LXFile::modificationDateOfFileAtPath(path("dst/deep")).toMSecsSinceEpoch(), 1300000000250);
+    EXPECT_EQ(timeOf(path("dst/big.wav")), 1200000000250);
+    EXPECT_EQ(timeOf(path("dst/deep")), 1300000000250);
     EXPECT_EQ(QFile::symLinkTarget(path("dst/link")), path("dst/deep/read-only.txt"));
     if (haveCreator) {
         EXPECT_EQ(LXFile::creatorCodeAtPath(path("dst/big.wav")), LXFourCC("CLPW"));
     }
 
-    // An existing target stays as it was.
     writeFile(path("taken.wav"), "taken");
     auto refused = LXFile::copyPath(path("src/big.wav"), path("taken.wav"));
     ASSERT_FALSE(refused);
@@ -205,18 +193,15 @@ TEST_F(FileServices, DeleteRemovesTreesButNeverWhatLinksPointAt) {
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("keep")));
     writeFile(path("keep/precious.wav"), "p");
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("tree/sub")));
-    writeFile(path("tree/sub/a.wav"), "a");
+    writeFile(path("tree/sub/a.wav"), "a", 0444);
     writeFile(path("tree/.hidden"), "h");
-    ASSERT_EQ(::chmod(QFile::encodeName(path("tree/sub/a.wav")).constData(), 0444), 0);
-    link(path("keep"), path("tree/link-to-keep"));
+    link(path("keep"), path("tree/sub/link-to-keep"));
 
     ASSERT_TRUE(LXFile::emptyDirectoryAtPath(path("tree")));
     EXPECT_TRUE(LXFile::existsAtPath(path("tree")));
     EXPECT_TRUE(LXFile::contentsOfDirectoryAtPath(path("tree")).isEmpty());
-    EXPECT_EQ(readFile(path("keep/precious.wav")), "p");
 
-    ASSERT_TRUE(LXFile::createDirectoryAtPath(path("tree/again")));
-    link(path("keep"), path("tree/again/link"));
+    link(path("keep"), path("tree/link"));
     ASSERT_TRUE(LXFile::deleteFileAtPath(path("tree")));
     EXPECT_FALSE(LXFile::existsAtPath(path("tree")));
     EXPECT_EQ(readFile(path("keep/precious.wav")), "p");
@@ -237,7 +222,8 @@ TEST_F(FileServices, TrashFollowsTheFreedesktopLayout) {
     qputenv("HOME", QFile::encodeName(path("home")));
     qputenv("XDG_DATA_HOME", QFile::encodeName(path("data"))); // does not exist yet
 
-    const QString name = QStringLiteral("kick drum é #1.wav");
+    const QString name = QStringLiteral("kick drum é #1.wav"),
+                  second = QStringLiteral("kick drum é #1.2.wav");
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("one")));
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("two")));
     writeFile(path("one/" + name), "first");
@@ -249,33 +235,25 @@ TEST_F(FileServices, TrashFollowsTheFreedesktopLayout) {
 
     const QString trash = path("data/Trash");
     EXPECT_EQ(modeOf(trash + "/files"), mode_t(0700));
-    const QString second = QStringLiteral("kick drum é #1.2.wav");
-    EXPECT_EQ(LXFile::contentsOfDirectoryAtPath(trash + "/files"), (QStringList{second, name}));
     EXPECT_EQ(readFile(trash + "/files/" + name), "first");
     EXPECT_EQ(readFile(trash + "/files/" + second), "second");
-
-    const QStringList lines =
+    const QStringList info =
         QString::fromUtf8(readFile(trash + "/info/" + second + ".trashinfo")).split('\n');
-    ASSERT_GE(lines.size(), 3);
-    EXPECT_EQ(lines[0], QStringLiteral("[Trash Info]"));
-    ASSERT_TRUE(lines[1].startsWith(QStringLiteral("Path=")));
-    EXPECT_FALSE(lines[1].contains(u' ')); // percent-encoded
-    EXPECT_EQ(QUrl::fromPercentEncoding(lines[1].mid(5).toLatin1()), path("two/" + name));
-    ASSERT_TRUE(lines[2].startsWith(QStringLiteral("DeletionDate=")));
-    const QDateTime deleted = QDateTime::fromString(lines[2].mid(13), QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
-    EXPECT_TRUE(deleted >= before.addSecs(-1) && deleted <= QDateTime::currentDateTime())
-        << lines[2].toStdString();
+    ASSERT_GE(info.size(), 3);
+    EXPECT_EQ(info[0], QStringLiteral("[Trash Info]"));
+    ASSERT_TRUE(info[1].startsWith(QStringLiteral("Path=")));
+    EXPECT_FALSE(info[1].contains(u' ')); // percent-encoded
+    EXPECT_EQ(QUrl::fromPercentEncoding(info[1].mid(5).toLatin1()), path("two/" + name));
+    ASSERT_TRUE(info[2].startsWith(QStringLiteral("DeletionDate=")));
+    const QDateTime deleted = QDateTime::fromString(info[2].mid(13), QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
+    EXPECT_TRUE(deleted >= before && deleted <= QDateTime::currentDateTime()) << info[2].toStdString();
 
-    // Without XDG_DATA_HOME, the trash is under ~/.local/share; folders are trashed whole.
-    qunsetenv("XDG_DATA_HOME");
+    qunsetenv("XDG_DATA_HOME"); // then it is ~/.local/share/Trash; folders go whole
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("folder/inside")));
     ASSERT_TRUE(LXFile::moveToTrash(path("folder")));
     EXPECT_TRUE(LXFile::existsAtPath(path("home/.local/share/Trash/files/folder/inside")));
     EXPECT_TRUE(LXFile::existsAtPath(path("home/.local/share/Trash/info/folder.trashinfo")));
-
-    auto missing = LXFile::moveToTrash(path("nothing.wav"));
-    ASSERT_FALSE(missing);
-    EXPECT_EQ(missing.error().code(), -ENOENT);
+    EXPECT_EQ(LXFile::moveToTrash(path("nothing.wav")).error().code(), -ENOENT);
 }
 
 TEST_F(FileServices, CreatorCodeRoundTripsThroughAnExtendedAttribute) {
@@ -292,55 +270,29 @@ TEST_F(FileServices, CreatorCodeRoundTripsThroughAnExtendedAttribute) {
     EXPECT_FALSE(LXFile::setCreatorCodeAtPath(path("missing.wav"), LXFourCC("CLPW")));
 }
 
-TEST_F(FileServices, ConformPathExpandsTildeAndCleansButKeepsLinks) {
+TEST_F(FileServices, PathsDatesAndFolders) {
     const QString home = QDir::homePath();
     EXPECT_EQ(LXFile::conformPath(QStringLiteral("~")), home);
     EXPECT_EQ(LXFile::conformPath(QStringLiteral("~/x/../y.wav")), home + QStringLiteral("/y.wav"));
     EXPECT_EQ(LXFile::conformPath(QStringLiteral("/a//b/./c/")), QStringLiteral("/a/b/c"));
-    EXPECT_EQ(LXFile::conformPath(QStringLiteral("/a/b/..")), QStringLiteral("/a"));
     EXPECT_EQ(LXFile::conformPath(QStringLiteral("rel/x.wav")),
               QDir::currentPath() + QStringLiteral("/rel/x.wav"));
-    EXPECT_EQ(LXFile::conformPath(QString()), QString());
     link(m_dir.path(), path("link"));
-    EXPECT_EQ(LXFile::conformPath(path("link/./x.wav")), path("link/x.wav"));
-}
+    EXPECT_EQ(LXFile::conformPath(path("link/./x.wav")), path("link/x.wav")); // links stay
 
-TEST_F(FileServices, QueriesAboutFilesAndFolders) {
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("n/e/s/t")));
-    EXPECT_TRUE(LXFile::createDirectoryAtPath(path("n/e"))); // already there
     writeFile(path("n/file"), "12345");
-    auto blocked = LXFile::createDirectoryAtPath(path("n/file/sub"));
-    ASSERT_FALSE(blocked);
-    EXPECT_TRUE(blocked.error().isFileError());
-
+    EXPECT_TRUE(LXFile::createDirectoryAtPath(path("n/file/sub")).error().isFileError());
     writeFile(path("n/.dot"), "");
-    writeFile(path("n/B"), "");
-    EXPECT_EQ(LXFile::contentsOfDirectoryAtPath(path("n")), (QStringList{".dot", "B", "e", "file"}));
-    EXPECT_TRUE(LXFile::contentsOfDirectoryAtPath(path("missing")).isEmpty());
-
-    bool isDirectory = false;
-    EXPECT_TRUE(LXFile::existsAtPath(path("n/e"), &isDirectory));
-    EXPECT_TRUE(isDirectory);
-    EXPECT_TRUE(LXFile::existsAtPath(path("n/file"), &isDirectory));
-    EXPECT_FALSE(isDirectory);
-    EXPECT_FALSE(LXFile::existsAtPath(path("missing")));
-    EXPECT_TRUE(LXFile::isWritableDirectory(path("n")));
-    EXPECT_FALSE(LXFile::isWritableDirectory(path("n/file")));
-
-    EXPECT_EQ(LXFile::sizeOfFileAtPath(path("n/file")), 5);
-    EXPECT_EQ(LXFile::sizeOfFileAtPath(path("missing")), -1);
+    EXPECT_EQ(LXFile::contentsOfDirectoryAtPath(path("n")), (QStringList{".dot", "e", "file"}));
 
     // The date of a link is its own, not its target's.
-    setTimes(path("n/file"), 1000000000);
+    setTime(path("n/file"), 1000000000);
     link(path("n/file"), path("n/link"));
-    setTimes(path("n/link"), 1100000000, false);
-    EXPECT_EQ(LXFile::modificationDateOfFileAtPath(path("n/file")).toSecsSinceEpoch(), 1000000000);
-    EXPECT_EQ(LXFile::modificationDateOfFileAtPath(path("n/link")).toSecsSinceEpoch(), 1100000000);
+    setTime(path("n/link"), 1100000000, AT_SYMLINK_NOFOLLOW);
+    EXPECT_EQ(timeOf(path("n/file")), 1000000000250);
+    EXPECT_EQ(timeOf(path("n/link")), 1100000000250);
     EXPECT_FALSE(LXFile::modificationDateOfFileAtPath(path("missing")).isValid());
-
-    EXPECT_TRUE(LXFile::syncPath(path("n/file")));
-    EXPECT_TRUE(LXFile::syncPath(path("n")));
-    EXPECT_EQ(LXFile::syncPath(path("missing")).error().code(), -ENOENT);
 }
 
 } // namespace

@@ -26,7 +26,7 @@ double soxTolerance(const LXSampleEncoding& e) {
     return e.isFloat() ? std::ldexp(1.0, -31) : 0.0;
 }
 
-// Compares a decoded file with what the spec says it holds; reports the first mismatch only, so a
+// Compares a decoded file with what its settings say it holds; reports the first mismatch only, so a
 // wrong file does not print a million lines.
 void expectHolds(const Decoded& decoded, const Spec& spec, const std::vector<double>& want,
                  int channel = -1) {

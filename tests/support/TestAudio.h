@@ -11,12 +11,12 @@
 // Deterministic test audio, written through our own writer and read back by independent programs
 // (sox, soxi, sndfile-info, ffprobe) that serve the tests as oracles.
 //
-// Every sample is a pure function of (spec, frame, channel), so a test can compute what any frame of a
-// generated file must hold without keeping the file's contents in memory.
+// Every sample is a pure function of (settings, frame, channel), so a test can compute what any frame
+// of a generated file must hold without keeping the file's contents in memory.
 namespace TestAudio {
 
 enum class Signal {
-    // Channel 0 a sine at the spec's frequency, channel 1 a triangle at the same frequency starting at
+    // Channel 0 a sine at the given frequency, channel 1 a triangle at the same frequency starting at
     // -amplitude, every further channel c a DC offset of c/20 plus a small sine at c/2 times the
     // frequency, all scaled by the amplitude: swapped channels, offsets and gain errors all show.
     Pattern,
@@ -40,17 +40,17 @@ struct Spec {
     bool interleaved = true; // false: one mono file per channel (a split set)
 };
 
-// The value of one sample before quantisation. Values are exactly representable as float, so the
-// writer produces the same file whether it is fed float or double.
+// The value of one sample before quantisation. Values are exactly representable as float, so a writer
+// fed floats and one fed doubles must produce the same file.
 double sample(const Spec& spec, int64_t frame, int channel);
 
 // All frames, interleaved, before quantisation.
 std::vector<double> generate(const Spec& spec);
 
-// What a file of this spec holds, interleaved, as a reader scaling integers of n bits by 1/2^(n-1)
-// returns it: integers are round(v * 2^(n-1)), half away from zero, clipped to the integer's range;
-// 32-bit floats are the sample itself. expected() is exact for every encoding but 32-bit integers,
-// which need expectedExact().
+// What a file made from these settings holds, interleaved, as a reader scaling integers of n bits by
+// 1/2^(n-1) returns it: integers are round(v * 2^(n-1)), half away from zero, clipped to the
+// integer's range; 32-bit floats are the sample itself. expected() is exact for every encoding but
+// 32-bit integers, which need expectedExact().
 std::vector<float> expected(const Spec& spec);
 std::vector<double> expectedExact(const Spec& spec);
 // One value of the above.
