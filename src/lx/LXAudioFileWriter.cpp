@@ -56,6 +56,7 @@ LXAudioFileWriter::LXAudioFileWriter(const LXAudioFile& source)
       m_directory(QFileInfo(source.path()).path()), m_baseName(QFileInfo(source.path()).fileName()),
       m_annotations(source.annotations()), m_writeUnusedChunks(g_retainUnrecognizedData) {
     m_desc.frames = 0;
+    m_sourceFormat = m_desc.format;
     if (!m_desc.encoding.isFloat() && m_desc.encoding.bytes > 4)
         m_desc.encoding = LXSampleEncoding::pcm(32, m_desc.encoding.bigEndian); // the widest we write
     // Containers we write but not read natively keep their format; others become what they are.
@@ -204,8 +205,10 @@ LXStatus LXAudioFileWriter::endWrite() {
     if (m_sampleError)
         return *m_sampleError;
     LXAnnotations annotations = m_annotations;
-    if (!m_writeAnalysis)
-        annotations.metadata.remove(QStringLiteral("analysis"));
+    const bool converted = m_sourceFormat != LXFormat::Unknown &&
+                           (isAiff(m_desc.format) != isAiff(m_sourceFormat) || !LXFormat::isNative(m_desc.format));
+    if (converted)
+        annotations.unknownChunks.clear(); // a WAV chunk means nothing inside an AIFF file, and vice versa
     for (size_t i = 0; i < m_sinks.size(); ++i) {
         // Descriptive data and labels belong to the lead file of a split set.
         const LXAnnotations& own = i == 0 ? annotations : LXAnnotations{};

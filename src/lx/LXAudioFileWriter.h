@@ -42,7 +42,10 @@ public:
     void setInterleaved(bool interleaved); // false: one mono file per channel
     void setDirectory(const QString& directory);
     void setWriteUnusedChunks(bool write) { m_writeUnusedChunks = write; }
+    // Analysis results live in LXWaveformCache, never in the file, and chunks that describe the
+    // samples (PEAK, levl) are dropped on reading, so there is no analysis data to leave out.
     void setWriteAnalysis(bool write) { m_writeAnalysis = write; }
+    bool writesAnalysis() const { return m_writeAnalysis; }
 
     uint32_t format() const { return m_desc.format; }
     QString formatExtension() const;
@@ -94,6 +97,7 @@ private:
     QString m_directory;
     QString m_baseName = QStringLiteral("Untitled");
     LXAnnotations m_annotations;
+    uint32_t m_sourceFormat = LXFormat::Unknown; // the container the unknown chunks came from, if any
     bool m_writeUnusedChunks = true;
     bool m_writeAnalysis = true;
 

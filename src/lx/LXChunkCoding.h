@@ -136,7 +136,6 @@ inline bool isIdentifierAt(QByteArrayView data, qsizetype pos) {
 struct SubChunk {
     QByteArray id;
     QByteArrayView data; // into the parent chunk
-    bool truncated = false;
 };
 
 // The sub-chunks of a LIST or of our private records. A sub-chunk whose size runs past the end is read
@@ -151,7 +150,7 @@ inline QList<SubChunk> subChunks(QByteArrayView data, bool bigEndian) {
         const qsizetype start = pos + 8;
         const qsizetype available = data.size() - start;
         const qsizetype length = std::min(size, available);
-        result.append({data.sliced(pos, 4).toByteArray(), data.sliced(start, length), size > available});
+        result.append({data.sliced(pos, 4).toByteArray(), data.sliced(start, length)});
         if (size > available) break;
         pos = start + length;
         if (length % 2 && (isIdentifierAt(data, pos + 1) || !isIdentifierAt(data, pos))) ++pos;

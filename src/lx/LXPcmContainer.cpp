@@ -146,8 +146,10 @@ LXResult<void> Parser::walkChunks(int64_t pos, int64_t end) {
                 warn(QStringLiteral("the '%1' chunk is cut short").arg(QString::fromLatin1(id)), pos);
                 size = std::max<int64_t>(0, std::min(end, m_size) - payload);
             }
+            // Padding, and chunks that describe the samples themselves (peaks, overviews, checksums):
+            // any change to the audio would make them lie, so they are not carried over.
             const bool skip = id == "JUNK" || id == "junk" || id == "PAD " || id == "FLLR" || id == "fact" ||
-                              id == "FVER";
+                              id == "FVER" || id == "PEAK" || id == "levl" || id == "MD5 ";
             if (!skip) {
                 if (size > kLXMaxChunkInMemory)
                     return damaged(QStringLiteral("the '%1' chunk is implausibly large (%2 bytes)")

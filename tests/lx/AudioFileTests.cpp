@@ -378,3 +378,30 @@ TEST_F(AudioFileTest, WavBecomesRf64PastTheSizeLimit) {
     ASSERT_EQ(copy->markerList().count(), 1);
     EXPECT_DOUBLE_EQ(copy->markerList().labelAtIndex(0).start, 0.5);
 }
+
+// Chunks we do not know survive a rewrite in the same container family, but a WAV chunk means
+// nothing in an AIFF file, so a conversion leaves them behind.
+TEST_F(AudioFileTest, UnknownChunksFollowRewritesButNotConversions) {
+    Spec spec;
+    spec.frames = 1000;
+    LXAudioFileWriter writer(dir.path());
+    writer.annotations().unknownChunks.append({"zzzz", QByteArray("private data of another program")});
+    const std::vector<double> samples = generate(spec);
+    ASSERT_TRUE(writer.writeFrames(samples.data(), spec.frames));
+    ASSERT_TRUE(writer.endWrite());
+    save(writer, path("chunky.wav"));
+    auto file = open(path("chunky.wav"));
+    ASSERT_EQ(file->annotations().unknownChunks.size(), 1);
+
+    LXAudioFileWriter rewrite(*file);
+    ASSERT_EQ(file->changeAmplitude({{"gain", 0.5}}, rewrite), LXContinue);
+    save(rewrite, path("rewritten.wav"));
+    EXPECT_EQ(open(path("rewritten.wav"))->annotations().unknownChunks, file->annotations().unknownChunks);
+
+    LXAudioFileWriter conversion(*file);
+    conversion.setFormat(LXFormat::AIFF);
+    ASSERT_EQ(file->copyToWriter(conversion), LXContinue);
+    save(conversion, path("converted.aif"));
+    EXPECT_TRUE(open(path("converted.aif"))->annotations().unknownChunks.isEmpty());
+    EXPECT_EQ(sox(path("converted.aif")).samples, sox(path("chunky.wav")).samples);
+}

@@ -36,13 +36,18 @@ LXAnnotations annotations() {
                                 {"highVelocity", 110},
                                 {"gain", -3},
                                 {"tempo", 128.0},
-                                {"genre", "Test"}};
+                                {"genre", "Test"},
+                                {"annotation", "Note"},
+                                {"timeReference", qint64(123456789012)},
+                                {"loudnessValue", -23.5},
+                                {"codingHistory", "A=PCM,F=44100\r\n"}};
     a.metadata = LXMetadata(values);
     a.labels.markers.addMarkerWithPosition(at(441), "Hit");
     a.labels.markers.addMarkerWithPosition(at(22050), "Middle");
     a.labels.slices.addSliceWithPosition(at(11025));
     a.labels.regions.addRegionWithRange(LXRange::rangeWithLocation(at(4410), at(8820)), "Phrase");
     a.labels.loops.addLoopWithType(LXLoopType::Forward, LXRange(at(30000), at(40000)));
+    a.labels.loops.addLoopWithType(LXLoopType::Alternating, LXRange(at(20000), at(30000)), 3);
     a.unknownChunks.append({"zzzz", QByteArray("\x01\x02\x03", 3)});
     return a;
 }
@@ -131,11 +136,15 @@ TEST_P(MetadataFile, SndfileInfoSeesLabelsAndInstrument) {
         expectInLog(info, {"INAM : Take \u00e9", "IART : Artist", "ICOP : (C) 2024", "ICMT : Comment",
                            "Count : 4 Cue ID : 1 Pos : 441", "Cue ID : 2 Pos : 22050",
                            "Cue ID : 3 Pos : 11025", "Cue ID : 4 Pos : 4410", "labl : 1 : Hit",
-                           "Midi Note : 62", "Type : 0 Start : 30000 End : 39999", "zzzz : 3"});
-        expectInLog(runTool("sndfile-info", {"--broadcast", p}), {"Description : Desc", "Originator : Orig"});
+                           "Midi Note : 62", "Loop Count : 2", "Type : 0 Start : 30000 End : 39999",
+                           "Type : 1 Start : 20000 End : 29999 Fraction : 0 Count : 3", "zzzz : 3"});
+        expectInLog(instrument, {"Mode : alt Start : 20000 End : 30000 Count : 3"});
+        expectInLog(runTool("sndfile-info", {"--broadcast", p}),
+                    {"Description : Desc", "Originator : Orig", "Time ref : 0x1cbe991a14", "BWF version : 2",
+                     "Loudness value : -23.50 LUFS", "Coding history : A=PCM,F=44100"});
     } else {
         expectInLog(info,
-                    {"NAME : Take \u00e9", "AUTH : Author", "string : Comment",
+                    {"NAME : Take \u00e9", "AUTH : Author", "ANNO : Note", "string : Comment",
                      "Mark ID : 1 Position : 441 Name : Hit", "Mark ID : 2 Position : 22050 Name : Middle",
                      "Mark ID : 3 Position : 30000", "Mark ID : 4 Position : 40000", "Base Note : 62",
                      "Detune : 7", "Low Note : 40 High Note : 90 Low Vel. : 20 High Vel. : 110",

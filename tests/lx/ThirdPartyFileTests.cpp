@@ -51,7 +51,8 @@ std::optional<Decoded> readWithFfmpeg(const QString& path, const QString& scratc
     Decoded decoded;
     decoded.channels = channels.trimmed().toInt();
     decoded.samples.resize(size_t(bytes.size()) / sizeof(double));
-    std::memcpy(decoded.samples.data(), bytes.constData(), decoded.samples.size() * sizeof(double));
+    if (!decoded.samples.empty())
+        std::memcpy(decoded.samples.data(), bytes.constData(), decoded.samples.size() * sizeof(double));
     return decoded;
 }
 

@@ -225,7 +225,8 @@ LXResult<Decoded> readWithSox(const QString& path) {
 
     static_assert(std::endian::native == std::endian::little, "sox is asked for little-endian doubles");
     decoded.samples.resize(size_t(bytes.size()) / sizeof(double));
-    std::memcpy(decoded.samples.data(), bytes.constData(), decoded.samples.size() * sizeof(double));
+    if (!decoded.samples.empty())
+        std::memcpy(decoded.samples.data(), bytes.constData(), decoded.samples.size() * sizeof(double));
     return decoded;
 }
 
