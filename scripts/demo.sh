@@ -12,4 +12,4 @@ sox -n -r 44100 -b 16 -c 2 "$dir/silence.caf" trim 0 1
 sox -n -r 44100 -b 16 "$dir/chirp.flac" synth 1 sine 100-4000
 
 echo "Reading generated sounds through the framework:"
-"$build/app/clipwright" "$dir"/*
+"$build/app/clipwright" info "$dir"/*

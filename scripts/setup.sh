@@ -7,10 +7,10 @@ packages=(
   # toolchain
   build-essential cmake ninja-build ccache pkg-config clang libfuzzer-14-dev libclang-rt-14-dev
   # libraries
-  qt6-base-dev libsndfile1-dev
+  qt6-base-dev libqt6sql6-sqlite libsndfile1-dev libplist-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
-  sox libsox-fmt-all ffmpeg flac sndfile-programs
+  sox libsox-fmt-all ffmpeg flac sndfile-programs dbus
   # real third-party audio for the reader tests
   sonic-pi-samples csoundqt-examples python3-scipy
 )

@@ -1,0 +1,187 @@
+#include "TWFolderEntry.h"
+
+#include "TWDesktop.h"
+#include "TWFileEntry.h"
+#include "TWInteraction.h"
+#include "TWLocalizedStrings.h"
+#include "TWWorkspace.h"
+
+#include "LXAudioFilename.h"
+#include "LXFile.h"
+#include "LXWaveformCache.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSet>
+
+namespace {
+
+QString fileNameOf(const QString& path) {
+    return QFileInfo(path).fileName();
+}
+
+QString joinPath(const QString& directory, const QString& name) {
+    return directory.endsWith(u'/') ? directory + name : directory + u'/' + name;
+}
+
+void showFailure(const char* titleKey, const char* messageKey, const QString& name,
+                 const QString& reason = {}) {
+    TWAlert alert;
+    alert.style = TWAlertStyle::Informational;
+    alert.title = TWLocalizedString(QString::fromLatin1(titleKey));
+    alert.message = TWLocalizedString(QString::fromLatin1(messageKey)).arg(name);
+    if (!reason.isEmpty()) alert.message += QStringLiteral("\n\n") + reason;
+    alert.buttons = {TWLocalizedString(QStringLiteral("OK"))};
+    TWInteraction::current().runAlert(alert);
+}
+
+} // namespace
+
+TWFolderEntry::TWFolderEntry() {
+    m_isLeaf = false;
+    m_containerIsImmutable = true;
+}
+
+std::shared_ptr<TWFolderEntry> TWFolderEntry::create(const QString& path) {
+    auto folder = std::make_shared<TWFolderEntry>();
+    folder->setPath(path);
+    folder->refresh();
+    return folder;
+}
+
+void TWFolderEntry::setPath(const QString& path) {
+    TWEntry::setPath(path);
+    for (const TWEntryPtr& child : std::as_const(m_entries))
+        child->setPath(joinPath(path, fileNameOf(child->path())));
+}
+
+QString TWFolderEntry::name() const {
+    return fileNameOf(path());
+}
+
+TWEntryColor TWFolderEntry::color() const {
+    return status() == -1.0f ? TWEntryColor::Grey : TWEntryColor::Black;
+}
+
+void TWFolderEntry::refresh() {
+    const QString path = this->path();
+    bool isDirectory = false;
+    if (!LXFile::existsAtPath(path, &isDirectory)) {
+        m_status.store(-1.0f, std::memory_order_relaxed);
+        m_entries.clear(); // the folder fills itself: its own changes ignore the immutable flag
+        return;
+    }
+    m_status.store(0.0f, std::memory_order_relaxed);
+    const QStringList names = isDirectory ? LXFile::contentsOfDirectoryAtPath(path) : QStringList();
+
+    QSet<QString> childPaths;
+    for (const TWEntryPtr& child : std::as_const(m_entries))
+        childPaths.insert(child->path());
+    // Each split set of mono files is listed once, under its lead member.
+    QStringList newPaths;
+    QSet<QString> kept;
+    for (const QString& name : names) {
+        const QString listed = LXAudioFilename(joinPath(path, name)).path();
+        if (!childPaths.contains(listed) && !kept.contains(listed)) {
+            kept.insert(listed);
+            newPaths.append(listed);
+        }
+    }
+
+    const QSet<QString> nameSet(names.cbegin(), names.cend());
+    m_entries.removeIf([&](const TWEntryPtr& child) { return !nameSet.contains(fileNameOf(child->path())); });
+    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+        child->refresh();
+
+    for (const QString& newPath : std::as_const(newPaths)) {
+        bool isFolder = false;
+        if (!LXFile::existsAtPath(newPath, &isFolder)) continue;
+        TWEntryPtr entry =
+            isFolder ? TWEntryPtr(TWFolderEntry::create(newPath)) : TWEntryPtr(TWFileEntry::create(newPath));
+        if (!entry) continue;
+        entry->setParent(this);
+        m_entries.append(entry);
+    }
+    sortEntriesWithDescriptors(TWWorkspace::workspace().sortDescriptors());
+}
+
+void TWFolderEntry::moveToPath(const QString& directory) {
+    const QString path = this->path();
+    bool isDirectory = false;
+    if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
+        showFailure("Move Failed Alert", "Move Failed No Directory", fileNameOf(directory));
+        return;
+    }
+    const QString target = LXFile::conformPath(joinPath(directory, name()));
+    if (target == LXFile::conformPath(path)) return;
+    if (LXFile::existsAtPath(target)) {
+        showFailure("Move Failed Alert", "Move Failed Exists", name());
+        return;
+    }
+    QStringList filePaths;
+    addFileEntryPathsToArray(filePaths);
+    if (const LXStatus moved = LXFile::movePath(path, target); !moved) {
+        showFailure("Move Failed Alert", "Move Failed", name(), moved.error().description());
+        return;
+    }
+    setPath(target);
+    // The cached overviews of the files inside follow them.
+    QStringList movedPaths;
+    addFileEntryPathsToArray(movedPaths);
+    for (qsizetype i = 0; i < filePaths.size() && i < movedPaths.size(); ++i)
+        LXWaveformCache::shared().moveEntry(filePaths.at(i), movedPaths.at(i));
+}
+
+void TWFolderEntry::copyToPath(const QString& directory, TWEntry* group) {
+    const QString path = this->path();
+    bool isDirectory = false;
+    if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
+        showFailure("Copy Failed Alert", "Copy Failed No Directory", fileNameOf(directory));
+        return;
+    }
+    const QString target = LXFile::conformPath(joinPath(directory, name()));
+    if (target == LXFile::conformPath(path)) return;
+    if (LXFile::existsAtPath(target)) {
+        showFailure("Copy Failed Alert", "Copy Failed Exists", name());
+        return;
+    }
+    if (const LXStatus copied = LXFile::copyPath(path, target); !copied) {
+        showFailure("Copy Failed Alert", "Copy Failed", name(), copied.error().description());
+        return;
+    }
+    auto copy = std::make_shared<TWFolderEntry>();
+    copy->setPath(target);
+    if (group) group->addEntry(copy);
+}
+
+void TWFolderEntry::moveToTrash() {
+    const TWEntryPtr self = weak_from_this().lock(); // leaving the parent may release this entry
+    if (const LXStatus trashed = TWDesktop::moveToTrash(path()); !trashed) {
+        qWarning("%s", qPrintable(trashed.error().description()));
+        return;
+    }
+    if (TWEntry* parent = this->parent()) parent->removeEntry(this);
+}
+
+void TWFolderEntry::deleteFiles() {
+    if (const LXStatus deleted = LXFile::deleteFileAtPath(path()); !deleted)
+        qWarning("%s", qPrintable(deleted.error().description()));
+}
+
+void TWFolderEntry::openInFinder() {
+    TWDesktop::openPath(path());
+}
+
+void TWFolderEntry::showInFinder() {
+    TWDesktop::revealPath(path());
+}
+
+QVariantMap TWFolderEntry::state() const {
+    QVariantMap state = TWEntry::state();
+    state.insert(QStringLiteral("path"), path());
+    return state;
+}
+
+void TWFolderEntry::setState(const QVariantMap& state) {
+    TWEntry::setPath(state.value(QStringLiteral("path")).toString());
+}

@@ -1,0 +1,68 @@
+#include "TWGroupEntry.h"
+
+#include "TWClipwrightDocument.h"
+#include "TWEntryFactory.h"
+#include "TWFileEntry.h"
+
+#include <QFileInfo>
+
+TWGroupEntry::TWGroupEntry() : m_name(QStringLiteral("New Group")) {
+    m_isLeaf = false;
+    m_containerIsImmutable = false;
+}
+
+std::shared_ptr<TWGroupEntry> TWGroupEntry::createWithEntry(TWEntry& entry) {
+    auto group = std::make_shared<TWGroupEntry>();
+    group->setName(entry.name());
+    // Taken directly: the entry may be an immutable folder or smart group, which ignores removals.
+    const QList<TWEntryPtr> children = std::exchange(entry.m_entries, {});
+    for (const TWEntryPtr& child : children)
+        group->addEntry(child);
+    return group;
+}
+
+std::shared_ptr<TWGroupEntry> TWGroupEntry::createWithClipwrightDocument(const QString& path) {
+    const LXResult<QStringList> paths = TWReadClipwrightDocument(path);
+    if (!paths) {
+        qWarning("%s", qPrintable(paths.error().description()));
+        return nullptr;
+    }
+    auto group = std::make_shared<TWGroupEntry>();
+    group->setName(QFileInfo(path).completeBaseName());
+    for (const QString& filePath : *paths)
+        if (TWFileEntryPtr file = TWFileEntry::create(filePath)) group->addEntry(file);
+    return group;
+}
+
+void TWGroupEntry::setName(const QString& name) {
+    if (!name.isNull()) m_name = name;
+}
+
+void TWGroupEntry::refresh() {
+    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+        child->refresh();
+}
+
+void TWGroupEntry::deleteFiles() {
+    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+        child->deleteFiles();
+}
+
+QVariantMap TWGroupEntry::state() const {
+    QVariantMap state = TWEntry::state();
+    state.insert(QStringLiteral("name"), m_name);
+    QVariantList children;
+    children.reserve(m_entries.size());
+    for (const TWEntryPtr& child : m_entries)
+        children.append(child->state());
+    state.insert(QStringLiteral("entries"), children);
+    return state;
+}
+
+void TWGroupEntry::setState(const QVariantMap& state) {
+    const QVariantList children = state.value(QStringLiteral("entries")).toList();
+    for (const QVariant& child : children)
+        if (TWEntryPtr entry = TWEntryFactory::entryFromState(child.toMap(), this)) addEntry(entry);
+    const QVariant name = state.value(QStringLiteral("name"));
+    if (name.typeId() == QMetaType::QString) setName(name.toString());
+}

@@ -1,0 +1,12 @@
+#include "TWServerEntry.h"
+
+#include "TWWorkspace.h"
+
+TWServerEntry::TWServerEntry() {
+    m_isLeaf = false;
+    m_containerIsImmutable = true;
+}
+
+void TWServerEntry::refresh() {
+    sortEntriesWithDescriptors(TWWorkspace::workspace().sortDescriptors());
+}

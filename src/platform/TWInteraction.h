@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+enum class TWAlertStyle { Informational, Warning, Critical };
+
+struct TWAlert {
+    TWAlertStyle style = TWAlertStyle::Informational;
+    QString title;       // e.g. "Move Failed Alert" text already looked up
+    QString message;
+    QStringList buttons; // first is the default; empty means one "OK"
+};
+
+struct TWOpenPanelOptions {
+    QString title, prompt, directory;
+    bool chooseFiles = true, chooseDirectories = false, allowsMultipleSelection = false,
+         canCreateDirectories = false;
+    QStringList types; // extensions
+};
+
+struct TWSavePanelOptions {
+    QString title, prompt, directory, name, requiredExtension;
+};
+
+// How the program asks the user: Qt dialogs in the window, flags and terminal prompts on the command line,
+// scripted answers in tests.
+// May be called from the work thread: implementations block that thread until answered.
+class TWInteraction {
+public:
+    virtual ~TWInteraction() = default;
+    virtual int runAlert(const TWAlert& alert) = 0;                          // index of the chosen button
+    virtual QStringList runOpenPanel(const TWOpenPanelOptions& options) = 0; // empty when cancelled
+    virtual QString runSavePanel(const TWSavePanelOptions& options) = 0;     // empty when cancelled
+    static TWInteraction& current(); // never null: a non-interactive default answers the default button / cancels
+    static void setCurrent(TWInteraction* interaction); // not owned; nullptr restores the default
+};
+
+// Answers without asking anyone: the default button, cancelled panels. What runs when nobody can be asked.
+class TWDefaultInteraction : public TWInteraction {
+public:
+    int runAlert(const TWAlert& alert) override;
+    QStringList runOpenPanel(const TWOpenPanelOptions& options) override;
+    QString runSavePanel(const TWSavePanelOptions& options) override;
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+
+#include <functional>
+
+// The `clipwright` command line: one command per action and per model query, each with its own --help.
+// Exit status: 0 on success, 8 when a command failed, 2 for a usage error.
+namespace TWCommandLine {
+
+constexpr int kSuccess = 0;
+constexpr int kUsageError = 2;
+constexpr int kCommandFailed = 8;
+
+struct Context {
+    QTextStream& out;
+    QTextStream& err;
+};
+
+struct Command {
+    QString name;
+    QString summary; // one line for the command list
+    QString help;    // the whole --help text of the command
+    std::function<int(const QStringList& arguments, Context& context)> run;
+};
+
+// Runs the command named by the first argument; arguments exclude the program's name.
+int run(const QStringList& arguments);
+
+// The commands, in the order `clipwright --help` lists them.
+const QList<Command>& commands();
+
+// For commands: "clipwright: <message>" on stderr, then the status to return.
+int fail(Context& context, const QString& message, int status = kCommandFailed);
+int usageError(Context& context, const QString& command, const QString& message);
+
+Command infoCommand();
+Command findCommand();
+
+} // namespace TWCommandLine

@@ -1,0 +1,150 @@
+// clipwright info: each file's entry information, as the file list shows it.
+
+#include "LXMetadata.h"
+#include "TWCommandLine.h"
+#include "TWFileEntry.h"
+#include "TWFormatters.h"
+#include "TWWorkspace.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace TWCommandLine {
+
+namespace {
+
+struct Row {
+    const char* label;
+    const char* key;
+    const TWFormatter& (TWFormatters::*formatter)() const;
+};
+
+const Row kRows[] = {
+    {"Format", "format", &TWFormatters::formatFormatter},
+    {"Bit depth", "range", &TWFormatters::bitRangeFormatter},
+    {"Sample rate", "rate", &TWFormatters::sampleRateFormatter},
+    {"Channels", "channels", &TWFormatters::channelsFormatter},
+    {"Length", "length", &TWFormatters::timeFormatter},
+    {"Samples", "samples", &TWFormatters::samplesFormatter},
+    {"File size", "fileSize", &TWFormatters::fileSizeFormatter},
+    {"Peak", "max", &TWFormatters::decibelFormatter},
+    {"RMS", "rms", &TWFormatters::decibelFormatter},
+    {"Clipped", "clipped", &TWFormatters::clippedFormatter},
+    {"DC offset", "difference", &TWFormatters::differenceFormatter},
+    {"Creator", "creator", &TWFormatters::creatorFormatter},
+    {"Base note", "baseNote", &TWFormatters::midiNoteFormatter},
+    {"Low note", "lowNote", &TWFormatters::midiNoteFormatter},
+    {"High note", "highNote", &TWFormatters::midiNoteFormatter},
+    {"Detune", "detune", &TWFormatters::detuneFormatter},
+    {"Gain", "gain", &TWFormatters::gainFormatter},
+    {"Tempo", "tempo", &TWFormatters::tempoFormatter},
+    {"Time signature", "timeSignature", &TWFormatters::timeSignatureFormatter},
+    {"Key", "key", &TWFormatters::keyFormatter},
+    {"Scale", "scale", &TWFormatters::scaleFormatter},
+    {"Bars and beats", "barsBeats", &TWFormatters::barsBeatsFormatter},
+    {"Playback", "playbackType", &TWFormatters::playbackTypeFormatter},
+};
+
+QString statusText(float status) {
+    switch (TWStatus::state(status)) {
+    case -3: return QStringLiteral("unsupported format");
+    case -2: return QStringLiteral("damaged");
+    case -1: return QStringLiteral("not found");
+    case 1: return QStringLiteral("ready, not analysed");
+    case 2: return QStringLiteral("analysing");
+    case 3: return QStringLiteral("ready");
+    case 4: return QStringLiteral("being processed");
+    case 6: return QStringLiteral("waiting");
+    case 7: return QStringLiteral("playing");
+    default: return QStringLiteral("readable");
+    }
+}
+
+// The rows that have a value, formatted; text metadata last, in key order.
+QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
+    const QVariantMap info = entry.info();
+    const TWFormatters& formatters = TWWorkspace::workspace().formatters();
+    QList<QPair<QString, QString>> rows;
+    for (const Row& row : kRows) {
+        const QVariant value = info.value(QLatin1String(row.key));
+        if (!value.isValid())
+            continue;
+        const QString text = (formatters.*row.formatter)().stringForObjectValue(value);
+        if (!text.isEmpty())
+            rows.append({QLatin1String(row.label), text});
+    }
+    for (const QString& key : LXMetadata::textKeys())
+        if (info.contains(key))
+            rows.append({key, info.value(key).toString()});
+    return rows;
+}
+
+int runInfo(const QStringList& arguments, Context& context) {
+    bool json = false;
+    bool analyze = true;
+    QStringList paths;
+    for (const QString& argument : arguments) {
+        if (argument == u"--json")
+            json = true;
+        else if (argument == u"--no-analyze")
+            analyze = false;
+        else if (argument.startsWith(u"--"))
+            return usageError(context, QStringLiteral("info"), QStringLiteral("unknown option %1").arg(argument));
+        else
+            paths.append(argument);
+    }
+    if (paths.isEmpty())
+        return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
+
+    int status = kSuccess;
+    QJsonArray documents;
+    for (const QString& path : paths) {
+        const TWFileEntryPtr entry = TWFileEntry::create(path);
+        if (!entry) {
+            status = fail(context, QStringLiteral("'%1' is not an audio file").arg(path));
+            continue;
+        }
+        if (analyze && TWStatus::state(entry->status()) == 1)
+            entry->analyze();
+        const int state = TWStatus::state(entry->status());
+        if (state < 0)
+            status = kCommandFailed;
+        if (json) {
+            QJsonObject document = QJsonObject::fromVariantMap(entry->info());
+            document.insert(QStringLiteral("status"), statusText(entry->status()));
+            QJsonObject text;
+            for (const auto& [label, value] : formattedRows(*entry))
+                text.insert(label, value);
+            document.insert(QStringLiteral("display"), text);
+            documents.append(document);
+            continue;
+        }
+        context.out << entry->path() << '\n';
+        context.out << "  " << QStringLiteral("Status").leftJustified(16) << statusText(entry->status()) << '\n';
+        for (const auto& [label, value] : formattedRows(*entry))
+            context.out << "  " << label.leftJustified(16) << value << '\n';
+    }
+    if (json)
+        context.out << QJsonDocument(documents).toJson(QJsonDocument::Indented);
+    return status;
+}
+
+} // namespace
+
+Command infoCommand() {
+    return {QStringLiteral("info"), QStringLiteral("show the properties, levels and metadata of audio files"),
+            QStringLiteral("Usage: clipwright info [--json] [--no-analyze] FILE...\n\n"
+                           "Shows each file as the file list sees it: its status, format, bit depth, rate,\n"
+                           "channels, length, levels (peak, RMS, clipped samples, DC offset), musical\n"
+                           "properties and text metadata. Files not yet analysed are analysed first, and\n"
+                           "the results kept for next time.\n\n"
+                           "Options:\n"
+                           "  --json         one JSON object per file: the raw values, \"status\", and the\n"
+                           "                 shown texts under \"display\"\n"
+                           "  --no-analyze   do not measure levels of files not yet analysed\n\n"
+                           "Exit status: 0, or 8 when a file is missing, damaged or not audio.\n"),
+            runInfo};
+}
+
+} // namespace TWCommandLine

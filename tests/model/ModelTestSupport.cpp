@@ -1,0 +1,103 @@
+#include "ModelTestSupport.h"
+
+#include "TWGroupEntry.h"
+
+#include "LXAudioFormat.h"
+#include "TestAudio.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QTimer>
+
+namespace ModelTest {
+
+QString writeAudio(const QString& path, int64_t frames) {
+    TestAudio::Spec spec;
+    spec.frames = frames;
+    const QString extension = QFileInfo(path).suffix().toLower();
+    if (extension == QLatin1String("aif") || extension == QLatin1String("aiff")) {
+        spec.format = LXFormat::AIFF;
+        spec.encoding = LXSampleEncoding::pcm(16, true);
+    }
+    auto written = TestAudio::write(path, spec);
+    EXPECT_TRUE(written.ok()) << (written ? "" : written.error().description().toStdString());
+    return written ? *written : QString();
+}
+
+QString writeBytes(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate)) << path.toStdString();
+    file.write(bytes);
+    return path;
+}
+
+QString writeTruncatedWav(const QString& path) {
+    writeAudio(path, 4410);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadWrite));
+    file.resize(file.size() - 1000); // as if the recording had been cut off
+    return path;
+}
+
+QString writeDamagedWav(const QString& path) {
+    const QString complete = writeAudio(path + QStringLiteral(".whole.wav"));
+    QFile source(complete);
+    EXPECT_TRUE(source.open(QIODevice::ReadOnly));
+    const QByteArray whole = source.readAll();
+    source.close();
+    QFile::remove(complete);
+    const qsizetype data = whole.indexOf("data");
+    EXPECT_GT(data, 0);
+    return writeBytes(path, whole.left(data));
+}
+
+bool runUntil(const std::function<bool()>& condition, int timeoutMs) {
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    deadline.start(timeoutMs);
+    while (!condition()) {
+        if (!deadline.isActive()) return false;
+        QEventLoop loop;
+        // Wake at least every 50 ms: a condition may change on another thread without an event here.
+        QTimer::singleShot(50, &loop, &QEventLoop::quit);
+        loop.processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+QStringList describeTree(const TWEntry& entry, int depth) {
+    QStringList lines;
+    for (const TWEntryPtr& child : entry.entries()) {
+        const QString identity = child->path().isEmpty() ? child->name() : child->path();
+        lines.append(QString(depth * 2, u' ') + child->className() + u' ' + identity);
+        lines += describeTree(*child, depth + 1);
+    }
+    return lines;
+}
+
+void Fixture::SetUp() {
+    ASSERT_TRUE(m_dir.isValid());
+    TWInteraction::setCurrent(&m_interaction);
+    TWWorkspace& ws = TWWorkspace::workspace();
+    ws.clearSelection();
+    ws.removeAll();
+    ws.setSortDescriptors({TWSortDescriptor{QStringLiteral("name"), true}});
+    ws.setStopWorking(LXContinue);
+}
+
+void Fixture::TearDown() {
+    TWWorkspace& ws = TWWorkspace::workspace();
+    ws.clearSelection();
+    ws.removeAll();
+    TWInteraction::setCurrent(nullptr);
+}
+
+QString Fixture::makeDirectory(const QString& relative) const {
+    const QString directory = path(relative);
+    EXPECT_TRUE(QDir().mkpath(directory));
+    return directory;
+}
+
+} // namespace ModelTest

@@ -1,0 +1,33 @@
+// The model's tests run inside a QCoreApplication (smart groups use timers, the workspace queued calls)
+// and in a home of their own, so that no test reads or writes the real user's preferences, trash,
+// caches or metadata index.
+
+#include "TWPreferences.h"
+
+#include "LXWaveformCache.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv) {
+    QTemporaryDir home;
+    if (!home.isValid()) return 1;
+    qputenv("HOME", QFile::encodeName(home.path()));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral(".config"))));
+    // Not hidden: the metadata index leaves hidden folders out, and the smart group tests need it to see
+    // the application's support folder in order to show that its files are never listed.
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral(".cache"))));
+    // The trash misbehaves when the data folder is missing.
+    QDir().mkpath(home.filePath(QStringLiteral("data")));
+
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    TWPreferences::shared().registerDefaults(TWPreferences::standardDefaults());
+    LXWaveformCache::shared().setDirectory(home.filePath(QStringLiteral(".cache/Clipwright/waveforms")));
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,240 @@
+#include "IsolatedHome.h"
+#include "TWPreferences.h"
+#include "TWPropertyList.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+QByteArray contents(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeContents(const QString& path, const QByteArray& data) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(data);
+}
+
+QVariantList entriesTree() {
+    const QVariantMap file{{QStringLiteral("Class"), QStringLiteral("TWFileEntry")},
+                           {QStringLiteral("Path"), QStringLiteral("/samples/kick.wav")},
+                           {QStringLiteral("Status"), -1.5}};
+    const QVariantMap group{{QStringLiteral("Class"), QStringLiteral("TWGroupEntry")},
+                            {QStringLiteral("Name"), QStringLiteral("Drums")},
+                            {QStringLiteral("Expanded"), true},
+                            {QStringLiteral("Children"), QVariantList{file, file}}};
+    const QVariantMap smart{{QStringLiteral("Class"), QStringLiteral("TWSmartGroupEntry")},
+                            {QStringLiteral("Predicate"), QStringLiteral("(Name LIKE[cd] '*drum*')")},
+                            {QStringLiteral("Scopes"), QStringList{QStringLiteral("/samples")}},
+                            {QStringLiteral("Children"), QVariantList{}}};
+    return {QVariantMap{{QStringLiteral("Class"), QStringLiteral("TWGroupEntry")},
+                        {QStringLiteral("Children"), QVariantList{group, smart, file}}}};
+}
+
+} // namespace
+
+TEST(Preferences, RegisteredDefaultsAnswerForKeysNotSet) {
+    IsolatedHome home;
+    TWPreferences preferences;
+    EXPECT_EQ(preferences.path(), home.path(QStringLiteral(".config/Clipwright/Clipwright.plist")));
+    EXPECT_TRUE(preferences.lastError().isEmpty()) << preferences.lastError().toStdString();
+
+    EXPECT_TRUE(preferences.boolValue(QStringLiteral("Undo Enabled")));
+    EXPECT_TRUE(preferences.boolValue(QStringLiteral("Auto Analyze")));
+    EXPECT_TRUE(preferences.boolValue(QStringLiteral("Retain Unrecognized Data")));
+    EXPECT_FALSE(preferences.boolValue(QStringLiteral("Remove All After Process")));
+    EXPECT_EQ(preferences.integerValue(QStringLiteral("Double Click Action")), 0);
+    EXPECT_EQ(preferences.doubleValue(QStringLiteral("Playback Convertor Quality")), 1.0);
+    const QVariantMap color = preferences.value(QStringLiteral("Waveform Color")).toMap();
+    EXPECT_EQ(color.value(QStringLiteral("blue")).toDouble(), 0.5);
+    EXPECT_EQ(color.value(QStringLiteral("alpha")).toDouble(), 1.0);
+    EXPECT_FALSE(preferences.value(QStringLiteral("Never Registered")).isValid());
+    EXPECT_FALSE(preferences.contains(QStringLiteral("Undo Enabled")));
+
+    preferences.registerDefaults({{QStringLiteral("Time Format"), qint64(2)}});
+    EXPECT_EQ(preferences.integerValue(QStringLiteral("Time Format")), 2);
+    EXPECT_TRUE(preferences.boolValue(QStringLiteral("Undo Enabled"))); // registering adds, does not replace all
+
+    preferences.setValue(QStringLiteral("Undo Enabled"), false);
+    EXPECT_FALSE(preferences.boolValue(QStringLiteral("Undo Enabled")));
+    EXPECT_TRUE(preferences.contains(QStringLiteral("Undo Enabled")));
+    preferences.removeValue(QStringLiteral("Undo Enabled"));
+    EXPECT_TRUE(preferences.boolValue(QStringLiteral("Undo Enabled")));
+
+    // A value the user wrote by hand as a real or a string still answers as a number.
+    preferences.setValue(QStringLiteral("Double Click Action"), 2.0);
+    EXPECT_EQ(preferences.integerValue(QStringLiteral("Double Click Action")), 2);
+    preferences.setValue(QStringLiteral("Double Click Action"), QStringLiteral("1"));
+    EXPECT_EQ(preferences.integerValue(QStringLiteral("Double Click Action")), 1);
+}
+
+TEST(Preferences, NestedEntriesSurviveSynchronizeAndReload) {
+    IsolatedHome home;
+    const QString path = home.path(QStringLiteral("prefs/Clipwright.plist"));
+    {
+        TWPreferences preferences(path);
+        preferences.setValue(QStringLiteral("Entries"), entriesTree());
+        preferences.setValue(QStringLiteral("Undo Enabled"), false);
+        preferences.setValue(QStringLiteral("Workflow"), QVariantList{QVariantMap{
+                                                             {QStringLiteral("class"), QStringLiteral("TWActionNormalize")},
+                                                             {QStringLiteral("level"), -1.0},
+                                                             {QStringLiteral("source"), qint64(2)}}});
+        ASSERT_TRUE(preferences.synchronize()) << preferences.lastError().toStdString();
+    }
+
+    // The file is one plain property list whose top-level keys are the preference keys.
+    auto file = TWPropertyList::readFile(path);
+    ASSERT_TRUE(file) << file.error().description().toStdString();
+    EXPECT_EQ(file->toMap().keys(),
+              (QStringList{QStringLiteral("Entries"), QStringLiteral("Undo Enabled"), QStringLiteral("Workflow")}));
+
+    TWPreferences reloaded(path);
+    EXPECT_TRUE(reloaded.lastError().isEmpty());
+    EXPECT_EQ(reloaded.value(QStringLiteral("Entries")), QVariant(entriesTree()));
+    const QVariantMap group = reloaded.value(QStringLiteral("Entries")).toList()[0].toMap()[QStringLiteral("Children")]
+                                  .toList()[0]
+                                  .toMap();
+    EXPECT_EQ(group.value(QStringLiteral("Children")).toList().size(), 2);
+    EXPECT_EQ(group.value(QStringLiteral("Expanded")).typeId(), QMetaType::Bool);
+    EXPECT_FALSE(reloaded.boolValue(QStringLiteral("Undo Enabled")));
+    EXPECT_EQ(reloaded.value(QStringLiteral("Workflow")).toList()[0].toMap().value(QStringLiteral("source")).typeId(),
+              QMetaType::LongLong);
+
+    // Removing a key removes it from the file.
+    reloaded.removeValue(QStringLiteral("Workflow"));
+    ASSERT_TRUE(reloaded.synchronize());
+    EXPECT_FALSE(TWPropertyList::readFile(path)->toMap().contains(QStringLiteral("Workflow")));
+}
+
+TEST(Preferences, UnsavedChangesAreWrittenWhenThePreferencesGoAway) {
+    IsolatedHome home;
+    const QString path = home.path(QStringLiteral("Clipwright.plist"));
+    {
+        TWPreferences preferences(path);
+        preferences.setValue(QStringLiteral("Auto Analyze"), false);
+    }
+    EXPECT_FALSE(TWPreferences(path).boolValue(QStringLiteral("Auto Analyze")));
+}
+
+TEST(Preferences, SynchronizeKeepsWhatAnotherProcessWrote) {
+    IsolatedHome home;
+    const QString path = home.path(QStringLiteral("Clipwright.plist"));
+    TWPreferences first(path), second(path);
+    first.setValue(QStringLiteral("Time Format"), qint64(1));
+    ASSERT_TRUE(first.synchronize());
+    second.setValue(QStringLiteral("Range Format"), qint64(3));
+    ASSERT_TRUE(second.synchronize());
+
+    EXPECT_EQ(second.integerValue(QStringLiteral("Time Format")), 1); // picked up by the merge
+    ASSERT_TRUE(first.synchronize());                                  // nothing to write: rereads
+    EXPECT_EQ(first.integerValue(QStringLiteral("Range Format")), 3);
+    const QVariantMap file = TWPropertyList::readFile(path)->toMap();
+    EXPECT_EQ(file.value(QStringLiteral("Time Format")).toLongLong(), 1);
+    EXPECT_EQ(file.value(QStringLiteral("Range Format")).toLongLong(), 3);
+}
+
+TEST(Preferences, ADamagedFileIsReportedAndKeptAsideUntouched) {
+    IsolatedHome home;
+    const QString path = home.path(QStringLiteral("config/Clipwright.plist"));
+    const QList<QByteArray> damaged{
+        "<?xml version=\"1.0\"?>\n<plist version=\"1.0\">\n<dict>\n<key>Entries</key>\n<array>\n<dict>",
+        QByteArray("\x00\x01garbage\xff", 10),
+        TWPropertyList::toXml(QVariantList{QStringLiteral("an array, not a dictionary")}),
+    };
+    for (const QByteArray& bytes : damaged) {
+        QDir(home.path(QStringLiteral("config"))).removeRecursively();
+        writeContents(path, bytes);
+
+        TWPreferences preferences(path);
+        const QString error = preferences.lastError();
+        EXPECT_TRUE(error.contains(path)) << error.toStdString();
+        EXPECT_TRUE(error.contains(QStringLiteral("damaged"))) << error.toStdString();
+        EXPECT_TRUE(preferences.boolValue(QStringLiteral("Undo Enabled"))); // the defaults answer
+        EXPECT_FALSE(preferences.contains(QStringLiteral("Entries")));
+
+        // Nothing to write: the file stays as it is, where it is.
+        EXPECT_TRUE(preferences.synchronize());
+        EXPECT_EQ(contents(path), bytes);
+
+        preferences.setValue(QStringLiteral("Auto Analyze"), false);
+        ASSERT_TRUE(preferences.synchronize()) << preferences.lastError().toStdString();
+        const QStringList aside = QDir(home.path(QStringLiteral("config")))
+                                      .entryList({QStringLiteral("Clipwright.plist.damaged-*")}, QDir::Files);
+        ASSERT_EQ(aside.size(), 1);
+        EXPECT_EQ(contents(home.path(QStringLiteral("config/") + aside[0])), bytes);
+        EXPECT_TRUE(preferences.lastError().contains(aside[0])) << preferences.lastError().toStdString();
+
+        auto written = TWPropertyList::readFile(path);
+        ASSERT_TRUE(written) << written.error().description().toStdString();
+        EXPECT_EQ(written->toMap(), (QVariantMap{{QStringLiteral("Auto Analyze"), false}}));
+    }
+}
+
+TEST(Preferences, AFailedWriteIsReportedAndRetried) {
+    if (geteuid() == 0)
+        GTEST_SKIP() << "permissions do not stop root";
+    IsolatedHome home;
+    const QString folder = home.path(QStringLiteral("locked"));
+    const QString path = folder + QStringLiteral("/Clipwright.plist");
+    QDir().mkpath(folder);
+    TWPreferences preferences(path);
+    preferences.setValue(QStringLiteral("Undo Enabled"), false);
+
+    QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner);
+    EXPECT_FALSE(preferences.synchronize());
+    EXPECT_TRUE(preferences.lastError().contains(path)) << preferences.lastError().toStdString();
+    EXPECT_FALSE(preferences.boolValue(QStringLiteral("Undo Enabled"))); // still in memory
+
+    QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    EXPECT_TRUE(preferences.synchronize()) << preferences.lastError().toStdString();
+    EXPECT_FALSE(TWPreferences(path).boolValue(QStringLiteral("Undo Enabled")));
+}
+
+TEST(Preferences, SetPathReloadsFromThatFile) {
+    IsolatedHome home;
+    const QString one = home.path(QStringLiteral("one.plist")), two = home.path(QStringLiteral("two.plist"));
+    ASSERT_TRUE(TWPropertyList::writeFile(one, QVariantMap{{QStringLiteral("Name"), QStringLiteral("one")}}));
+    ASSERT_TRUE(TWPropertyList::writeFile(two, QVariantMap{{QStringLiteral("Name"), QStringLiteral("two")}}));
+    TWPreferences preferences(one);
+    EXPECT_EQ(preferences.stringValue(QStringLiteral("Name")), QStringLiteral("one"));
+    preferences.setPath(two);
+    EXPECT_EQ(preferences.path(), two);
+    EXPECT_EQ(preferences.stringValue(QStringLiteral("Name")), QStringLiteral("two"));
+}
+
+TEST(Preferences, ManyThreadsReadWriteAndSynchronize) {
+    IsolatedHome home;
+    const QString path = home.path(QStringLiteral("Clipwright.plist"));
+    TWPreferences preferences(path);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&preferences, t] {
+            const QString key = QStringLiteral("Thread %1").arg(t);
+            for (int i = 0; i < 50; ++i) {
+                preferences.setValue(key, qint64(i));
+                EXPECT_EQ(preferences.integerValue(key), i);
+                EXPECT_TRUE(preferences.boolValue(QStringLiteral("Undo Enabled")));
+                if (i % 10 == 0) {
+                    EXPECT_TRUE(preferences.synchronize());
+                }
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    ASSERT_TRUE(preferences.synchronize());
+    const QVariantMap file = TWPropertyList::readFile(path)->toMap();
+    for (int t = 0; t < 4; ++t)
+        EXPECT_EQ(file.value(QStringLiteral("Thread %1").arg(t)).toLongLong(), 49);
+}
