@@ -180,7 +180,7 @@ private:
         if (h == kTagNil) return std::nullopt;
         if (h == kTagNew) {
             const qint64 at = m_pos;
-            const auto text = unsharedString(head());
+            auto text = unsharedString(head());
             if (!text) damaged(QStringLiteral("a shared string is nil"), at);
             m_strings.append(*text);
             return text;
@@ -344,7 +344,7 @@ private:
             for (const QByteArray& type : typeEncodings(h))
                 items.append(value(type));
         }
-        const QVariant result = interpret(family, chain->first(), items, start);
+        QVariant result = interpret(family, chain->first(), items, start);
         m_table[index].object = result;
         m_table[index].complete = true;
         --m_depth;

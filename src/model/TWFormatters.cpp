@@ -103,14 +103,14 @@ QString groupDigits(qint64 value) {
 }
 
 QString fixed(double value, int decimals) {
-    const QString text = QString::number(value, 'f', decimals);
+    QString text = QString::number(value, 'f', decimals);
     if (text.startsWith(QLatin1Char('-')) && text.mid(1) == QString::number(0.0, 'f', decimals))
         return text.mid(1);
     return text;
 }
 
 QString stripUnit(const QString& text, const QStringList& units) {
-    const QString trimmed = text.trimmed();
+    QString trimmed = text.trimmed();
     for (const QString& unit : units) {
         if (trimmed.size() > unit.size() && trimmed.endsWith(unit, Qt::CaseInsensitive))
             return trimmed.left(trimmed.size() - unit.size()).trimmed();
@@ -255,7 +255,7 @@ public:
         const int timeFormat = m_timeFormat.load(std::memory_order_relaxed);
         const QString start = TWStringFromSeconds(range->first, timeFormat);
         const QString end = TWStringFromSeconds(range->second, timeFormat);
-        const QString length = TWStringFromSeconds(range->second - range->first, timeFormat);
+        QString length = TWStringFromSeconds(range->second - range->first, timeFormat);
         if (start.isEmpty() || end.isEmpty() || length.isEmpty()) return {};
         switch (m_rangeFormat.load(std::memory_order_relaxed)) {
         case TWRangeFormatStartLength:

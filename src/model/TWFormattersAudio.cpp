@@ -90,7 +90,7 @@ public:
     QString stringForObjectValue(const QVariant& value) const override {
         const auto code = codeValue(value);
         if (!code || *code <= 0 || *code > qint64(UINT32_MAX)) return {};
-        if (const QString name = LXFormat::name(uint32_t(*code)); name != QLatin1String("Unknown"))
+        if (QString name = LXFormat::name(uint32_t(*code)); name != QLatin1String("Unknown"))
             return name;
         return lettersOfCode(*code).trimmed();
     }

@@ -13,9 +13,12 @@ QStringList buttonsOf(const TWAlert& alert) {
 
 QString styleLabel(TWAlertStyle style) {
     switch (style) {
-    case TWAlertStyle::Warning: return QStringLiteral("Warning: ");
-    case TWAlertStyle::Critical: return QStringLiteral("Error: ");
-    case TWAlertStyle::Informational: break;
+    case TWAlertStyle::Warning:
+        return QStringLiteral("Warning: ");
+    case TWAlertStyle::Critical:
+        return QStringLiteral("Error: ");
+    case TWAlertStyle::Informational:
+        break;
     }
     return {};
 }
@@ -32,8 +35,7 @@ bool readLine(FILE* stream, QString* line) {
     int c;
     while ((c = std::fgetc(stream)) != EOF && c != '\n')
         bytes.append(char(c));
-    if (c == EOF && bytes.isEmpty())
-        return false;
+    if (c == EOF && bytes.isEmpty()) return false;
     *line = QString::fromLocal8Bit(bytes).trimmed();
     return true;
 }
@@ -42,13 +44,11 @@ bool readLine(FILE* stream, QString* line) {
 int parseChoice(const QString& answer, const QStringList& buttons) {
     bool isNumber = false;
     const int number = answer.toInt(&isNumber);
-    if (isNumber)
-        return number >= 1 && number <= buttons.size() ? number - 1 : -1;
+    if (isNumber) return number >= 1 && number <= buttons.size() ? number - 1 : -1;
     int found = -1;
     for (int i = 0; i < buttons.size(); ++i) {
         if (buttons[i].startsWith(answer, Qt::CaseInsensitive)) {
-            if (found >= 0)
-                return -1; // ambiguous
+            if (found >= 0) return -1; // ambiguous
             found = i;
         }
     }
@@ -64,19 +64,18 @@ TWCommandLineInteraction::TWCommandLineInteraction(Policy policy, FILE* input, F
     : m_policy(policy), m_input(input), m_output(output), m_interactive(interactive) {}
 
 int TWCommandLineInteraction::assumedAnswer(const QStringList& buttons) const {
-    if (m_policy != Policy::AssumeNo || buttons.size() < 2)
-        return 0;
+    if (m_policy != Policy::AssumeNo || buttons.size() < 2) return 0;
     // The refusing button by its title, the one that ends the most first (the Escape key's button in a
     // window); otherwise the last one, where alerts put their way out.
     static const QRegularExpression refusals[] = {
         QRegularExpression(QStringLiteral("^cancel\\b"), QRegularExpression::CaseInsensitiveOption),
-        QRegularExpression(QStringLiteral("^(no|don.t|do not)\\b"), QRegularExpression::CaseInsensitiveOption),
+        QRegularExpression(QStringLiteral("^(no|don.t|do not)\\b"),
+                           QRegularExpression::CaseInsensitiveOption),
         QRegularExpression(QStringLiteral("^(skip|stop|keep)\\b"), QRegularExpression::CaseInsensitiveOption),
     };
     for (const QRegularExpression& refusal : refusals)
         for (int i = 1; i < buttons.size(); ++i)
-            if (refusal.match(buttons[i]).hasMatch())
-                return i;
+            if (refusal.match(buttons[i]).hasMatch()) return i;
     return int(buttons.size()) - 1;
 }
 
@@ -85,8 +84,7 @@ int TWCommandLineInteraction::runAlert(const TWAlert& alert) {
     const QStringList buttons = buttonsOf(alert);
 
     QString text = styleLabel(alert.style) + alert.title + u'\n';
-    if (!alert.message.isEmpty())
-        text += alert.message + u'\n';
+    if (!alert.message.isEmpty()) text += alert.message + u'\n';
     if (buttons.size() > 1) {
         QStringList choices;
         for (int i = 0; i < buttons.size(); ++i)
@@ -94,8 +92,7 @@ int TWCommandLineInteraction::runAlert(const TWAlert& alert) {
         text += QStringLiteral("  ") + choices.join(QStringLiteral("   ")) + u'\n';
     }
     print(m_output, text);
-    if (buttons.size() < 2)
-        return 0;
+    if (buttons.size() < 2) return 0;
 
     if (m_policy == Policy::Ask && m_interactive) {
         for (;;) {
@@ -105,11 +102,9 @@ int TWCommandLineInteraction::runAlert(const TWAlert& alert) {
                 print(m_output, QStringLiteral("\n"));
                 break; // end of input: the default, as if nobody were there
             }
-            if (answer.isEmpty())
-                return 0;
+            if (answer.isEmpty()) return 0;
             const int choice = parseChoice(answer, buttons);
-            if (choice >= 0)
-                return choice;
+            if (choice >= 0) return choice;
         }
     }
     const int answer = assumedAnswer(buttons);

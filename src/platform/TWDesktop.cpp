@@ -20,16 +20,13 @@ namespace {
 // The session bus, or nothing. Asking libdbus for a bus that is not there can make it autolaunch a daemon
 // (when DISPLAY is set) and makes Qt warn, so the usual addresses are looked at first.
 std::optional<QDBusConnection> sessionBus() {
-    if (!QCoreApplication::instance())
-        return std::nullopt; // Qt's bus thread needs the application object
+    if (!QCoreApplication::instance()) return std::nullopt; // Qt's bus thread needs the application object
     if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
         const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-        if (runtime.isEmpty() || !QFileInfo::exists(runtime + QStringLiteral("/bus")))
-            return std::nullopt;
+        if (runtime.isEmpty() || !QFileInfo::exists(runtime + QStringLiteral("/bus"))) return std::nullopt;
     }
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected())
-        return std::nullopt;
+    if (!bus.isConnected()) return std::nullopt;
     return bus;
 }
 
@@ -54,11 +51,21 @@ QString unescapeValue(const QString& value) {
         if (c == u'\\' && i + 1 < value.size()) {
             const QChar next = value[++i];
             switch (next.unicode()) {
-            case 's': out += u' '; break;
-            case 'n': out += u'\n'; break;
-            case 't': out += u'\t'; break;
-            case 'r': out += u'\r'; break;
-            default: out += next; break; // "\\", and "\;" in lists
+            case 's':
+                out += u' ';
+                break;
+            case 'n':
+                out += u'\n';
+                break;
+            case 't':
+                out += u'\t';
+                break;
+            case 'r':
+                out += u'\r';
+                break;
+            default:
+                out += next;
+                break; // "\\", and "\;" in lists
             }
         } else {
             out += c;
@@ -71,22 +78,18 @@ DesktopEntry readDesktopEntry(const QString& path) {
     DesktopEntry entry;
     entry.path = path;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return entry;
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) return entry;
     bool inMainGroup = false;
     while (!file.atEnd()) {
         const QString line = QString::fromUtf8(file.readLine()).trimmed();
-        if (line.isEmpty() || line.startsWith(u'#'))
-            continue;
+        if (line.isEmpty() || line.startsWith(u'#')) continue;
         if (line.startsWith(u'[')) {
             inMainGroup = line == u"[Desktop Entry]";
             continue;
         }
-        if (!inMainGroup)
-            continue;
+        if (!inMainGroup) continue;
         const qsizetype equals = line.indexOf(u'=');
-        if (equals < 0)
-            continue;
+        if (equals < 0) continue;
         const QString key = line.left(equals).trimmed();
         const QString value = unescapeValue(line.mid(equals + 1).trimmed());
         if (key == u"Name")
@@ -107,15 +110,15 @@ QString findDesktopFile(const QString& application) {
     if (application.endsWith(QStringLiteral(".desktop")) && QFileInfo(application).isAbsolute())
         return QFileInfo::exists(application) ? application : QString();
     QString id = application;
-    if (id.endsWith(QStringLiteral(".desktop")))
-        id.chop(8);
+    if (id.endsWith(QStringLiteral(".desktop"))) id.chop(8);
 
     QString byName;
     const QStringList directories = QStandardPaths::standardLocations(QStandardPaths::ApplicationsLocation);
     for (const QString& directory : directories) {
-        QDirIterator files(directory, {QStringLiteral("*.desktop")}, QDir::Files, QDirIterator::Subdirectories);
+        QDirIterator files(directory, {QStringLiteral("*.desktop")}, QDir::Files,
+                           QDirIterator::Subdirectories);
         while (files.hasNext()) {
-            const QString path = files.next();
+            QString path = files.next();
             QString fileId = QDir(directory).relativeFilePath(path);
             fileId.chop(8);
             fileId.replace(u'/', u'-');
@@ -124,8 +127,7 @@ QString findDesktopFile(const QString& application) {
                 return path;
             if (byName.isEmpty()) {
                 const DesktopEntry entry = readDesktopEntry(path);
-                if (!entry.hidden && entry.name.compare(application, Qt::CaseInsensitive) == 0)
-                    byName = path;
+                if (!entry.hidden && entry.name.compare(application, Qt::CaseInsensitive) == 0) byName = path;
             }
         }
     }
@@ -151,8 +153,7 @@ QStringList splitExec(const QString& exec) {
             inQuotes = true;
             hasArgument = true;
         } else if (c.isSpace()) {
-            if (hasArgument)
-                arguments << current;
+            if (hasArgument) arguments << current;
             current.clear();
             hasArgument = false;
         } else {
@@ -160,8 +161,7 @@ QStringList splitExec(const QString& exec) {
             hasArgument = true;
         }
     }
-    if (hasArgument)
-        arguments << current;
+    if (hasArgument) arguments << current;
     return arguments;
 }
 
@@ -176,20 +176,33 @@ QStringList expandExec(const DesktopEntry& entry, const QString& path) {
             placed = true;
             continue;
         }
-        if (argument == u"%i" || argument == u"%d" || argument == u"%D" || argument == u"%n" || argument == u"%N" ||
-            argument == u"%v" || argument == u"%m")
+        if (argument == u"%i" || argument == u"%d" || argument == u"%D" || argument == u"%n" ||
+            argument == u"%N" || argument == u"%v" || argument == u"%m")
             continue; // no icon to pass; the others are deprecated and dropped
         QString expanded;
         for (qsizetype i = 0; i < argument.size(); ++i) {
             if (argument[i] == u'%' && i + 1 < argument.size()) {
                 const QChar code = argument[++i];
                 switch (code.unicode()) {
-                case '%': expanded += u'%'; break;
-                case 'f': expanded += path; placed = true; break;
-                case 'u': expanded += url; placed = true; break;
-                case 'c': expanded += entry.name; break;
-                case 'k': expanded += entry.path; break;
-                default: break;
+                case '%':
+                    expanded += u'%';
+                    break;
+                case 'f':
+                    expanded += path;
+                    placed = true;
+                    break;
+                case 'u':
+                    expanded += url;
+                    placed = true;
+                    break;
+                case 'c':
+                    expanded += entry.name;
+                    break;
+                case 'k':
+                    expanded += entry.path;
+                    break;
+                default:
+                    break;
                 }
             } else {
                 expanded += argument[i];
@@ -197,8 +210,7 @@ QStringList expandExec(const DesktopEntry& entry, const QString& path) {
         }
         result << expanded;
     }
-    if (!placed)
-        result << path;
+    if (!placed) result << path;
     return result;
 }
 
@@ -211,15 +223,13 @@ LXStatus moveToTrash(const QString& path) {
 }
 
 bool openPath(const QString& path) {
-    if (!QFileInfo::exists(path))
-        return false;
+    if (!QFileInfo::exists(path)) return false;
     return startDetached(QStringLiteral("xdg-open"), {path});
 }
 
 bool revealPath(const QString& path) {
     const QFileInfo info(path);
-    if (!info.exists())
-        return false;
+    if (!info.exists()) return false;
     if (const auto bus = sessionBus()) {
         QDBusMessage call = QDBusMessage::createMethodCall(
             QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
@@ -227,24 +237,20 @@ bool revealPath(const QString& path) {
         call << QStringList{QUrl::fromLocalFile(info.absoluteFilePath()).toString()} << QString();
         // A file manager that is installed answers at once; a few seconds allow for one being started.
         const QDBusMessage reply = bus->call(call, QDBus::Block, 5000);
-        if (reply.type() == QDBusMessage::ReplyMessage)
-            return true;
+        if (reply.type() == QDBusMessage::ReplyMessage) return true;
     }
     return openPath(info.absolutePath());
 }
 
 bool openWithApplication(const QString& path, const QString& application) {
-    if (!QFileInfo::exists(path) || application.isEmpty())
-        return false;
+    if (!QFileInfo::exists(path) || application.isEmpty()) return false;
     const QFileInfo program(application);
     if (program.isAbsolute() && program.isExecutable() && !application.endsWith(QStringLiteral(".desktop")))
         return startDetached(application, {path});
     const QString desktopFile = findDesktopFile(application);
-    if (desktopFile.isEmpty())
-        return false;
+    if (desktopFile.isEmpty()) return false;
     const DesktopEntry entry = readDesktopEntry(desktopFile);
-    if (!entry.application || entry.exec.isEmpty())
-        return false;
+    if (!entry.application || entry.hidden || entry.exec.isEmpty()) return false;
     QStringList arguments = expandExec(entry, path);
     const QString executable = arguments.takeFirst();
     return startDetached(executable, arguments);
@@ -252,8 +258,7 @@ bool openWithApplication(const QString& path, const QString& application) {
 
 void postNotice(const QString& title, const QString& text) {
     const auto bus = sessionBus();
-    if (!bus)
-        return;
+    if (!bus) return;
     QDBusMessage notify = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("/org/freedesktop/Notifications"),
         QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));

@@ -10,5 +10,5 @@ LXStatus moveToTrash(const QString& path);
 bool openPath(const QString& path);   // xdg-open
 bool revealPath(const QString& path); // the file manager shows and selects the item, else its folder opens
 bool openWithApplication(const QString& path, const QString& application); // by .desktop name or file name
-void postNotice(const QString& title, const QString& text); // nothing without a session bus
+void postNotice(const QString& title, const QString& text);                // nothing without a session bus
 } // namespace TWDesktop

@@ -12,8 +12,7 @@ TWDefaultInteraction& defaultInteraction() {
 } // namespace
 
 TWInteraction& TWInteraction::current() {
-    if (TWInteraction* interaction = g_current.load(std::memory_order_acquire))
-        return *interaction;
+    if (TWInteraction* interaction = g_current.load(std::memory_order_acquire)) return *interaction;
     return defaultInteraction();
 }
 

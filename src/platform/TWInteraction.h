@@ -7,7 +7,7 @@ enum class TWAlertStyle { Informational, Warning, Critical };
 
 struct TWAlert {
     TWAlertStyle style = TWAlertStyle::Informational;
-    QString title;       // e.g. "Move Failed Alert" text already looked up
+    QString title; // e.g. "Move Failed Alert" text already looked up
     QString message;
     QStringList buttons; // first is the default; empty means one "OK"
 };
@@ -32,7 +32,8 @@ public:
     virtual int runAlert(const TWAlert& alert) = 0;                          // index of the chosen button
     virtual QStringList runOpenPanel(const TWOpenPanelOptions& options) = 0; // empty when cancelled
     virtual QString runSavePanel(const TWSavePanelOptions& options) = 0;     // empty when cancelled
-    static TWInteraction& current(); // never null: a non-interactive default answers the default button / cancels
+    static TWInteraction&
+    current(); // never null: a non-interactive default answers the default button / cancels
     static void setCurrent(TWInteraction* interaction); // not owned; nullptr restores the default
 };
 

@@ -10,7 +10,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
-#include <QMutex>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -22,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -35,10 +35,11 @@ constexpr int kRowsPerTransaction = 500;
 
 std::atomic<int64_t> g_audioFilesOpened{0};
 // Scans in one process take turns: two smart groups refreshing the same folder would open every
-// file twice.
-std::timed_mutex g_scanMutex;
+// file twice. A plain mutex polled with try_lock: ThreadSanitizer (GCC 12) does not see the
+// pthread_mutex_clocklock behind std::timed_mutex, nor the futex behind a contended QMutex.
+std::mutex g_scanMutex;
 
-QMutex g_defaultPathMutex;
+std::mutex g_defaultPathMutex;
 QString g_defaultPath; // guarded by g_defaultPathMutex
 
 const char* const kColumns[] = {
@@ -497,7 +498,7 @@ TWMetadataIndex::TWMetadataIndex(QString databasePath) : m_path(std::move(databa
 
 QString TWMetadataIndex::defaultDatabasePath() {
     {
-        QMutexLocker lock(&g_defaultPathMutex);
+        const std::lock_guard lock(g_defaultPathMutex);
         if (!g_defaultPath.isEmpty()) return g_defaultPath;
     }
     return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
@@ -505,7 +506,7 @@ QString TWMetadataIndex::defaultDatabasePath() {
 }
 
 void TWMetadataIndex::setDefaultDatabasePath(const QString& path) {
-    QMutexLocker lock(&g_defaultPathMutex);
+    const std::lock_guard lock(g_defaultPathMutex);
     g_defaultPath = path;
 }
 
@@ -517,8 +518,9 @@ LXResult<TWIndexScanStatistics> TWMetadataIndex::scan(const QString& scopeIn,
                                                       const std::atomic<bool>* cancel) {
     const QString scope = LXFile::conformPath(scopeIn);
     if (scope.isEmpty()) return LXError(LXErrInvalidParameter, QStringLiteral("No folder to index"));
-    std::unique_lock<std::timed_mutex> lock(g_scanMutex, std::defer_lock);
-    while (!lock.try_lock_for(std::chrono::milliseconds(50))) {
+    std::unique_lock<std::mutex> lock(g_scanMutex, std::defer_lock);
+    while (!lock.try_lock()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
         if (cancel && cancel->load()) {
             TWIndexScanStatistics stats;
             stats.cancelled = true;

@@ -1,6 +1,5 @@
 #include "TWMetadataQuery.h"
 
-#include <QThread>
 #include <atomic>
 
 struct TWMetadataQuery::Outcome {
@@ -86,7 +85,7 @@ void TWMetadataQuery::start() {
     job->scopes = m_scopes;
     job->predicate = m_predicate;
     m_job = job;
-    m_thread = QThread::create([this, job, generation] {
+    m_thread = std::thread([this, job, generation] {
         std::shared_ptr<Outcome> outcome = job->run();
         if (job->cancel.load()) return;
         // The destructor joins this thread before the object goes, and a destroyed object's queued
@@ -94,8 +93,6 @@ void TWMetadataQuery::start() {
         QMetaObject::invokeMethod(
             this, [this, generation, outcome] { finish(generation, outcome); }, Qt::QueuedConnection);
     });
-    m_thread->setObjectName(QStringLiteral("TWMetadataQuery"));
-    m_thread->start(QThread::LowPriority);
 }
 
 void TWMetadataQuery::stop() {
@@ -108,10 +105,7 @@ void TWMetadataQuery::stop() {
 }
 
 void TWMetadataQuery::joinThread() {
-    if (!m_thread) return;
-    m_thread->wait();
-    delete m_thread;
-    m_thread = nullptr;
+    if (m_thread.joinable()) m_thread.join();
     m_job.reset();
 }
 

@@ -17,8 +17,7 @@ namespace {
 bool readPropertyList(QIODevice& device, QSettings::SettingsMap& map) {
     const auto* file = qobject_cast<const QFileDevice*>(&device);
     const auto value = TWPropertyList::fromData(device.readAll(), file ? file->fileName() : QString());
-    if (!value || value->typeId() != QMetaType::QVariantMap)
-        return false;
+    if (!value || value->typeId() != QMetaType::QVariantMap) return false;
     map = value->toMap();
     return true;
 }
@@ -29,8 +28,8 @@ bool writePropertyList(QIODevice& device, const QSettings::SettingsMap& map) {
 }
 
 QSettings::Format propertyListFormat() {
-    static const QSettings::Format format =
-        QSettings::registerFormat(QStringLiteral("plist"), readPropertyList, writePropertyList, Qt::CaseSensitive);
+    static const QSettings::Format format = QSettings::registerFormat(
+        QStringLiteral("plist"), readPropertyList, writePropertyList, Qt::CaseSensitive);
     return format;
 }
 
@@ -40,8 +39,7 @@ QString writeFailureReason(const QString& path) {
     if (!QFileInfo(info.absolutePath()).isDir())
         return QStringLiteral("the folder '%1' does not exist").arg(info.absolutePath());
     QSaveFile probe(path);
-    if (!probe.open(QIODevice::WriteOnly))
-        return probe.errorString();
+    if (!probe.open(QIODevice::WriteOnly)) return probe.errorString();
     probe.cancelWriting();
     return QStringLiteral("the file could not be written (is the disk full?)");
 }
@@ -57,8 +55,7 @@ TWPreferences::TWPreferences(const QString& path) : m_path(path), m_defaults(sta
 
 TWPreferences::~TWPreferences() {
     QMutexLocker lock(&m_mutex);
-    if (!m_changed.isEmpty())
-        synchronizeLocked();
+    if (!m_changed.isEmpty()) synchronizeLocked();
 }
 
 TWPreferences& TWPreferences::shared() {
@@ -135,8 +132,7 @@ void TWPreferences::setValue(const QString& key, const QVariant& value) {
         removeValue(key);
         return;
     }
-    if (key.isEmpty())
-        return;
+    if (key.isEmpty()) return;
     QMutexLocker lock(&m_mutex);
     m_values.insert(key, value);
     m_changed.insert(key);
@@ -144,8 +140,7 @@ void TWPreferences::setValue(const QString& key, const QVariant& value) {
 
 void TWPreferences::removeValue(const QString& key) {
     QMutexLocker lock(&m_mutex);
-    if (m_values.remove(key) > 0)
-        m_changed.insert(key);
+    if (m_values.remove(key) > 0) m_changed.insert(key);
 }
 
 bool TWPreferences::synchronize() {
@@ -186,20 +181,23 @@ void TWPreferences::load() {
         // Unreadable is kept like damaged: what it holds is unknown, so it must not be replaced.
         m_damaged = true;
         QFile file(m_path);
-        const QString why = file.open(QIODevice::ReadOnly) ? QStringLiteral("access denied") : file.errorString();
-        m_lastError = QStringLiteral("The preferences file '%1' cannot be read (%2). The defaults are used, and the "
-                                     "file is kept.")
-                          .arg(m_path, why);
+        const QString why =
+            file.open(QIODevice::ReadOnly) ? QStringLiteral("access denied") : file.errorString();
+        m_lastError =
+            QStringLiteral("The preferences file '%1' cannot be read (%2). The defaults are used, and the "
+                           "file is kept.")
+                .arg(m_path, why);
         return;
     }
     case QSettings::FormatError: {
         m_damaged = true;
         const auto read = TWPropertyList::readFile(m_path);
-        const QString why = !read ? read.error().message()
-                                  : QStringLiteral("it holds a %1, not a dictionary").arg(read->typeName());
-        m_lastError = QStringLiteral("The preferences file '%1' is damaged (%2). The defaults are used, and the "
-                                     "file is kept.")
-                          .arg(m_path, why);
+        const QString why =
+            !read ? read.error().message() : QStringLiteral("its top level is not a dictionary");
+        m_lastError =
+            QStringLiteral("The preferences file '%1' is damaged (%2). The defaults are used, and the "
+                           "file is kept.")
+                .arg(m_path, why);
         return;
     }
     }
@@ -226,7 +224,8 @@ bool TWPreferences::moveDamagedFileAside() {
 // Called with the lock held.
 bool TWPreferences::synchronizeLocked() {
     if (m_changed.isEmpty()) {
-        // Nothing of ours to write (and a damaged file stays where it is); pick up what other processes wrote.
+        // Nothing of ours to write (and a damaged file stays where it is); pick up what other processes
+        // wrote.
         if (!m_damaged) {
             QSettings settings(m_path, propertyListFormat());
             if (settings.status() == QSettings::NoError) {
@@ -244,14 +243,15 @@ bool TWPreferences::synchronizeLocked() {
         return false;
     }
     for (int attempt = 0; attempt < 2; ++attempt) {
-        if (m_damaged && !moveDamagedFileAside())
-            return false;
-        // A fresh QSettings for every write: its status is sticky, and an old failure would hide a new success.
+        if (m_damaged && !moveDamagedFileAside()) return false;
+        // A fresh QSettings for every write: its status is sticky, and an old failure would hide a new
+        // success.
         QSettings settings(m_path, propertyListFormat());
         if (settings.status() != QSettings::NoError) {
             // Damaged or made unreadable since it was loaded, by another program: keep that file too.
             m_damaged = true;
-            m_lastError = QStringLiteral("The preferences file '%1' was damaged by another program.").arg(m_path);
+            m_lastError =
+                QStringLiteral("The preferences file '%1' was damaged by another program.").arg(m_path);
             continue;
         }
         for (const QString& key : std::as_const(m_changed)) {

@@ -39,7 +39,7 @@ public:
     bool synchronize();                // writes the file; false (and lastError) on failure
     QString path() const;              // ~/.config/Clipwright/Clipwright.plist
     void setPath(const QString& path); // tests; reloads from that file
-    QString lastError() const;         // e.g. why the file on disk could not be read (then it is left untouched)
+    QString lastError() const; // e.g. why the file on disk could not be read (then it is left untouched)
 
     static QString defaultPath(); // in $XDG_CONFIG_HOME
 

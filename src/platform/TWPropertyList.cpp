@@ -16,6 +16,7 @@
 #include <limits>
 #include <memory>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -26,8 +27,7 @@ constexpr int kMaximumDepth = 512;
 
 struct PlistDeleter {
     void operator()(plist_t node) const {
-        if (node)
-            plist_free(node);
+        if (node) plist_free(node);
     }
 };
 using PlistPtr = std::unique_ptr<std::remove_pointer_t<plist_t>, PlistDeleter>;
@@ -50,30 +50,24 @@ public:
         QByteArray checked = data;
         for (char& c : checked) {
             const auto u = static_cast<unsigned char>(c);
-            if (u != 0 && u < 0x20 && u != '\t' && u != '\n' && u != '\r')
-                c = ' ';
+            if (u != 0 && u < 0x20 && u != '\t' && u != '\n' && u != '\r') c = ' ';
         }
         m_reader.addData(checked);
     }
 
     LXStatus validate() {
-        if (!nextElement())
-            return failure(QStringLiteral("no root element"));
+        if (!nextElement()) return failure(QStringLiteral("no root element"));
         if (m_reader.name() == u"plist") {
-            if (!nextElement())
-                return failure(QStringLiteral("the <plist> element is empty"));
+            if (!nextElement()) return failure(QStringLiteral("the <plist> element is empty"));
             LX_TRY(value(0));
-            if (nextElement())
-                return failure(QStringLiteral("more than one value in <plist>"));
-            if (m_strayText)
-                return failure(QStringLiteral("text inside <plist>"));
+            if (nextElement()) return failure(QStringLiteral("more than one value in <plist>"));
+            if (m_strayText) return failure(QStringLiteral("text inside <plist>"));
         } else {
             LX_TRY(value(0));
         }
         while (!m_reader.atEnd())
             m_reader.readNext();
-        if (m_reader.hasError())
-            return failure(m_reader.errorString());
+        if (m_reader.hasError()) return failure(m_reader.errorString());
         return {};
     }
 
@@ -82,15 +76,18 @@ private:
     bool nextElement() {
         while (!m_reader.atEnd()) {
             switch (m_reader.readNext()) {
-            case QXmlStreamReader::StartElement: return true;
-            case QXmlStreamReader::EndElement: return false;
+            case QXmlStreamReader::StartElement:
+                return true;
+            case QXmlStreamReader::EndElement:
+                return false;
             case QXmlStreamReader::Characters:
                 if (!m_reader.isWhitespace()) {
                     m_strayText = true;
                     return false;
                 }
                 break;
-            default: break;
+            default:
+                break;
             }
         }
         return false;
@@ -106,19 +103,16 @@ private:
 
     // The reader is on the start element of a value.
     LXStatus value(int depth) {
-        if (depth > kMaximumDepth)
-            return failure(QStringLiteral("nested too deeply"));
+        if (depth > kMaximumDepth) return failure(QStringLiteral("nested too deeply"));
         const QString name = m_reader.name().toString();
-        if (name == u"dict")
-            return dictionary(depth);
+        if (name == u"dict") return dictionary(depth);
         if (name == u"array") {
             while (nextElement())
                 LX_TRY(value(depth + 1));
             return endOfContainer(name);
         }
         if (name == u"true" || name == u"false") {
-            if (nextElement() || m_strayText)
-                return failure(QStringLiteral("<%1/> has content").arg(name));
+            if (nextElement() || m_strayText) return failure(QStringLiteral("<%1/> has content").arg(name));
             return endOfContainer(name);
         }
         if (name == u"string" || name == u"key" || name == u"integer" || name == u"real" || name == u"date" ||
@@ -133,29 +127,23 @@ private:
                 return failure(QStringLiteral("<%1> where a <key> was expected in <dict>")
                                    .arg(m_reader.name().toString()));
             const QString key = m_reader.readElementText();
-            if (m_reader.hasError())
-                return failure({});
-            if (!nextElement())
-                return failure(QStringLiteral("the key '%1' has no value").arg(key));
+            if (m_reader.hasError()) return failure({});
+            if (!nextElement()) return failure(QStringLiteral("the key '%1' has no value").arg(key));
             LX_TRY(value(depth + 1));
         }
         return endOfContainer(QStringLiteral("dict"));
     }
 
     LXStatus endOfContainer(const QString& name) {
-        if (m_reader.hasError())
-            return failure({});
-        if (m_strayText)
-            return failure(QStringLiteral("text inside <%1>").arg(name));
-        if (!m_reader.isEndElement())
-            return failure(QStringLiteral("<%1> is not closed").arg(name));
+        if (m_reader.hasError()) return failure({});
+        if (m_strayText) return failure(QStringLiteral("text inside <%1>").arg(name));
+        if (!m_reader.isEndElement()) return failure(QStringLiteral("<%1> is not closed").arg(name));
         return {};
     }
 
     LXStatus scalar(const QString& name) {
         const QString text = m_reader.readElementText(); // fails on child elements
-        if (m_reader.hasError())
-            return failure({});
+        if (m_reader.hasError()) return failure({});
         const QString trimmed = text.trimmed();
         bool ok = true;
         if (name == u"integer") {
@@ -175,8 +163,7 @@ private:
             base64.removeIf([](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; });
             ok = bool(QByteArray::fromBase64Encoding(base64, QByteArray::AbortOnBase64DecodingErrors));
         }
-        if (!ok)
-            return failure(QStringLiteral("<%1>%2</%1> is not valid").arg(name, trimmed.left(40)));
+        if (!ok) return failure(QStringLiteral("<%1>%2</%1> is not valid").arg(name, trimmed.left(40)));
         return {};
     }
 
@@ -189,54 +176,142 @@ bool looksBinary(const QByteArray& data) {
     return data.startsWith("bplist");
 }
 
-// libplist aborts the process (an assertion) on a dictionary key holding a NUL character, which only a
-// damaged or hostile binary list can contain. Finds such strings before libplist sees them; anything else
-// malformed is left to libplist, which rejects it.
-bool binaryHoldsNulInAString(const QByteArray& data) {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(data.constData());
-    const uint64_t size = uint64_t(data.size());
-    auto readUnsigned = [&](uint64_t at, unsigned width, uint64_t* value) {
-        if (width == 0 || width > 8 || at > size || width > size - at)
-            return false;
+// What libplist's binary reader does not survive: it aborts the process (an assertion) on a dictionary key
+// holding a NUL character, recurses without limit (a deep or cyclic list overflows the stack) and copies a
+// shared object at every reference (a few hundred bytes can expand to billions of values). Only a damaged
+// or hostile file holds these, so they are looked for before libplist sees the data. Anything else
+// malformed (offsets or references out of range) is left to libplist, which rejects it.
+class BinaryCheck {
+public:
+    explicit BinaryCheck(const QByteArray& data)
+        : m_bytes(reinterpret_cast<const uint8_t*>(data.constData())), m_size(uint64_t(data.size())) {}
+
+    // Empty when libplist may read the data.
+    QString problem() {
+        constexpr uint64_t kTrailerSize = 32;
+        if (m_size < 8 + kTrailerSize) return {};
+        const uint64_t trailer = m_size - kTrailerSize;
+        m_offsetSize = m_bytes[trailer + 6];
+        m_referenceSize = m_bytes[trailer + 7];
+        uint64_t top = 0;
+        if (!readUnsigned(trailer + 8, 8, &m_objects) || !readUnsigned(trailer + 16, 8, &top) ||
+            !readUnsigned(trailer + 24, 8, &m_table) || m_objects > m_size || top >= m_objects)
+            return {};
+
+        std::vector<Object> objects(m_objects);
+        for (uint64_t index = 0; index < m_objects; ++index) {
+            if (!describe(index, &objects[index])) return {};
+            if (objects[index].nulInString) return QStringLiteral("a string holds a NUL character");
+        }
+        return walk(objects, top);
+    }
+
+private:
+    struct Object {
+        uint64_t firstReference = 0, references = 0; // where the contained objects' numbers are
+        bool nulInString = false;
+        enum class State : uint8_t { New, Open, Done } state = State::New;
+        uint32_t depth = 0;
+        uint64_t expanded = 0; // values libplist makes of it, saturated
+    };
+
+    bool readUnsigned(uint64_t at, unsigned width, uint64_t* value) const {
+        if (width == 0 || width > 8 || at > m_size || width > m_size - at) return false;
         *value = 0;
         for (unsigned i = 0; i < width; ++i)
-            *value = (*value << 8) | bytes[at + i];
+            *value = (*value << 8) | m_bytes[at + i];
         return true;
-    };
-    constexpr uint64_t kTrailerSize = 32;
-    if (size < 8 + kTrailerSize)
-        return false;
-    const uint64_t trailer = size - kTrailerSize;
-    const unsigned offsetSize = bytes[trailer + 6];
-    uint64_t objects = 0, table = 0;
-    if (!readUnsigned(trailer + 8, 8, &objects) || !readUnsigned(trailer + 24, 8, &table))
-        return false;
-    for (uint64_t index = 0; index < objects && index < size; ++index) {
-        uint64_t offset = 0;
-        if (!readUnsigned(table + index * offsetSize, offsetSize, &offset) || offset >= size)
-            return false;
-        const uint8_t marker = bytes[offset];
-        const unsigned type = marker >> 4;
-        if (type != 0x5 && type != 0x6)
-            continue;
-        uint64_t count = marker & 0xF;
-        uint64_t start = offset + 1;
-        if (count == 0xF) { // the length follows as an integer object
-            if (start >= size || (bytes[start] >> 4) != 0x1 ||
-                !readUnsigned(start + 1, 1u << (bytes[start] & 0x3), &count))
-                return false;
-            start += 1 + (1u << (bytes[start] & 0x3));
-        }
-        const uint64_t unit = type == 0x5 ? 1 : 2;
-        if (count > size / unit || start > size || count * unit > size - start)
-            return false;
-        for (uint64_t i = 0; i < count; ++i) {
-            if (bytes[start + i * unit] == 0 && (unit == 1 || bytes[start + i * unit + 1] == 0))
-                return true;
-        }
     }
-    return false;
-}
+
+    // The count in the marker's low half, or the integer object after the marker when that half is 0xF.
+    bool count(uint64_t offset, uint64_t* count, uint64_t* start) const {
+        *count = m_bytes[offset] & 0xF;
+        *start = offset + 1;
+        if (*count != 0xF) return true;
+        if (*start >= m_size || (m_bytes[*start] >> 4) != 0x1) return false;
+        const unsigned width = 1u << (m_bytes[*start] & 0x3);
+        if (!readUnsigned(*start + 1, width, count)) return false;
+        *start += 1 + width;
+        return true;
+    }
+
+    bool describe(uint64_t index, Object* object) const {
+        uint64_t offset = 0;
+        if (m_table > m_size || !readUnsigned(m_table + index * m_offsetSize, m_offsetSize, &offset) ||
+            offset >= m_size)
+            return false;
+        const unsigned type = m_bytes[offset] >> 4;
+        uint64_t items = 0, start = 0;
+        if (type == 0x5 || type == 0x6) { // ASCII or UTF-16 string
+            if (!count(offset, &items, &start)) return false;
+            const uint64_t unit = type == 0x5 ? 1 : 2;
+            if (start > m_size || items > (m_size - start) / unit) return false;
+            for (uint64_t i = 0; i < items && !object->nulInString; ++i)
+                object->nulInString =
+                    m_bytes[start + i * unit] == 0 && (unit == 1 || m_bytes[start + i * unit + 1] == 0);
+        } else if (type == 0xA || type == 0xC || type == 0xD) { // array, set, dictionary
+            if (!count(offset, &items, &start)) return false;
+            if (type == 0xD && items > m_size) return false;
+            object->references = type == 0xD ? items * 2 : items;
+            object->firstReference = start;
+            if (m_referenceSize == 0 || start > m_size ||
+                object->references > (m_size - start) / m_referenceSize)
+                return false;
+        }
+        return true;
+    }
+
+    // Depth-first, without recursion, remembering what each object expands to.
+    QString walk(std::vector<Object>& objects, uint64_t top) const {
+        constexpr uint64_t kMaximumExpanded = uint64_t(1) << 24;
+        struct Frame {
+            uint64_t index, next;
+        };
+        std::vector<Frame> stack{{top, 0}};
+        objects[top].state = Object::State::Open;
+        while (!stack.empty()) {
+            Frame& frame = stack.back();
+            Object& object = objects[frame.index];
+            if (frame.next < object.references) {
+                uint64_t child = 0;
+                if (!readUnsigned(object.firstReference + frame.next * m_referenceSize, m_referenceSize,
+                                  &child) ||
+                    child >= m_objects)
+                    return {};
+                ++frame.next;
+                Object& inner = objects[child];
+                if (inner.state == Object::State::Open) return QStringLiteral("an object contains itself");
+                if (inner.state == Object::State::New) {
+                    if (stack.size() > size_t(kMaximumDepth)) return QStringLiteral("nested too deeply");
+                    inner.state = Object::State::Open;
+                    stack.push_back({child, 0});
+                }
+                continue;
+            }
+            // All children done: add them up.
+            uint64_t expanded = 1;
+            uint32_t depth = 0;
+            for (uint64_t i = 0; i < object.references; ++i) {
+                uint64_t child = 0;
+                readUnsigned(object.firstReference + i * m_referenceSize, m_referenceSize, &child);
+                expanded = std::min(kMaximumExpanded, expanded + objects[child].expanded);
+                depth = std::max(depth, objects[child].depth);
+            }
+            object.expanded = expanded;
+            object.depth = depth + 1;
+            object.state = Object::State::Done;
+            if (expanded >= kMaximumExpanded) return QStringLiteral("it expands to too many values");
+            if (object.depth > uint32_t(kMaximumDepth)) return QStringLiteral("nested too deeply");
+            stack.pop_back();
+        }
+        return {};
+    }
+
+    const uint8_t* m_bytes;
+    uint64_t m_size;
+    unsigned m_offsetSize = 0, m_referenceSize = 0;
+    uint64_t m_objects = 0, m_table = 0;
+};
 
 // ---- plist -> QVariant
 
@@ -316,10 +391,12 @@ QVariant fromNode(plist_t node, int depth, bool* ok) {
         // libplist keeps a date as a double and splits it truncating toward zero, with the fraction always
         // positive: before the reference date the fraction counts backwards.
         const qint64 fraction = microseconds / 1000;
-        const qint64 msecs = kReferenceDateMSecs + qint64(seconds) * 1000 + (seconds < 0 ? -fraction : fraction);
+        const qint64 msecs =
+            kReferenceDateMSecs + qint64(seconds) * 1000 + (seconds < 0 ? -fraction : fraction);
         return QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC);
     }
-    case PLIST_NONE: break;
+    case PLIST_NONE:
+        break;
     }
     *ok = false;
     return {};
@@ -347,8 +424,7 @@ enum class Flavour { Xml, Binary };
 // Null for values a property list cannot hold (an invalid QVariant, a type with no plist form): dictionaries
 // and arrays leave them out.
 plist_t toNode(const QVariant& value, Flavour flavour, int depth) {
-    if (depth > kMaximumDepth)
-        return nullptr;
+    if (depth > kMaximumDepth) return nullptr;
     switch (value.typeId()) {
     case QMetaType::QVariantMap: {
         plist_t dict = plist_new_dict();
@@ -375,48 +451,47 @@ plist_t toNode(const QVariant& value, Flavour flavour, int depth) {
         plist_t array = plist_new_array();
         const QVariantList list = value.toList();
         for (const QVariant& element : list)
-            if (plist_t item = toNode(element, flavour, depth + 1))
-                plist_array_append_item(array, item);
+            if (plist_t item = toNode(element, flavour, depth + 1)) plist_array_append_item(array, item);
         return array;
     }
-    case QMetaType::QString: return plist_new_string(value.toString().toUtf8().constData());
+    case QMetaType::QString:
+        return plist_new_string(value.toString().toUtf8().constData());
     case QMetaType::QByteArray: {
         const QByteArray bytes = value.toByteArray();
         return plist_new_data(bytes.constData(), uint64_t(bytes.size()));
     }
-    case QMetaType::Bool: return plist_new_bool(value.toBool() ? 1 : 0);
+    case QMetaType::Bool:
+        return plist_new_bool(value.toBool() ? 1 : 0);
     case QMetaType::Char:
     case QMetaType::SChar:
     case QMetaType::Short:
     case QMetaType::Int:
     case QMetaType::Long:
-    case QMetaType::LongLong: return plist_new_uint(uint64_t(value.toLongLong()));
+    case QMetaType::LongLong:
+        return plist_new_uint(uint64_t(value.toLongLong()));
     case QMetaType::UChar:
     case QMetaType::UShort:
     case QMetaType::UInt:
     case QMetaType::ULong:
-    case QMetaType::ULongLong: return plist_new_uint(value.toULongLong());
+    case QMetaType::ULongLong:
+        return plist_new_uint(value.toULongLong());
     case QMetaType::Float:
-    case QMetaType::Double: return plist_new_real(value.toDouble());
+    case QMetaType::Double:
+        return plist_new_real(value.toDouble());
     case QMetaType::QDateTime:
     case QMetaType::QDate: {
-        const QDateTime date = value.typeId() == QMetaType::QDate
-                                   ? value.toDate().startOfDay(Qt::UTC)
-                                   : value.toDateTime();
-        if (!date.isValid())
-            return nullptr;
+        const QDateTime date =
+            value.typeId() == QMetaType::QDate ? value.toDate().startOfDay(Qt::UTC) : value.toDateTime();
+        if (!date.isValid()) return nullptr;
         auto [seconds, microseconds] = plistDate(date);
         // libplist writes XML dates in whole seconds, truncating toward zero: floor them here so that dates
         // before the reference date do not move by a second.
         return plist_new_date(seconds, flavour == Flavour::Xml ? 0 : microseconds);
     }
     default:
-        if (!value.isValid() || value.isNull())
-            return nullptr;
-        if (value.canConvert<QVariantMap>())
-            return toNode(value.toMap(), flavour, depth);
-        if (value.canConvert<QString>())
-            return plist_new_string(value.toString().toUtf8().constData());
+        if (!value.isValid() || value.isNull()) return nullptr;
+        if (value.canConvert<QVariantMap>()) return toNode(value.toMap(), flavour, depth);
+        if (value.canConvert<QString>()) return plist_new_string(value.toString().toUtf8().constData());
         return nullptr;
     }
 }
@@ -424,8 +499,7 @@ plist_t toNode(const QVariant& value, Flavour flavour, int depth) {
 PlistPtr rootNode(const QVariant& value, Flavour flavour) {
     PlistPtr root(toNode(value, flavour, 0));
     // A property list always holds one value; an empty dictionary stands for nothing.
-    if (!root)
-        root.reset(plist_new_dict());
+    if (!root) root.reset(plist_new_dict());
     return root;
 }
 
@@ -434,38 +508,37 @@ PlistPtr rootNode(const QVariant& value, Flavour flavour) {
 namespace TWPropertyList {
 
 LXResult<QVariant> fromData(const QByteArray& data, const QString& origin) {
-    if (data.isEmpty())
-        return notAPropertyList(origin, QStringLiteral("the data is empty"));
+    if (data.isEmpty()) return notAPropertyList(origin, QStringLiteral("the data is empty"));
     if (data.size() > qsizetype(std::numeric_limits<uint32_t>::max()))
         return notAPropertyList(origin, QStringLiteral("too large"));
     if (!looksBinary(data)) {
         XmlValidator validator(data, origin);
         LX_TRY(validator.validate());
-    } else if (binaryHoldsNulInAString(data)) {
-        return notAPropertyList(origin, QStringLiteral("a string of the binary property list holds a NUL character"));
+    } else if (const QString problem = BinaryCheck(data).problem(); !problem.isEmpty()) {
+        return notAPropertyList(origin, problem);
     }
     plist_t parsed = nullptr;
     plist_from_memory(data.constData(), uint32_t(data.size()), &parsed);
     PlistPtr root(parsed);
     if (!root)
-        return notAPropertyList(origin, looksBinary(data) ? QStringLiteral("the binary property list is damaged")
-                                                          : QStringLiteral("libplist cannot read it"));
+        return notAPropertyList(origin, looksBinary(data)
+                                            ? QStringLiteral("the binary property list is damaged")
+                                            : QStringLiteral("libplist cannot read it"));
     bool ok = true;
     QVariant value = fromNode(root.get(), 0, &ok);
-    if (!ok)
-        return notAPropertyList(origin, QStringLiteral("it holds a value of an unknown type"));
+    if (!ok) return notAPropertyList(origin, QStringLiteral("it holds a value of an unknown type"));
     return value;
 }
 
 LXResult<QVariant> readFile(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return LXError(LXErrReadFailed, QStringLiteral("cannot read the property list: %1").arg(file.errorString()),
-                       path);
+        return LXError(LXErrReadFailed,
+                       QStringLiteral("cannot read the property list: %1").arg(file.errorString()), path);
     const QByteArray data = file.readAll();
     if (file.error() != QFileDevice::NoError)
-        return LXError(LXErrReadFailed, QStringLiteral("cannot read the property list: %1").arg(file.errorString()),
-                       path);
+        return LXError(LXErrReadFailed,
+                       QStringLiteral("cannot read the property list: %1").arg(file.errorString()), path);
     return fromData(data, path);
 }
 
@@ -493,11 +566,11 @@ LXStatus writeFile(const QString& path, const QVariant& value) {
     const QByteArray xml = toXml(value);
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
-        return LXError(LXErrWriteFailed, QStringLiteral("cannot write the property list: %1").arg(file.errorString()),
-                       path);
+        return LXError(LXErrWriteFailed,
+                       QStringLiteral("cannot write the property list: %1").arg(file.errorString()), path);
     if (file.write(xml) != xml.size() || !file.commit())
-        return LXError(LXErrWriteFailed, QStringLiteral("cannot write the property list: %1").arg(file.errorString()),
-                       path);
+        return LXError(LXErrWriteFailed,
+                       QStringLiteral("cannot write the property list: %1").arg(file.errorString()), path);
     return {};
 }
 

@@ -10,7 +10,8 @@
 // string <-> QString, integer <-> qint64, real <-> double, bool <-> bool, data <-> QByteArray,
 // date <-> QDateTime (UTC, whole seconds in XML).
 namespace TWPropertyList {
-// XML or binary plist -> QVariant (QVariantMap, QVariantList, QString, qint64, double, bool, QByteArray, QDateTime)
+// XML or binary plist -> QVariant (QVariantMap, QVariantList, QString, qint64, double, bool, QByteArray,
+// QDateTime)
 LXResult<QVariant> fromData(const QByteArray& data, const QString& origin);
 LXResult<QVariant> readFile(const QString& path);
 QByteArray toXml(const QVariant& value);

@@ -35,8 +35,7 @@ QList<TWSavePanelOptions> TWScriptedInteraction::savePanels() const {
 int TWScriptedInteraction::runAlert(const TWAlert& alert) {
     QMutexLocker lock(&m_mutex);
     m_alerts.append(alert);
-    if (m_alertAnswers.isEmpty())
-        return 0;
+    if (m_alertAnswers.isEmpty()) return 0;
     const int answer = m_alertAnswers.takeFirst();
     // An answer past the alert's buttons is a mistake in the script; the default keeps the run sane.
     const qsizetype buttons = alert.buttons.isEmpty() ? 1 : alert.buttons.size();

@@ -9,7 +9,8 @@ namespace TWSupportFolders {
 // Spelled out rather than AppDataLocation, which depends on the organization and application names the
 // process happens to have set (none in tests and tools, two levels when both are set).
 QString supportDirectory() {
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Clipwright");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+           QStringLiteral("/Clipwright");
 }
 
 QString undoDirectory() {

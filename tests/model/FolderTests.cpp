@@ -113,17 +113,6 @@ TEST_F(FolderTest, ASplitSetIsListedOnceUnderItsLeadMember) {
     EXPECT_EQ(folder->entryCount(), 1);
 }
 
-TEST_F(FolderTest, SetPathCarriesTheChildrenAlong) {
-    const QString directory = makeDirectory(QStringLiteral("Old"));
-    makeDirectory(QStringLiteral("Old/Sub"));
-    writeAudio(directory + "/Sub/a.wav");
-    auto folder = TWFolderEntry::create(directory);
-    folder->setPath(path("New"));
-    const TWEntryPtr sub = folder->entryAtIndex(0);
-    EXPECT_EQ(sub->path(), path("New/Sub"));
-    EXPECT_EQ(sub->entryAtIndex(0)->path(), path("New/Sub/a.wav"));
-}
-
 TEST_F(FolderTest, MoveCopyTrashAndDeleteWorkOnTheWholeDirectory) {
     const QString directory = makeDirectory(QStringLiteral("Kit"));
     writeAudio(directory + "/a.wav");
@@ -203,30 +192,4 @@ TEST_F(FolderTest, GroupsStoreTheirChildrenAndName) {
     TWGroupEntry plain;
     plain.setState(unnamed);
     EXPECT_EQ(plain.name(), QStringLiteral("New Group"));
-}
-
-TEST_F(FolderTest, AGroupMadeFromAnotherEntryAdoptsItsChildren) {
-    const QString directory = makeDirectory(QStringLiteral("Adopted"));
-    writeAudio(directory + "/a.wav");
-    writeAudio(directory + "/b.wav");
-    auto folder = TWFolderEntry::create(directory);
-    const TWEntryPtr a = folder->entryAtIndex(0);
-    auto group = TWGroupEntry::createWithEntry(*folder);
-    EXPECT_EQ(group->name(), QStringLiteral("Adopted"));
-    EXPECT_EQ(group->entryCount(), 2);
-    EXPECT_EQ(group->entryAtIndex(0), a);
-    EXPECT_EQ(a->parent(), group.get());
-    EXPECT_FALSE(group->containerIsImmutable());
-}
-
-TEST_F(FolderTest, GroupsAndFoldersDeleteWhatTheyHold) {
-    const QString directory = makeDirectory(QStringLiteral("Doomed"));
-    writeAudio(directory + "/a.wav");
-    const QString loose = writeAudio(path("loose.wav"));
-    auto group = std::make_shared<TWGroupEntry>();
-    group->addEntry(TWFileEntry::create(loose));
-    group->addEntry(TWFolderEntry::create(directory));
-    group->deleteFiles();
-    EXPECT_FALSE(QFile::exists(loose));
-    EXPECT_FALSE(QFile::exists(directory));
 }

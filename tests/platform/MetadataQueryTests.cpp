@@ -30,8 +30,7 @@ namespace {
 class ApplicationScope {
 public:
     ApplicationScope() {
-        if (!QCoreApplication::instance())
-            m_application = std::make_unique<QCoreApplication>(s_argc, s_argv);
+        if (!QCoreApplication::instance()) m_application = std::make_unique<QCoreApplication>(s_argc, s_argv);
     }
 
 private:
@@ -69,6 +68,10 @@ QString parseError(const QString& text) {
 
 // Runs the query to the end on this thread's event loop.
 bool gather(TWMetadataQuery& query) {
+    if (!QCoreApplication::instance()) {
+        ADD_FAILURE() << "no application object";
+        return false;
+    }
     QEventLoop loop;
     bool finished = false;
     const auto connection = QObject::connect(&query, &TWMetadataQuery::didFinishGathering, &loop, [&] {
@@ -312,7 +315,8 @@ TEST(QueryKeys, TheMenuResourceDescribesEveryKeyThePredicateAccepts) {
 class MetadataQuery : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-            s_home = new IsolatedHome;
+        s_application = new ApplicationScope;
+        s_home = new IsolatedHome;
         s_library = s_home->path(QStringLiteral("Samples"));
         const QDir dir(s_library);
         ASSERT_TRUE(QDir().mkpath(s_library + "/sub"));
@@ -488,7 +492,7 @@ TEST_F(MetadataQuery, EveryKeyOfTheMenuRunsAgainstTheIndex) {
 class MetadataIndexScan : public ::testing::Test {
 protected:
     void SetUp() override {
-            m_folder = m_home.path(QStringLiteral("Music/Loops"));
+        m_folder = m_home.path(QStringLiteral("Music/Loops"));
         ASSERT_TRUE(QDir().mkpath(m_folder));
     }
     QString file(int i) const { return m_folder + QStringLiteral("/loop %1.wav").arg(i, 3, 10, QChar(u'0')); }
