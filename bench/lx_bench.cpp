@@ -224,26 +224,26 @@ int main(int argc, char** argv) {
     }
     dir.setAutoRemove(!parser.isSet(keepOption));
 
-    TestAudio::Spec spec;
-    spec.signal = TestAudio::Signal::Noise; // full use of every bit: nothing compresses or short-cuts
-    spec.channels = 2;
-    spec.rate = 44100;
-    spec.frames = int64_t(sizeMB * 1e6 / 4);
+    TestAudio::Sound sound;
+    sound.signal = TestAudio::Signal::Noise; // full use of every bit: nothing compresses or short-cuts
+    sound.channels = 2;
+    sound.rate = 44100;
+    sound.frames = int64_t(sizeMB * 1e6 / 4);
 
     std::vector<Row> rows;
     try {
         for (int bits : {16, 24}) {
-            spec.encoding = LXSampleEncoding::pcm(bits, false);
+            sound.encoding = LXSampleEncoding::pcm(bits, false);
             const QString label = QStringLiteral("%1-bit").arg(bits);
             const QString in = dir.filePath(QStringLiteral("in%1.wav").arg(bits));
             const QString out = dir.filePath(QStringLiteral("out%1.wav").arg(bits));
             const auto generateStart = std::chrono::steady_clock::now();
-            const QString written = unwrap(TestAudio::write(in, spec), "generate");
+            const QString written = unwrap(TestAudio::write(in, sound), "generate");
             const std::chrono::duration<double> generateTime =
                 std::chrono::steady_clock::now() - generateStart;
             std::printf("%s: %.1f MB, %lld frames (%.1f min of stereo at 44.1 kHz), generated in %.2f s\n",
                         qPrintable(QFileInfo(written).fileName()), double(QFileInfo(written).size()) / 1e6,
-                        static_cast<long long>(spec.frames), double(spec.frames) / spec.rate / 60.0,
+                        static_cast<long long>(sound.frames), double(sound.frames) / sound.rate / 60.0,
                         generateTime.count());
             std::fflush(stdout);
 
@@ -262,8 +262,8 @@ int main(int argc, char** argv) {
             Row copy{QStringLiteral("copy  ") + label, 0, 0, -1, std::nullopt};
             copy.phases = bestRewrite(runs, in, out, std::nullopt);
             copy.ours = copy.phases->total();
-            if (framesOf(out) != spec.frames)
-                fail(QStringLiteral("the copy has %1 frames, not %2").arg(framesOf(out)).arg(spec.frames));
+            if (framesOf(out) != sound.frames)
+                fail(QStringLiteral("the copy has %1 frames, not %2").arg(framesOf(out)).arg(sound.frames));
             copy.sox = bestOf(
                 runs,
                 [&] {
@@ -283,10 +283,10 @@ int main(int argc, char** argv) {
             Row gain{QStringLiteral("gain  ") + label, 0, 0, -1, std::nullopt};
             gain.phases = bestRewrite(runs, in, out, 0.5);
             gain.ours = gain.phases->total();
-            if (framesOf(out) != spec.frames)
+            if (framesOf(out) != sound.frames)
                 fail(QStringLiteral("the gain output has %1 frames, not %2")
                          .arg(framesOf(out))
-                         .arg(spec.frames));
+                         .arg(sound.frames));
             gain.sox = bestOf(
                 runs,
                 [&] {

@@ -83,18 +83,18 @@ const EncodingCase kEncodings[] = {
 TEST_F(AudioFileTest, CopiesRangesAndRewritesAreBitExact) {
     for (const EncodingCase& c : kEncodings) {
         SCOPED_TRACE(c.name);
-        Spec spec;
-        spec.format = c.format;
-        spec.encoding = c.encoding;
-        spec.signal = Signal::Noise; // every bit of every sample in play
-        spec.amplitude = 0.99;
-        spec.frames = 30000;
-        spec.channels = 3;
+        Sound sound;
+        sound.format = c.format;
+        sound.encoding = c.encoding;
+        sound.signal = Signal::Noise; // every bit of every sample in play
+        sound.amplitude = 0.99;
+        sound.frames = 30000;
+        sound.channels = 3;
         const QString ext = LXFormat::extension(c.format);
-        auto source = write(path(QStringLiteral("%1.%2").arg(c.name, ext)), spec);
+        auto source = write(path(QStringLiteral("%1.%2").arg(c.name, ext)), sound);
         ASSERT_TRUE(source) << source.error().description().toStdString();
         const Decoded original = sox(*source);
-        ASSERT_EQ(original.frames(), spec.frames);
+        ASSERT_EQ(original.frames(), sound.frames);
 
         auto file = open(*source);
         ASSERT_TRUE(file);
@@ -112,7 +112,7 @@ TEST_F(AudioFileTest, CopiesRangesAndRewritesAreBitExact) {
         EXPECT_EQ(sox(rewrite.savedPath(0)).samples, original.samples);
 
         LXAudioFileWriter part(*file);
-        ASSERT_EQ(file->copyRange(LXRange::fromFrames(1234, 20000, spec.rate), part), LXContinue);
+        ASSERT_EQ(file->copyRange(LXRange::fromFrames(1234, 20000, sound.rate), part), LXContinue);
         save(part, path(QStringLiteral("%1-range.%2").arg(c.name, ext)));
         const Decoded range = sox(part.savedPath(0));
         const std::vector<double> slice(original.samples.begin() + 1234 * 3, original.samples.begin() + 20000 * 3);
@@ -121,11 +121,11 @@ TEST_F(AudioFileTest, CopiesRangesAndRewritesAreBitExact) {
 }
 
 TEST_F(AudioFileTest, GainMatchesSoxWithinOneLsb) {
-    Spec spec;
-    spec.signal = Signal::Noise;
-    spec.amplitude = 0.9;
-    spec.frames = 100000;
-    auto source = write(path("noise.wav"), spec);
+    Sound sound;
+    sound.signal = Signal::Noise;
+    sound.amplitude = 0.9;
+    sound.frames = 100000;
+    auto source = write(path("noise.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
     LXAudioFileWriter writer(*file);
@@ -146,12 +146,12 @@ TEST_F(AudioFileTest, GainMatchesSoxWithinOneLsb) {
 }
 
 TEST_F(AudioFileTest, FloatToIntegerClipsInsteadOfWrapping) {
-    Spec spec;
-    spec.signal = Signal::Ramp;
-    spec.amplitude = 1.5; // beyond full scale at both ends
-    spec.encoding = LXSampleEncoding::ieeeFloat(32, false);
-    spec.channels = 1;
-    auto source = write(path("loud.wav"), spec);
+    Sound sound;
+    sound.signal = Signal::Ramp;
+    sound.amplitude = 1.5; // beyond full scale at both ends
+    sound.encoding = LXSampleEncoding::ieeeFloat(32, false);
+    sound.channels = 1;
+    auto source = write(path("loud.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
     for (int bits : {8, 16, 24, 32}) {
@@ -172,32 +172,32 @@ TEST_F(AudioFileTest, FloatToIntegerClipsInsteadOfWrapping) {
 }
 
 TEST_F(AudioFileTest, ReadSampleMatchesBlockReadsAndIsSilentOutside) {
-    Spec spec;
-    spec.frames = 10000;
-    auto source = write(path("pattern.wav"), spec);
+    Sound sound;
+    sound.frames = 10000;
+    auto source = write(path("pattern.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
-    std::vector<float> block(size_t(spec.frames * 2));
-    ASSERT_TRUE(file->readFrames(0, spec.frames, block.data()));
-    for (int64_t f = spec.frames - 1; f >= 0; f -= 7) // backwards, across cache blocks
+    std::vector<float> block(size_t(sound.frames * 2));
+    ASSERT_TRUE(file->readFrames(0, sound.frames, block.data()));
+    for (int64_t f = sound.frames - 1; f >= 0; f -= 7) // backwards, across cache blocks
         for (int c = 0; c < 2; ++c)
             ASSERT_EQ(file->readSample(f, c), block[size_t(f * 2 + c)]);
-    EXPECT_EQ(file->readSample(spec.frames, 0), 0.0f);
+    EXPECT_EQ(file->readSample(sound.frames, 0), 0.0f);
     EXPECT_EQ(file->readSample(5, 2), 0.0f);
     EXPECT_EQ(file->readSample(-1, 0), 0.0f);
 
     std::vector<float> tail(200, 1.0f);
-    auto got = file->readFrames(spec.frames - 50, 100, tail.data());
+    auto got = file->readFrames(sound.frames - 50, 100, tail.data());
     ASSERT_TRUE(got);
     EXPECT_EQ(*got, 50);
     EXPECT_EQ(tail[150], 0.0f);
 }
 
 TEST_F(AudioFileTest, SplitSetOpensAsOneFileOfSeveralChannels) {
-    Spec spec;
-    spec.channels = 3;
-    spec.interleaved = false;
-    auto lead = write(path("take"), spec);
+    Sound sound;
+    sound.channels = 3;
+    sound.interleaved = false;
+    auto lead = write(path("take"), sound);
     ASSERT_TRUE(lead) << lead.error().description().toStdString();
     EXPECT_TRUE(QFile::exists(path("take.L")));
     EXPECT_TRUE(QFile::exists(path("take.R")));
@@ -208,9 +208,9 @@ TEST_F(AudioFileTest, SplitSetOpensAsOneFileOfSeveralChannels) {
     EXPECT_EQ(file->numberOfChannels(), 3);
     EXPECT_FALSE(file->isInterleaved());
     EXPECT_EQ(file->pathForChannel(2), path("take.C"));
-    const std::vector<float> want = expected(spec);
+    const std::vector<float> want = expected(sound);
     std::vector<float> got(want.size());
-    ASSERT_TRUE(file->readFrames(0, spec.frames, got.data()));
+    ASSERT_TRUE(file->readFrames(0, sound.frames, got.data()));
     EXPECT_EQ(got, want);
 
     // Written back as a set, each member keeps its channel.
@@ -223,8 +223,8 @@ TEST_F(AudioFileTest, SplitSetOpensAsOneFileOfSeveralChannels) {
 }
 
 TEST_F(AudioFileTest, WriterKeepsItsOutputHiddenUntilSaved) {
-    Spec spec;
-    auto source = write(path("a.wav"), spec);
+    Sound sound;
+    auto source = write(path("a.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
     const QStringList before = QDir(dir.path()).entryList(QDir::Files | QDir::Hidden);
@@ -245,9 +245,9 @@ TEST_F(AudioFileTest, WriterKeepsItsOutputHiddenUntilSaved) {
 }
 
 TEST_F(AudioFileTest, DelegateCodeEndsAnOperation) {
-    Spec spec;
-    spec.frames = 200000; // several blocks
-    auto source = write(path("long.wav"), spec);
+    Sound sound;
+    sound.frames = 200000; // several blocks
+    auto source = write(path("long.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
     for (int32_t code : {LXStopped, LXCancelled}) {
@@ -262,12 +262,12 @@ TEST_F(AudioFileTest, DelegateCodeEndsAnOperation) {
 }
 
 TEST_F(AudioFileTest, BalanceBringsChannelsToTheLoudest) {
-    Spec spec;
-    spec.signal = Signal::Sine;
-    spec.channels = 2;
-    spec.amplitude = 0.25;
-    spec.frames = 44100;
-    auto source = write(path("quiet.wav"), spec);
+    Sound sound;
+    sound.signal = Signal::Sine;
+    sound.channels = 2;
+    sound.amplitude = 0.25;
+    sound.frames = 44100;
+    auto source = write(path("quiet.wav"), sound);
     ASSERT_TRUE(source);
     // Make the right channel half as loud with sox, then balance it back.
     int exitCode = 0;
@@ -288,10 +288,10 @@ TEST_F(AudioFileTest, BalanceBringsChannelsToTheLoudest) {
 }
 
 TEST_F(AudioFileTest, CopyRangeMovesLabelsWithTheAudio) {
-    Spec spec;
-    spec.rate = 1000;
-    spec.frames = 1000;
-    auto source = write(path("labels.wav"), spec);
+    Sound sound;
+    sound.rate = 1000;
+    sound.frames = 1000;
+    auto source = write(path("labels.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
     LXAudioFileWriter writer(*file);
@@ -307,10 +307,10 @@ TEST_F(AudioFileTest, CopyRangeMovesLabelsWithTheAudio) {
 }
 
 TEST_F(AudioFileTest, AnalysisIsCachedAndFollowsMoves) {
-    Spec spec;
-    spec.signal = Signal::Sine;
-    spec.amplitude = 0.5;
-    auto source = write(path("tone.wav"), spec);
+    Sound sound;
+    sound.signal = Signal::Sine;
+    sound.amplitude = 0.5;
+    auto source = write(path("tone.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
     EXPECT_FALSE(file->hasWaveformsOfType(0));
@@ -321,7 +321,7 @@ TEST_F(AudioFileTest, AnalysisIsCachedAndFollowsMoves) {
     EXPECT_NEAR(info.value("rms").toDouble(), 0.5 / std::sqrt(2.0), 1e-3);
     EXPECT_EQ(info.value("clipped").toInt(), 0);
     EXPECT_EQ(info.value("channels").toInt(), 2);
-    EXPECT_EQ(info.value("samples").toLongLong(), spec.frames);
+    EXPECT_EQ(info.value("samples").toLongLong(), sound.frames);
 
     ASSERT_TRUE(QDir().mkpath(path("moved")));
     ASSERT_TRUE(file->moveToPath(path("moved/tone.wav")));
@@ -332,8 +332,8 @@ TEST_F(AudioFileTest, AnalysisIsCachedAndFollowsMoves) {
 }
 
 TEST_F(AudioFileTest, DuplicatePicksTheFirstFreeName) {
-    Spec spec;
-    auto source = write(path("kick.wav"), spec);
+    Sound sound;
+    auto source = write(path("kick.wav"), sound);
     ASSERT_TRUE(source);
     auto file = open(*source);
     auto first = file->duplicateToPath(path("kick.wav"));
@@ -348,19 +348,19 @@ TEST_F(AudioFileTest, DuplicatePicksTheFirstFreeName) {
 // A WAV file that outgrows the RIFF size limit turns into RF64 in place, metadata included; the limit
 // is lowered here so the test need not write 4 GB.
 TEST_F(AudioFileTest, WavBecomesRf64PastTheSizeLimit) {
-    Spec spec;
-    spec.frames = 50000; // 200 KB of audio
+    Sound sound;
+    sound.frames = 50000; // 200 KB of audio
     LXSetRiffSizeLimit(100000);
-    auto source = write(path("big.wav"), spec);
+    auto source = write(path("big.wav"), sound);
     LXSetRiffSizeLimit(0xFFFFFFFFLL);
     ASSERT_TRUE(source);
     auto file = open(*source);
     ASSERT_TRUE(file);
     EXPECT_EQ(file->format(), LXFormat::RF64);
-    EXPECT_EQ(file->frames(), spec.frames);
+    EXPECT_EQ(file->frames(), sound.frames);
     const Decoded decoded = sox(*source);
-    ASSERT_EQ(decoded.frames(), spec.frames);
-    const std::vector<float> want = expected(spec);
+    ASSERT_EQ(decoded.frames(), sound.frames);
+    const std::vector<float> want = expected(sound);
     for (size_t i = 0; i < want.size(); ++i)
         ASSERT_EQ(float(decoded.samples[i]), want[i]) << i;
 
@@ -382,12 +382,12 @@ TEST_F(AudioFileTest, WavBecomesRf64PastTheSizeLimit) {
 // Chunks we do not know survive a rewrite in the same container family, but a WAV chunk means
 // nothing in an AIFF file, so a conversion leaves them behind.
 TEST_F(AudioFileTest, UnknownChunksFollowRewritesButNotConversions) {
-    Spec spec;
-    spec.frames = 1000;
+    Sound sound;
+    sound.frames = 1000;
     LXAudioFileWriter writer(dir.path());
     writer.annotations().unknownChunks.append({"zzzz", QByteArray("private data of another program")});
-    const std::vector<double> samples = generate(spec);
-    ASSERT_TRUE(writer.writeFrames(samples.data(), spec.frames));
+    const std::vector<double> samples = generate(sound);
+    ASSERT_TRUE(writer.writeFrames(samples.data(), sound.frames));
     ASSERT_TRUE(writer.endWrite());
     save(writer, path("chunky.wav"));
     auto file = open(path("chunky.wav"));

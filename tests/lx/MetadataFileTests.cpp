@@ -70,11 +70,11 @@ protected:
         writer.setChannels(1);
         writer.setDepth(16);
         writer.annotations() = a;
-        Spec spec;
-        spec.channels = 1;
-        spec.frames = 44100;
-        const std::vector<double> samples = generate(spec);
-        EXPECT_TRUE(writer.writeFrames(samples.data(), spec.frames));
+        Sound sound;
+        sound.channels = 1;
+        sound.frames = 44100;
+        const std::vector<double> samples = generate(sound);
+        EXPECT_TRUE(writer.writeFrames(samples.data(), sound.frames));
         EXPECT_TRUE(writer.endWrite());
         const QString target = path(name);
         EXPECT_TRUE(writer.saveFile(0, target));

@@ -55,8 +55,8 @@ protected:
             ASSERT_NEAR(ours[i], decoded->samples[i], 1e-9) << "sample " << i;
     }
 
-    QString writeWav(const QString& name, Spec spec = {}) {
-        auto written = write(path(name), spec);
+    QString writeWav(const QString& name, Sound sound = {}) {
+        auto written = write(path(name), sound);
         EXPECT_TRUE(written);
         return written ? *written : QString();
     }
@@ -89,16 +89,16 @@ TEST_F(OddFileTest, FilesOtherProgramsWrite) {
 }
 
 TEST_F(OddFileTest, OddDataChunkWithoutItsPadByte) {
-    Spec spec;
-    spec.channels = 1;
-    spec.frames = 1001;
-    spec.encoding = LXSampleEncoding::pcm(8, false, true);
+    Sound sound;
+    sound.channels = 1;
+    sound.frames = 1001;
+    sound.encoding = LXSampleEncoding::pcm(8, false, true);
     LXAudioFileWriter writer(dir.path());
-    writer.setEncoding(spec.encoding);
+    writer.setEncoding(sound.encoding);
     writer.setChannels(1);
     writer.metadata().setValue("title", "after the audio");
-    const std::vector<double> samples = generate(spec);
-    ASSERT_TRUE(writer.writeFrames(samples.data(), spec.frames));
+    const std::vector<double> samples = generate(sound);
+    ASSERT_TRUE(writer.writeFrames(samples.data(), sound.frames));
     ASSERT_TRUE(writer.endWrite());
     ASSERT_TRUE(writer.saveFile(0, path("padded.wav")));
 
@@ -117,16 +117,16 @@ TEST_F(OddFileTest, OddDataChunkWithoutItsPadByte) {
     EXPECT_EQ((*file)->metadata().string("title"), "after the audio");
     std::vector<float> got(1001);
     ASSERT_TRUE((*file)->readFrames(0, 1001, got.data()));
-    EXPECT_EQ(got, expected(spec));
+    EXPECT_EQ(got, expected(sound));
 }
 
 TEST_F(OddFileTest, SizesThatOvershootTheFileAreReadAndRepaired) {
-    Spec spec;
-    spec.frames = 5000;
-    const QString source = writeWav("source.wav", spec);
+    Sound sound;
+    sound.frames = 5000;
+    const QString source = writeWav("source.wav", sound);
     const QByteArray original = readAll(source);
     const qsizetype data = original.indexOf("data");
-    const std::vector<float> want = expected(spec);
+    const std::vector<float> want = expected(sound);
 
     struct Case {
         const char* name;
@@ -140,7 +140,7 @@ TEST_F(OddFileTest, SizesThatOvershootTheFileAreReadAndRepaired) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        QByteArray bytes = original.left(data + 8 + spec.frames * 4); // no metadata after the audio
+        QByteArray bytes = original.left(data + 8 + sound.frames * 4); // no metadata after the audio
         putLE32(bytes, 4, c.riff);
         putLE32(bytes, data + 4, c.dataSize);
         const QString p = path(QStringLiteral("%1.wav").arg(c.name));
@@ -150,9 +150,9 @@ TEST_F(OddFileTest, SizesThatOvershootTheFileAreReadAndRepaired) {
         ASSERT_TRUE(file) << file.error().description().toStdString();
         ASSERT_TRUE((*file)->warning().has_value());
         EXPECT_EQ((*file)->warning()->code(), LXErrRepairable);
-        EXPECT_EQ((*file)->frames(), spec.frames);
+        EXPECT_EQ((*file)->frames(), sound.frames);
         std::vector<float> got(want.size());
-        ASSERT_TRUE((*file)->readFrames(0, spec.frames, got.data()));
+        ASSERT_TRUE((*file)->readFrames(0, sound.frames, got.data()));
         EXPECT_EQ(got, want);
 
         ASSERT_TRUE(LXAudioFile::repairAtPath(p));
@@ -165,23 +165,23 @@ TEST_F(OddFileTest, SizesThatOvershootTheFileAreReadAndRepaired) {
 }
 
 TEST_F(OddFileTest, AiffWithLargeFormSizeAndAifcWithoutVersionChunk) {
-    Spec spec;
-    spec.format = LXFormat::AIFF;
-    spec.encoding = LXSampleEncoding::pcm(16, true);
+    Sound sound;
+    sound.format = LXFormat::AIFF;
+    sound.encoding = LXSampleEncoding::pcm(16, true);
     const QString aiff = path("big-form.aif");
-    ASSERT_TRUE(write(aiff, spec));
+    ASSERT_TRUE(write(aiff, sound));
     QByteArray bytes = readAll(aiff);
     putBE32(bytes, 4, uint32_t(bytes.size() + 100000));
     writeAll(aiff, bytes);
     auto file = LXAudioFile::open(aiff);
     ASSERT_TRUE(file) << file.error().description().toStdString();
-    EXPECT_EQ((*file)->frames(), spec.frames);
+    EXPECT_EQ((*file)->frames(), sound.frames);
     EXPECT_TRUE((*file)->warning().has_value());
 
-    spec.format = LXFormat::AIFC;
-    spec.encoding = LXSampleEncoding::ieeeFloat(32, true);
+    sound.format = LXFormat::AIFC;
+    sound.encoding = LXSampleEncoding::ieeeFloat(32, true);
     const QString aifc = path("no-fver.aif");
-    ASSERT_TRUE(write(aifc, spec));
+    ASSERT_TRUE(write(aifc, sound));
     bytes = readAll(aifc);
     const qsizetype fver = bytes.indexOf("FVER");
     ASSERT_EQ(fver, 12);
@@ -191,19 +191,19 @@ TEST_F(OddFileTest, AiffWithLargeFormSizeAndAifcWithoutVersionChunk) {
     file = LXAudioFile::open(aifc);
     ASSERT_TRUE(file) << file.error().description().toStdString();
     EXPECT_FALSE((*file)->warning().has_value());
-    std::vector<float> got(size_t(spec.frames * 2));
-    ASSERT_TRUE((*file)->readFrames(0, spec.frames, got.data()));
-    EXPECT_EQ(got, expected(spec));
+    std::vector<float> got(size_t(sound.frames * 2));
+    ASSERT_TRUE((*file)->readFrames(0, sound.frames, got.data()));
+    EXPECT_EQ(got, expected(sound));
 }
 
 TEST_F(OddFileTest, DamagedFilesGiveReadableErrors) {
-    Spec spec;
-    spec.frames = 1000;
-    const QString wav = writeWav("good.wav", spec);
-    spec.format = LXFormat::AIFF;
-    spec.encoding = LXSampleEncoding::pcm(24, true);
+    Sound sound;
+    sound.frames = 1000;
+    const QString wav = writeWav("good.wav", sound);
+    sound.format = LXFormat::AIFF;
+    sound.encoding = LXSampleEncoding::pcm(24, true);
     const QString aif = path("good.aif");
-    ASSERT_TRUE(write(aif, spec));
+    ASSERT_TRUE(write(aif, sound));
 
     // Every truncation of the header region: an error or a readable file, never a crash.
     for (const QString& source : {wav, aif}) {
@@ -215,7 +215,7 @@ TEST_F(OddFileTest, DamagedFilesGiveReadableErrors) {
             if (!file) {
                 EXPECT_FALSE(file.error().description().isEmpty());
             } else {
-                EXPECT_LE((*file)->frames(), spec.frames);
+                EXPECT_LE((*file)->frames(), sound.frames);
             }
         }
     }
@@ -236,7 +236,7 @@ TEST_F(OddFileTest, DamagedFilesGiveReadableErrors) {
     hugeChunk.insert(12, QByteArray("LIST\xff\xff\xff\x7f", 8));
     writeAll(path("huge.wav"), hugeChunk);
     file = LXAudioFile::open(path("huge.wav"));
-    EXPECT_FALSE(file && (*file)->frames() > spec.frames);
+    EXPECT_FALSE(file && (*file)->frames() > sound.frames);
 
     // Random garbage behind a valid magic.
     QRandomGenerator random(42);

@@ -217,7 +217,7 @@ TEST_F(SndfileBackend, SinkOutputReadsBackThroughSoxAndFfmpegInEveryFormat) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        TestAudio::Spec audio;
+        TestAudio::Sound audio;
         audio.channels = c.channels;
         audio.frames = 30011;
         audio.encoding = c.encoding;

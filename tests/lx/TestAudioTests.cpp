@@ -28,18 +28,18 @@ double soxTolerance(const LXSampleEncoding& e) {
 
 // Compares a decoded file with what its settings say it holds; reports the first mismatch only, so a
 // wrong file does not print a million lines.
-void expectHolds(const Decoded& decoded, const Spec& spec, const std::vector<double>& want,
+void expectHolds(const Decoded& decoded, const Sound& sound, const std::vector<double>& want,
                  int channel = -1) {
-    const int channels = channel < 0 ? spec.channels : 1;
+    const int channels = channel < 0 ? sound.channels : 1;
     ASSERT_EQ(decoded.channels, channels);
-    ASSERT_EQ(decoded.rate, spec.rate);
-    ASSERT_EQ(decoded.frames(), spec.frames);
-    const double tolerance = soxTolerance(spec.encoding);
-    for (int64_t f = 0; f < spec.frames; ++f)
+    ASSERT_EQ(decoded.rate, sound.rate);
+    ASSERT_EQ(decoded.frames(), sound.frames);
+    const double tolerance = soxTolerance(sound.encoding);
+    for (int64_t f = 0; f < sound.frames; ++f)
         for (int c = 0; c < channels; ++c) {
             const double got = decoded.samples[size_t(f * channels + c)];
             const int source = channel < 0 ? c : channel;
-            const double exp = want[size_t(f * spec.channels + source)];
+            const double exp = want[size_t(f * sound.channels + source)];
             if (std::abs(got - exp) > tolerance) {
                 ADD_FAILURE() << "frame " << f << " channel " << source << ": sox read " << got
                               << ", expected " << exp;
@@ -52,26 +52,26 @@ void expectHolds(const Decoded& decoded, const Spec& spec, const std::vector<dou
 
 TEST(TestAudio, SamplesArePureFunctionsOfTheSpec) {
     for (Signal signal : {Signal::Pattern, Signal::Sine, Signal::Noise, Signal::Impulse, Signal::Ramp}) {
-        Spec spec;
-        spec.signal = signal;
-        spec.channels = 3;
-        spec.frames = 5000;
-        const std::vector<double> first = generate(spec);
-        EXPECT_EQ(first, generate(spec));
+        Sound sound;
+        sound.signal = signal;
+        sound.channels = 3;
+        sound.frames = 5000;
+        const std::vector<double> first = generate(sound);
+        EXPECT_EQ(first, generate(sound));
         // Random access gives the same values as a sequential pass: tests compute single frames.
         for (int64_t f : {int64_t(4999), int64_t(0), int64_t(1234)})
             for (int c = 2; c >= 0; --c)
-                EXPECT_EQ(sample(spec, f, c), first[size_t(f * 3 + c)]);
+                EXPECT_EQ(sample(sound, f, c), first[size_t(f * 3 + c)]);
         for (double v : first) {
-            ASSERT_LE(std::abs(v), spec.amplitude);
+            ASSERT_LE(std::abs(v), sound.amplitude);
             ASSERT_EQ(v, double(float(v))) << "samples must survive a float path unchanged";
         }
     }
 
-    Spec noise;
+    Sound noise;
     noise.signal = Signal::Noise;
     noise.frames = 20000;
-    Spec otherSeed = noise;
+    Sound otherSeed = noise;
     otherSeed.seed = 2;
     EXPECT_NE(generate(noise), generate(otherSeed));
     double sum = 0;
@@ -79,14 +79,14 @@ TEST(TestAudio, SamplesArePureFunctionsOfTheSpec) {
         sum += v;
     EXPECT_LT(std::abs(sum / 40000), 0.01) << "noise should be centred";
 
-    Spec ramp;
+    Sound ramp;
     ramp.signal = Signal::Ramp;
     ramp.frames = 101;
     EXPECT_EQ(sample(ramp, 0, 1), -0.5);
     EXPECT_EQ(sample(ramp, 50, 0), 0.0);
     EXPECT_EQ(sample(ramp, 100, 0), 0.5);
 
-    Spec impulse;
+    Sound impulse;
     impulse.signal = Signal::Impulse;
     impulse.rate = 8000;
     impulse.frames = 16001;
@@ -97,21 +97,21 @@ TEST(TestAudio, SamplesArePureFunctionsOfTheSpec) {
 }
 
 TEST(TestAudio, PatternChannelsAreDistinguishable) {
-    Spec spec;
-    spec.channels = 8;
-    spec.frames = 4410;
-    const std::vector<double> v = generate(spec);
+    Sound sound;
+    sound.channels = 8;
+    sound.frames = 4410;
+    const std::vector<double> v = generate(sound);
     std::vector<double> mean(8, 0.0);
-    for (int64_t f = 0; f < spec.frames; ++f)
+    for (int64_t f = 0; f < sound.frames; ++f)
         for (int c = 0; c < 8; ++c)
-            mean[size_t(c)] += v[size_t(f * 8 + c)] / double(spec.frames);
+            mean[size_t(c)] += v[size_t(f * 8 + c)] / double(sound.frames);
 
     for (int a = 0; a < 8; ++a)
         for (int b = a + 1; b < 8; ++b) {
             int64_t differing = 0;
-            for (int64_t f = 0; f < spec.frames; ++f)
+            for (int64_t f = 0; f < sound.frames; ++f)
                 differing += std::abs(v[size_t(f * 8 + a)] - v[size_t(f * 8 + b)]) > 1e-3;
-            EXPECT_GT(differing, spec.frames * 9 / 10) << "channels " << a << " and " << b;
+            EXPECT_GT(differing, sound.frames * 9 / 10) << "channels " << a << " and " << b;
         }
     // The offsets tell the channels apart even after a gain change or a resampling.
     EXPECT_NEAR(mean[0], 0.0, 1e-3);
@@ -119,23 +119,23 @@ TEST(TestAudio, PatternChannelsAreDistinguishable) {
     for (int c = 2; c < 8; ++c)
         EXPECT_NEAR(mean[size_t(c)], 0.5 * c / 20.0, 2e-3) << "channel " << c;
     // A shifted channel shows at its first frame.
-    EXPECT_EQ(sample(spec, 0, 0), 0.0);
-    EXPECT_EQ(sample(spec, 0, 1), -0.5);
+    EXPECT_EQ(sample(sound, 0, 0), 0.0);
+    EXPECT_EQ(sample(sound, 0, 1), -0.5);
 }
 
 TEST(TestAudio, QuantisationRoundsHalfAwayFromZeroAndClips) {
-    Spec spec;
+    Sound sound;
     const double lsb = 1.0 / 32768;
-    EXPECT_EQ(quantise(spec, 0.5 * lsb), lsb);
-    EXPECT_EQ(quantise(spec, -0.5 * lsb), -lsb);
-    EXPECT_EQ(quantise(spec, 0.49 * lsb), 0.0);
-    EXPECT_EQ(quantise(spec, 1.0), 1.0 - lsb);
-    EXPECT_EQ(quantise(spec, 2.0), 1.0 - lsb);
-    EXPECT_EQ(quantise(spec, -1.5), -1.0);
-    spec.encoding = LXSampleEncoding::pcm(32, false);
-    EXPECT_EQ(quantise(spec, 1.0), 1.0 - std::ldexp(1.0, -31));
-    spec.encoding = LXSampleEncoding::ieeeFloat(32, false);
-    EXPECT_EQ(quantise(spec, 1.5), 1.5);
+    EXPECT_EQ(quantise(sound, 0.5 * lsb), lsb);
+    EXPECT_EQ(quantise(sound, -0.5 * lsb), -lsb);
+    EXPECT_EQ(quantise(sound, 0.49 * lsb), 0.0);
+    EXPECT_EQ(quantise(sound, 1.0), 1.0 - lsb);
+    EXPECT_EQ(quantise(sound, 2.0), 1.0 - lsb);
+    EXPECT_EQ(quantise(sound, -1.5), -1.0);
+    sound.encoding = LXSampleEncoding::pcm(32, false);
+    EXPECT_EQ(quantise(sound, 1.0), 1.0 - std::ldexp(1.0, -31));
+    sound.encoding = LXSampleEncoding::ieeeFloat(32, false);
+    EXPECT_EQ(quantise(sound, 1.5), 1.5);
 }
 
 // Every integer depth and float, in WAV and AIFF, with a signal that stays inside the range and one
@@ -160,19 +160,19 @@ TEST(TestAudio, WrittenFilesHoldExactlyTheExpectedSamples) {
     for (const Case& c : cases) {
         for (Signal signal : {Signal::Pattern, Signal::Ramp}) {
             SCOPED_TRACE(std::string(c.name) + (signal == Signal::Pattern ? " pattern" : " full-scale ramp"));
-            Spec spec;
-            spec.signal = signal;
-            spec.format = c.format;
-            spec.encoding = c.encoding;
-            spec.channels = signal == Signal::Pattern ? 3 : 1;
-            spec.rate = signal == Signal::Pattern ? 48000 : 22050;
-            spec.frames = 10007; // not a whole number of blocks
-            spec.amplitude = signal == Signal::Pattern ? 0.5 : 1.0;
+            Sound sound;
+            sound.signal = signal;
+            sound.format = c.format;
+            sound.encoding = c.encoding;
+            sound.channels = signal == Signal::Pattern ? 3 : 1;
+            sound.rate = signal == Signal::Pattern ? 48000 : 22050;
+            sound.frames = 10007; // not a whole number of blocks
+            sound.amplitude = signal == Signal::Pattern ? 0.5 : 1.0;
             const QString path = dir.filePath(QStringLiteral("%1-%2.%3")
                                                   .arg(QString::fromLatin1(c.name))
                                                   .arg(int(signal))
                                                   .arg(LXFormat::extension(c.format)));
-            const auto written = write(path, spec);
+            const auto written = write(path, sound);
             ASSERT_TRUE(written) << written.error().description().toStdString();
             EXPECT_EQ(*written, path);
 
@@ -184,7 +184,7 @@ TEST(TestAudio, WrittenFilesHoldExactlyTheExpectedSamples) {
 
             const auto decoded = readWithSox(path);
             ASSERT_TRUE(decoded) << decoded.error().description().toStdString();
-            expectHolds(*decoded, spec, expectedExact(spec));
+            expectHolds(*decoded, sound, expectedExact(sound));
         }
     }
 }
@@ -193,24 +193,24 @@ TEST(TestAudio, SplitSetsHoldOneChannelPerFile) {
     if (!haveTool("sox") || !haveTool("soxi")) GTEST_SKIP() << "sox is not installed";
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
-    Spec spec;
-    spec.channels = 2;
-    spec.frames = 5000;
-    spec.encoding = LXSampleEncoding::pcm(24, false);
-    spec.interleaved = false;
-    const auto lead = write(dir.filePath(QStringLiteral("take.wav")), spec);
+    Sound sound;
+    sound.channels = 2;
+    sound.frames = 5000;
+    sound.encoding = LXSampleEncoding::pcm(24, false);
+    sound.interleaved = false;
+    const auto lead = write(dir.filePath(QStringLiteral("take.wav")), sound);
     ASSERT_TRUE(lead) << lead.error().description().toStdString();
 
     // Every file of the folder is a member; sox reads the members by content, whatever their suffix.
     const QFileInfoList members = QDir(dir.path()).entryInfoList(QDir::Files, QDir::Name);
     ASSERT_EQ(members.size(), 2);
-    const std::vector<double> want = expectedExact(spec);
+    const std::vector<double> want = expectedExact(sound);
     for (const QFileInfo& member : members) {
         SCOPED_TRACE(member.fileName().toStdString());
         const bool isLead = member.absoluteFilePath() == *lead;
         const auto decoded = readWithSox(member.absoluteFilePath());
         ASSERT_TRUE(decoded) << decoded.error().description().toStdString();
-        expectHolds(*decoded, spec, want, isLead ? 0 : 1);
+        expectHolds(*decoded, sound, want, isLead ? 0 : 1);
     }
 }
 

@@ -83,11 +83,11 @@ TEST_F(FileEntryTest, AdmitsOtherFormatsTheFrameworkReadsByTheirContent) {
 }
 
 TEST_F(FileEntryTest, SplitSetMembersFoldOntoTheLeadMember) {
-    TestAudio::Spec spec;
-    spec.frames = 441;
-    spec.channels = 6;
-    spec.interleaved = false;
-    auto lead = TestAudio::write(path("take"), spec);
+    TestAudio::Sound sound;
+    sound.frames = 441;
+    sound.channels = 6;
+    sound.interleaved = false;
+    auto lead = TestAudio::write(path("take"), sound);
     ASSERT_TRUE(lead);
     ASSERT_TRUE(QFile::exists(path("take.Rs")));
 

@@ -100,11 +100,11 @@ TEST_F(FolderTest, AMissingFolderShowsNotFoundAndComesBack) {
 
 TEST_F(FolderTest, ASplitSetIsListedOnceUnderItsLeadMember) {
     const QString directory = makeDirectory(QStringLiteral("Surround"));
-    TestAudio::Spec spec;
-    spec.frames = 441;
-    spec.channels = 4;
-    spec.interleaved = false;
-    ASSERT_TRUE(TestAudio::write(directory + "/take", spec));
+    TestAudio::Sound sound;
+    sound.frames = 441;
+    sound.channels = 4;
+    sound.interleaved = false;
+    ASSERT_TRUE(TestAudio::write(directory + "/take", sound));
     auto folder = TWFolderEntry::create(directory);
     ASSERT_EQ(folder->entryCount(), 1);
     EXPECT_EQ(folder->entryAtIndex(0)->path(), directory + "/take.L");

@@ -283,11 +283,11 @@ TEST(Formatters, LevelsSizesAndData) {
 TEST(Formatters, ShowWhatAnAudioFileReports) {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
-    TestAudio::Spec spec;
-    spec.encoding = LXSampleEncoding::ieeeFloat(32, false);
-    spec.frames = 88200;
+    TestAudio::Sound sound;
+    sound.encoding = LXSampleEncoding::ieeeFloat(32, false);
+    sound.frames = 88200;
     const QString path = dir.filePath(QStringLiteral("pattern.wav"));
-    ASSERT_TRUE(TestAudio::write(path, spec));
+    ASSERT_TRUE(TestAudio::write(path, sound));
     auto file = LXAudioFile::open(path);
     ASSERT_TRUE(file) << file.error().description().toStdString();
     const QVariantMap info = (*file)->fileEntry();

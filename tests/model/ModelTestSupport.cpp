@@ -14,14 +14,14 @@
 namespace ModelTest {
 
 QString writeAudio(const QString& path, int64_t frames) {
-    TestAudio::Spec spec;
-    spec.frames = frames;
+    TestAudio::Sound sound;
+    sound.frames = frames;
     const QString extension = QFileInfo(path).suffix().toLower();
     if (extension == QLatin1String("aif") || extension == QLatin1String("aiff")) {
-        spec.format = LXFormat::AIFF;
-        spec.encoding = LXSampleEncoding::pcm(16, true);
+        sound.format = LXFormat::AIFF;
+        sound.encoding = LXSampleEncoding::pcm(16, true);
     }
-    auto written = TestAudio::write(path, spec);
+    auto written = TestAudio::write(path, sound);
     EXPECT_TRUE(written.ok()) << (written ? "" : written.error().description().toStdString());
     return written ? *written : QString();
 }

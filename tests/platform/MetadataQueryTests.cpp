@@ -113,9 +113,9 @@ QStringList sorted(QStringList list) {
     return list;
 }
 
-TestAudio::Spec spec(double rate, int channels, int64_t frames, uint32_t format = LXFormat::WAVE,
+TestAudio::Sound sound(double rate, int channels, int64_t frames, uint32_t format = LXFormat::WAVE,
                      LXSampleEncoding encoding = LXSampleEncoding::pcm(16, false)) {
-    TestAudio::Spec s;
+    TestAudio::Sound s;
     s.rate = rate;
     s.channels = channels;
     s.frames = frames;
@@ -124,7 +124,7 @@ TestAudio::Spec spec(double rate, int channels, int64_t frames, uint32_t format 
     return s;
 }
 
-void writeAudio(const QString& path, const TestAudio::Spec& s) {
+void writeAudio(const QString& path, const TestAudio::Sound& s) {
     auto written = TestAudio::write(path, s);
     ASSERT_TRUE(written) << written.error().description().toStdString();
 }
@@ -321,15 +321,15 @@ protected:
         const QDir dir(s_library);
         ASSERT_TRUE(QDir().mkpath(s_library + "/sub"));
         ASSERT_TRUE(QDir().mkpath(s_library + "/Drums"));
-        writeAudio(s_library + "/Kick Drum 44k.wav", spec(44100, 1, 4410));
-        writeAudio(s_library + "/Snare drum 48k.wav", spec(48000, 2, 48000));
+        writeAudio(s_library + "/Kick Drum 44k.wav", sound(44100, 1, 4410));
+        writeAudio(s_library + "/Snare drum 48k.wav", sound(48000, 2, 48000));
         writeAudio(s_library + "/Hat 96k.aif",
-                   spec(96000, 2, 9600, LXFormat::AIFF, LXSampleEncoding::pcm(24, true)));
-        writeAudio(s_library + "/Pad 22k.wav", spec(22050, 4, 44100));
+                   sound(96000, 2, 9600, LXFormat::AIFF, LXSampleEncoding::pcm(24, true)));
+        writeAudio(s_library + "/Pad 22k.wav", sound(22050, 4, 44100));
         writeAudio(s_library + "/sub/Drum loop.wav",
-                   spec(48000, 1, 24000, LXFormat::WAVE, LXSampleEncoding::ieeeFloat(32, false)));
-        writeAudio(s_library + QStringLiteral("/Caf\u00e9 Cr\u00e8me.wav"), spec(44100, 2, 441));
-        writeAudio(s_library + "/Drums/.hidden drum.wav", spec(44100, 1, 100));
+                   sound(48000, 1, 24000, LXFormat::WAVE, LXSampleEncoding::ieeeFloat(32, false)));
+        writeAudio(s_library + QStringLiteral("/Caf\u00e9 Cr\u00e8me.wav"), sound(44100, 2, 441));
+        writeAudio(s_library + "/Drums/.hidden drum.wav", sound(44100, 1, 100));
         writeText(s_library + "/drum notes.txt", "kick, snare\n");
         writeText(s_library + "/broken drum.wav", QByteArray(2000, 'x'));
         // Tags written by a program other than ours, in FLAC comments.
@@ -501,7 +501,7 @@ protected:
         QByteArray models[2];
         for (int m = 0; m < 2; ++m) {
             const QString path = m_home.path(QStringLiteral("model %1.wav").arg(m));
-            writeAudio(path, spec(m ? 48000 : 44100, 1 + m, 100));
+            writeAudio(path, sound(m ? 48000 : 44100, 1 + m, 100));
             QFile file(path);
             ASSERT_TRUE(file.open(QIODevice::ReadOnly));
             models[m] = file.readAll();
@@ -545,8 +545,8 @@ TEST_F(MetadataIndexScan, RenamedAddedRemovedAndRewrittenFilesAreSeenOnTheNextRu
 
     ASSERT_TRUE(QFile::rename(file(0), m_folder + "/renamed loop.wav"));
     ASSERT_TRUE(QFile::remove(file(1)));
-    writeAudio(m_folder + "/new loop.wav", spec(96000, 2, 100));
-    writeAudio(file(2), spec(88200, 1, 100)); // same name, new content
+    writeAudio(m_folder + "/new loop.wav", sound(96000, 2, 100));
+    writeAudio(file(2), sound(88200, 1, 100)); // same name, new content
 
     TWIndexScanStatistics stats;
     const QStringList found = sorted(find(m_folder, all, &stats));
@@ -572,7 +572,7 @@ TEST_F(MetadataIndexScan, RenamedAddedRemovedAndRewrittenFilesAreSeenOnTheNextRu
 }
 
 TEST_F(MetadataIndexScan, RowsHoldWhatTheFrameworkReads) {
-    writeAudio(m_folder + "/tone.aif", spec(48000, 2, 4800, LXFormat::AIFF, LXSampleEncoding::pcm(24, true)));
+    writeAudio(m_folder + "/tone.aif", sound(48000, 2, 4800, LXFormat::AIFF, LXSampleEncoding::pcm(24, true)));
     TWMetadataIndex index;
     auto scanned = index.scan(m_folder);
     ASSERT_TRUE(scanned) << scanned.error().description().toStdString();
@@ -668,7 +668,7 @@ TEST_F(MetadataIndexScan, ManyFilesFirstScanAndRerun) {
                           ? qEnvironmentVariableIntValue("CLIPWRIGHT_QUERY_FILES")
                           : 10000;
     const QString model = m_home.path("model.wav");
-    writeAudio(model, spec(44100, 1, 100));
+    writeAudio(model, sound(44100, 1, 100));
     QFile modelFile(model);
     ASSERT_TRUE(modelFile.open(QIODevice::ReadOnly));
     const QByteArray bytes = modelFile.readAll();

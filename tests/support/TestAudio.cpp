@@ -44,26 +44,26 @@ double noise(uint32_t seed, int64_t frame, int channel) {
     return 2.0 * unit - 1.0;
 }
 
-double unquantised(const Spec& spec, int64_t frame, int channel) {
-    const double a = spec.amplitude;
-    switch (spec.signal) {
+double unquantised(const Sound& sound, int64_t frame, int channel) {
+    const double a = sound.amplitude;
+    switch (sound.signal) {
     case Signal::Pattern:
-        if (channel == 0) return a * sine(frame, spec.frequency, spec.rate);
-        if (channel == 1) return a * (1.0 - 4.0 * std::abs(phase(frame, spec.frequency, spec.rate) - 0.5));
-        return a * (channel / 20.0 + 0.1 * sine(frame, spec.frequency * channel / 2.0, spec.rate));
+        if (channel == 0) return a * sine(frame, sound.frequency, sound.rate);
+        if (channel == 1) return a * (1.0 - 4.0 * std::abs(phase(frame, sound.frequency, sound.rate) - 0.5));
+        return a * (channel / 20.0 + 0.1 * sine(frame, sound.frequency * channel / 2.0, sound.rate));
     case Signal::Sine:
-        return a * sine(frame, spec.frequency, spec.rate);
+        return a * sine(frame, sound.frequency, sound.rate);
     case Signal::Noise:
-        return a * noise(spec.seed, frame, channel);
+        return a * noise(sound.seed, frame, channel);
     case Signal::Silence:
         return 0.0;
     case Signal::Impulse: {
-        const int64_t period = std::max<int64_t>(1, std::llround(spec.rate));
+        const int64_t period = std::max<int64_t>(1, std::llround(sound.rate));
         return frame % period == 0 ? a : 0.0;
     }
     case Signal::Ramp:
-        if (spec.frames <= 1) return -a;
-        return -a + 2.0 * a * double(frame) / double(spec.frames - 1);
+        if (sound.frames <= 1) return -a;
+        return -a + 2.0 * a * double(frame) / double(sound.frames - 1);
     }
     return 0.0;
 }
@@ -81,21 +81,21 @@ QString describeFailure(const QString& program, int exitCode, const QString& sta
 
 } // namespace
 
-double sample(const Spec& spec, int64_t frame, int channel) {
-    return double(float(unquantised(spec, frame, channel)));
+double sample(const Sound& sound, int64_t frame, int channel) {
+    return double(float(unquantised(sound, frame, channel)));
 }
 
-std::vector<double> generate(const Spec& spec) {
-    std::vector<double> out(size_t(spec.frames) * size_t(spec.channels));
+std::vector<double> generate(const Sound& sound) {
+    std::vector<double> out(size_t(sound.frames) * size_t(sound.channels));
     size_t i = 0;
-    for (int64_t f = 0; f < spec.frames; ++f)
-        for (int c = 0; c < spec.channels; ++c)
-            out[i++] = sample(spec, f, c);
+    for (int64_t f = 0; f < sound.frames; ++f)
+        for (int c = 0; c < sound.channels; ++c)
+            out[i++] = sample(sound, f, c);
     return out;
 }
 
-double quantise(const Spec& spec, double value) {
-    const LXSampleEncoding& e = spec.encoding;
+double quantise(const Sound& sound, double value) {
+    const LXSampleEncoding& e = sound.encoding;
     if (e.isFloat()) return e.bits == 64 ? value : double(float(value));
     const double full = std::ldexp(1.0, e.bits - 1);
     const double x = value * full;
@@ -104,39 +104,39 @@ double quantise(const Spec& spec, double value) {
     return q / full;
 }
 
-std::vector<double> expectedExact(const Spec& spec) {
-    std::vector<double> out = generate(spec);
+std::vector<double> expectedExact(const Sound& sound) {
+    std::vector<double> out = generate(sound);
     for (double& v : out)
-        v = quantise(spec, v);
+        v = quantise(sound, v);
     return out;
 }
 
-std::vector<float> expected(const Spec& spec) {
-    const std::vector<double> exact = expectedExact(spec);
+std::vector<float> expected(const Sound& sound) {
+    const std::vector<double> exact = expectedExact(sound);
     return std::vector<float>(exact.begin(), exact.end());
 }
 
-LXResult<QString> write(const QString& path, const Spec& spec) {
+LXResult<QString> write(const QString& path, const Sound& sound) {
     const QFileInfo info(path);
     LXAudioFileWriter writer(info.absolutePath());
-    writer.setFormat(spec.format);
-    writer.setRate(spec.rate);
-    writer.setEncoding(spec.encoding);
-    writer.setChannels(spec.channels);
-    writer.setInterleaved(spec.interleaved);
+    writer.setFormat(sound.format);
+    writer.setRate(sound.rate);
+    writer.setEncoding(sound.encoding);
+    writer.setChannels(sound.channels);
+    writer.setInterleaved(sound.interleaved);
 
     // Fed the way our own code feeds a writer: double only where the file needs it.
     const bool useDouble =
-        writer.needsDoublePrecision() || (spec.encoding.isFloat() && spec.encoding.bits == 64);
-    const size_t blockSamples = size_t(kBlockFrames) * size_t(spec.channels);
+        writer.needsDoublePrecision() || (sound.encoding.isFloat() && sound.encoding.bits == 64);
+    const size_t blockSamples = size_t(kBlockFrames) * size_t(sound.channels);
     std::vector<float> floats(useDouble ? 0 : blockSamples);
     std::vector<double> doubles(useDouble ? blockSamples : 0);
-    for (int64_t start = 0; start < spec.frames; start += kBlockFrames) {
-        const int64_t n = std::min(kBlockFrames, spec.frames - start);
+    for (int64_t start = 0; start < sound.frames; start += kBlockFrames) {
+        const int64_t n = std::min(kBlockFrames, sound.frames - start);
         size_t i = 0;
         for (int64_t f = start; f < start + n; ++f)
-            for (int c = 0; c < spec.channels; ++c, ++i) {
-                const double v = sample(spec, f, c);
+            for (int c = 0; c < sound.channels; ++c, ++i) {
+                const double v = sample(sound, f, c);
                 if (useDouble)
                     doubles[i] = v;
                 else
@@ -149,14 +149,14 @@ LXResult<QString> write(const QString& path, const Spec& spec) {
     }
     LX_TRY(writer.endWrite());
 
-    if (spec.interleaved) {
+    if (sound.interleaved) {
         LX_TRY(writer.saveFile(0, info.absoluteFilePath()));
         return info.absoluteFilePath();
     }
     LXAudioFilename name(info.absoluteFilePath());
     name.setScheme(LXAudioFilename::SplitChannels);
-    name.setNumberOfFiles(spec.channels);
-    for (int c = 0; c < spec.channels; ++c)
+    name.setNumberOfFiles(sound.channels);
+    for (int c = 0; c < sound.channels; ++c)
         LX_TRY(writer.saveFile(c, name.pathForChannel(c)));
     return name.pathForChannel(0);
 }

@@ -27,7 +27,7 @@ enum class Signal {
     Ramp,    // linear from -amplitude at the first frame to +amplitude at the last, every channel
 };
 
-struct Spec {
+struct Sound {
     Signal signal = Signal::Pattern;
     double rate = 44100;
     int channels = 2;
@@ -42,24 +42,24 @@ struct Spec {
 
 // The value of one sample before quantisation. Values are exactly representable as float, so a writer
 // fed floats and one fed doubles must produce the same file.
-double sample(const Spec& spec, int64_t frame, int channel);
+double sample(const Sound& sound, int64_t frame, int channel);
 
 // All frames, interleaved, before quantisation.
-std::vector<double> generate(const Spec& spec);
+std::vector<double> generate(const Sound& sound);
 
 // What a file made from these settings holds, interleaved, as a reader scaling integers of n bits by
 // 1/2^(n-1) returns it: integers are round(v * 2^(n-1)), half away from zero, clipped to the
 // integer's range; 32-bit floats are the sample itself. expected() is exact for every encoding but
 // 32-bit integers, which need expectedExact().
-std::vector<float> expected(const Spec& spec);
-std::vector<double> expectedExact(const Spec& spec);
+std::vector<float> expected(const Sound& sound);
+std::vector<double> expectedExact(const Sound& sound);
 // One value of the above.
-double quantise(const Spec& spec, double value);
+double quantise(const Sound& sound, double value);
 
 // Writes the file through LXAudioFileWriter in blocks of 4096 frames and saves it at path. For a split
 // set (interleaved false) path names the set, and the members are named by LXAudioFilename. Returns
 // the saved path: the lead member's for a split set.
-LXResult<QString> write(const QString& path, const Spec& spec);
+LXResult<QString> write(const QString& path, const Sound& sound);
 
 // A file decoded by sox, without dithering, as doubles. sox passes every integer sample through
 // exactly; float samples go through its 32-bit integer pipeline (within 2^-31, and clipped at 1.0).
