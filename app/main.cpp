@@ -1,7 +1,10 @@
 #include "LXAudioFileWriter.h"
+#include "TWActions.h"
 #include "TWCommandLine.h"
+#include "TWCommandLineInteraction.h"
 #include "TWPreferences.h"
 #include "TWSupportFolders.h"
+#include "TWWorkspace.h"
 
 #include <QCoreApplication>
 
@@ -15,6 +18,15 @@ int main(int argc, char** argv) {
     LXAudioFileWriter::setRetainUnrecognizedDataDefault(preferences.boolValue(QStringLiteral("Retain Unrecognized Data")));
     (void)TWSupportFolders::createStandardFolders();
 
+    TWRegisterActions();
+
     // FIXME: with no command this will open the window once it exists.
-    return TWCommandLine::run(app.arguments().mid(1));
+    TWCommandLineInteraction interaction;
+    TWInteraction::setCurrent(&interaction);
+    TWWorkspace& workspace = TWWorkspace::workspace();
+    workspace.setHeadless(true);
+    const int status = TWCommandLine::run(app.arguments().mid(1));
+    workspace.stopWorkThread();
+    TWInteraction::setCurrent(nullptr);
+    return status;
 }

@@ -79,6 +79,13 @@ public:
     int32_t copyRange(const LXRange& range, LXAudioFileWriter& writer);
     int32_t copyToWriter(LXAudioFileWriter& writer);
     int32_t copyChannels(const LXChannelSet& channels, LXAudioFileWriter& writer);
+    // Why the last operation that returned an error code failed (a full disk, a damaged block), to
+    // tell the user more than the code does. recordError keeps the error and returns its code.
+    const std::optional<LXError>& lastError() const { return m_lastError; }
+    int32_t recordError(const LXError& error) {
+        m_lastError = error;
+        return error.code();
+    }
     // Measurements over frames [from, to) of the given channels; an error when the delegate stops them.
     LXResult<float> maximumFrom(int64_t from, int64_t to, const LXChannelSet& channels);
     LXResult<float> rmsFrom(int64_t from, int64_t to, const LXChannelSet& channels);
@@ -115,6 +122,7 @@ private:
     LXStreamDescription m_desc;
     LXAnnotations m_annotations;
     std::optional<LXError> m_warning;
+    std::optional<LXError> m_lastError;
     LXProgressDelegate* m_delegate = nullptr;
 
     // readSample's cache: one block of interleaved frames.

@@ -14,8 +14,6 @@ namespace {
 // that a block of any channel count stays in the cache.
 constexpr int64_t kBlockFrames = 16384;
 
-int32_t codeOf(const LXError& error) { return error.code(); }
-
 } // namespace
 
 // Runs process(block, frames) over frames [from, to) of the file and writes each block to the
@@ -27,17 +25,17 @@ static int32_t streamToWriter(LXAudioFile& file, int64_t from, int64_t to, LXAud
     std::vector<T> in(size_t(kBlockFrames * inChannels));
     std::vector<T> out(size_t(kBlockFrames * outChannels));
     if (auto begun = writer.beginWrite(); !begun)
-        return codeOf(begun.error());
+        return file.recordError(begun.error());
     if (LXProgressDelegate* delegate = file.progressDelegate())
         delegate->reset();
     const int64_t total = std::max<int64_t>(0, to - from);
     for (int64_t done = 0; done < total;) {
         const int64_t n = std::min(kBlockFrames, total - done);
         if (auto got = file.readFrames(from + done, n, in.data()); !got)
-            return codeOf(got.error());
+            return file.recordError(got.error());
         process(in.data(), out.data(), n);
         if (auto written = writer.writeFrames(out.data(), n); !written)
-            return codeOf(written.error());
+            return file.recordError(written.error());
         done += n;
         if (LXProgressDelegate* delegate = file.progressDelegate()) {
             const int32_t code = delegate->update(float(double(done) / double(total)));
@@ -46,7 +44,7 @@ static int32_t streamToWriter(LXAudioFile& file, int64_t from, int64_t to, LXAud
         }
     }
     if (auto ended = writer.endWrite(); !ended)
-        return codeOf(ended.error());
+        return file.recordError(ended.error());
     return LXContinue;
 }
 
@@ -77,7 +75,7 @@ int32_t LXAudioFile::balance(LXAudioFileWriter& writer, bool rms) {
     for (int c = 0; c < channels; ++c) {
         auto level = rms ? rmsFrom(0, frames(), {c}) : maximumFrom(0, frames(), {c});
         if (!level)
-            return level.error().code();
+            return recordError(level.error());
         levels[size_t(c)] = *level;
     }
     // Every channel is brought to the loudest channel's level: by peak this never clips, and no

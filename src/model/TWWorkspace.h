@@ -11,7 +11,12 @@
 #include <optional>
 
 #include "LXAudioFile.h"
+#include "LXError.h"
+
+class QThread;
+class QUndoStack;
 class TWFileEntry;
+class TWWorkThread;
 class TWFormatters;
 class TWGroupEntry;
 class TWSmartGroupEntry;
@@ -112,6 +117,55 @@ public:
     TWEntry* draggingParent() const { return m_draggingParent; }
     const QList<TWEntryPtr>& draggingEntries() const { return m_draggingEntries; }
 
+    // Runs, progress and undo (TWWorkspaceActions.cpp, in the engine) ---------------------------------------
+    // Starts the work thread that serves runs and analysis passes, one request at a time.
+    void startWorkThread();
+    // Stops it, after the request it is serving (set the stop code first to end that sooner).
+    void stopWorkThread();
+    // Runs a list of instructions dictionaries: handed to the work thread (returns at once), or run here
+    // and now, every action regardless of "active", without the after-run preferences.
+    void performInstructions(const QVariantList& instructions, bool inWorkThread);
+    void stopWorkflow() { setStopWorking(LXStopped); }
+    void cancelWorkflow() { setStopWorking(LXCancelled); }
+    // Hands the entries that still need it (or the selection) to the work thread for analysis; the
+    // former only when "Auto Analyze" is on and nothing runs.
+    void analyzeEntries();
+    void analyzeSelectedEntries();
+
+    // The work thread's and the processing loop's reports, always delivered on the main thread.
+    void beginProcess();
+    // The run's error, if any (its message is the failure reason), and its whole description.
+    void endProcess(const std::optional<LXError>& error, const QString& description = {});
+    // The description of the last run's error; empty after a run that succeeded.
+    QString lastErrorDescription() const { return m_lastErrorDescription; }
+    // Headless (the command line): no desktop notices at the end of runs and no automatic analysis of new
+    // entries, which a one-off command would only wait for.
+    void setHeadless(bool headless) { m_headless = headless; }
+    bool isHeadless() const { return m_headless; }
+    void endAnalysis();
+    void willProcessWithAction(const QVariantMap& info); // "title", "maximum"
+    void willProcessEntry(const TWFileEntryPtr& entry);
+    void didProcessEntry(const TWFileEntryPtr& entry);
+    // "actionName", "results" (paths), "undoStep" (the undo journal's step, absent when there is nothing
+    // to undo), "undoSelector".
+    void didProcessWithAction(const QVariantMap& info);
+    void disablePreviews() { emit previewsDisabled(); }
+
+    // Undo and redo of in-place runs: one step on the undo stack per action run.
+    QUndoStack& undoStack();
+    void undoProcess(qint64 step); // switches the step's files (undo and redo alike)
+    // Runs instructions that restore names or metadata, here and now; they record their own redo step.
+    void undoInstructions(const QVariantList& instructions);
+    // Deletes every kept copy and forgets every step, after asking when interactive; false when the
+    // user said no.
+    bool flushUndoWithInteraction(bool interactive);
+
+    // The result paths of the actions run since the last take (what a waiting script command returns).
+    QStringList takeScriptResults();
+    QString progressTitle() const { return m_progressTitle; }
+    qint64 progressValue() const { return m_progressValue; }
+    qint64 progressMaximum() const { return m_progressMaximum; }
+
     // Persistence under the preference "Entries" ---------------------------------------------------------
     bool saveEntries(); // writes the root's state and synchronises the preferences
     void loadEntries(); // rebuilds the tree from the preferences, then refreshes every entry
@@ -132,6 +186,14 @@ signals:
     void analyzeEntriesRequested();
     void analyzeSelectionRequested();
     void renameFileRequested(const QVariantMap& instructions);
+    // Runs: began, the progress view's title/value/maximum changed, an entry is being processed, ended
+    // (title "Process successful", "Process stopped", "Error: ..."; failed for any error).
+    void processBegan();
+    void progressChanged(const QString& title, qint64 value, qint64 maximum);
+    void entryProcessing(TWEntry* entry);
+    void processEnded(const QString& title, bool failed);
+    void scriptResultsAdded(const QStringList& paths);
+    void previewsDisabled();
 
 private:
     TWWorkspace();
@@ -149,4 +211,16 @@ private:
     std::atomic<bool> m_isWorking{false};
     TWEntry* m_draggingParent = nullptr;
     QList<TWEntryPtr> m_draggingEntries;
+
+    // Run state (main thread only).
+    QThread* m_workThread = nullptr;
+    TWWorkThread* m_worker = nullptr; // lives on m_workThread
+    QUndoStack* m_undoStack = nullptr; // a child of the workspace
+    QStringList m_scriptResults;
+    QString m_lastErrorDescription;
+    bool m_headless = false;
+    QString m_progressTitle;
+    qint64 m_progressValue = 0;
+    qint64 m_progressMaximum = 0;
+    void endWithTitle(const QString& noun, const std::optional<LXError>& error);
 };

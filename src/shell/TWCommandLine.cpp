@@ -1,11 +1,17 @@
 #include "TWCommandLine.h"
 
+#include "TWActionCommands.h"
+
 #include <QCoreApplication>
 
 namespace TWCommandLine {
 
 const QList<Command>& commands() {
-    static const QList<Command> list = {infoCommand(), findCommand()};
+    static const QList<Command> list = [] {
+        QList<Command> all = {infoCommand(), findCommand(), actionsCommand(), undoCommand(), redoCommand()};
+        all += actionCommandList();
+        return all;
+    }();
     return list;
 }
 
@@ -26,8 +32,26 @@ void printOverview(QTextStream& out) {
     out << "Usage: clipwright COMMAND [OPTIONS] [FILE...]\n\n"
            "Manages and batch-processes audio files. Each command has its own --help.\n\n"
            "Commands:\n";
-    for (const Command& command : commands())
-        out << "  " << command.name.leftJustified(10) << command.summary << '\n';
+    QStringList unavailable;
+    for (const Command& command : commands()) {
+        if (command.available)
+            out << "  " << command.name.leftJustified(26) << command.summary << '\n';
+        else
+            unavailable.append(command.name);
+    }
+    if (!unavailable.isEmpty()) {
+        out << "\nNot available in this version:\n ";
+        int column = 1;
+        for (const QString& name : unavailable) {
+            if (column + name.size() + 1 > 80) {
+                out << "\n ";
+                column = 1;
+            }
+            out << ' ' << name;
+            column += int(name.size()) + 1;
+        }
+        out << '\n';
+    }
     out << "\nOptions:\n"
            "  --help      show this text, or a command's help after the command\n"
            "  --version   show the version\n";

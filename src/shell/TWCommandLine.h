@@ -24,6 +24,7 @@ struct Command {
     QString summary; // one line for the command list
     QString help;    // the whole --help text of the command
     std::function<int(const QStringList& arguments, Context& context)> run;
+    bool available = true; // false: listed apart, its action is not built yet
 };
 
 // Runs the command named by the first argument; arguments exclude the program's name.
@@ -38,5 +39,8 @@ int usageError(Context& context, const QString& command, const QString& message)
 
 Command infoCommand();
 Command findCommand();
+Command actionsCommand();
+Command undoCommand();
+Command redoCommand();
 
 } // namespace TWCommandLine

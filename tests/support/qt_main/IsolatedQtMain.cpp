@@ -1,10 +1,15 @@
-// The model's tests run inside a QCoreApplication (smart groups use timers, the workspace queued calls)
-// and in a home of their own, so that no test reads or writes the real user's preferences, trash,
-// caches or metadata index.
+// The model's and the engine's tests run inside a QCoreApplication (smart groups use timers, the
+// workspace queued calls, runs a work thread) and in a home of their own, so that no test reads or writes
+// the real user's preferences, trash, undo folder, caches or metadata index.
 
 #include "TWPreferences.h"
+#include "TWSupportFolders.h"
 
 #include "LXWaveformCache.h"
+
+#ifdef CLIPWRIGHT_REGISTER_ACTIONS
+#include "TWActions.h"
+#endif
 
 #include <QCoreApplication>
 #include <QDir>
@@ -29,5 +34,9 @@ int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     TWPreferences::shared().registerDefaults(TWPreferences::standardDefaults());
     LXWaveformCache::shared().setDirectory(home.filePath(QStringLiteral(".cache/Clipwright/waveforms")));
+    (void)TWSupportFolders::createStandardFolders();
+#ifdef CLIPWRIGHT_REGISTER_ACTIONS
+    TWRegisterActions();
+#endif
     return RUN_ALL_TESTS();
 }

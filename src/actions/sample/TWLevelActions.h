@@ -1,0 +1,52 @@
+#pragma once
+
+#include "TWAction.h"
+
+// Level changes: a fixed gain, even channels, and a peak or RMS target for each file or a whole batch.
+// Changes smaller than 1 % of the amplitude (about 0.09 dB) leave a file unchanged.
+
+class TWActionChangeGain : public TWAction {
+public:
+    QString className() const override { return QStringLiteral("TWActionChangeGain"); }
+    QString name() const override { return QStringLiteral("Change Gain"); }
+    QString verb() const override { return QStringLiteral("Changing Gain..."); }
+    QList<TWInstructionKey> instructionKeys() const override;
+
+protected:
+    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                             LXAudioFileWriter& writer, int index) override;
+};
+
+class TWActionBalance : public TWAction {
+public:
+    QString className() const override { return QStringLiteral("TWActionBalance"); }
+    QString name() const override { return QStringLiteral("Balance"); }
+    QString verb() const override { return QStringLiteral("Balancing..."); }
+    QList<TWInstructionKey> instructionKeys() const override;
+    QStringList requiredInstructionKeys() const override { return {}; }
+
+protected:
+    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                             LXAudioFileWriter& writer, int index) override;
+};
+
+class TWActionNormalize : public TWAction {
+public:
+    QString className() const override { return QStringLiteral("TWActionNormalize"); }
+    QString name() const override { return QStringLiteral("Normalize"); }
+    QString verb() const override { return QStringLiteral("Normalizing..."); }
+    QList<TWInstructionKey> instructionKeys() const override;
+    QStringList requiredInstructionKeys() const override { return {QStringLiteral("level")}; }
+
+protected:
+    // Measures each entry once (the level is kept on the entry) and, when grouping, finds the loudest.
+    int32_t preProcessWithEntries(const QList<TWFileEntryPtr>& entries, const QVariantMap& instructions) override;
+    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                             LXAudioFileWriter& writer, int index) override;
+
+private:
+    float m_groupLevel = -1.0f;
+};
+
+// 10 to the power (dB / 20): the division in single precision, the power in double, stored as a float.
+float TWGainForLevel(const QVariant& level);

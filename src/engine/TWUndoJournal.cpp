@@ -1,0 +1,150 @@
+#include "TWUndoJournal.h"
+
+#include "TWSupportFolders.h"
+
+#include "LXFile.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+const QString kOp = QStringLiteral("op");
+const QString kStep = QStringLiteral("step");
+const QString kRecord = QStringLiteral("record");
+const QString kIndex = QStringLiteral("index");
+} // namespace
+
+TWUndoJournal::TWUndoJournal(const QString& path) : m_path(path) {}
+
+TWUndoJournal& TWUndoJournal::shared() {
+    static TWUndoJournal journal(TWSupportFolders::undoDirectory() + QStringLiteral("/Journal"));
+    return journal;
+}
+
+void TWUndoJournal::append(const QVariantMap& line) {
+    (void)LXFile::createDirectoryAtPath(QFileInfo(m_path).path());
+    const QByteArray bytes = QJsonDocument(QJsonObject::fromVariantMap(line)).toJson(QJsonDocument::Compact) + '\n';
+    // One write with O_APPEND: a crash leaves at worst a torn last line, which load() skips.
+    const int fd = ::open(QFile::encodeName(m_path).constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0) return;
+    ssize_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + written, size_t(bytes.size() - written));
+        if (n <= 0) break;
+        written += n;
+    }
+    ::close(fd);
+}
+
+QList<TWUndoJournal::Step> TWUndoJournal::load() const {
+    QList<Step> steps;
+    QFile file(m_path);
+    if (!file.open(QIODevice::ReadOnly)) return steps;
+    while (!file.atEnd()) {
+        const QByteArray text = file.readLine();
+        const QJsonDocument document = QJsonDocument::fromJson(text);
+        if (!document.isObject()) continue;
+        const QVariantMap line = document.object().toVariantMap();
+        const QString op = line.value(kOp).toString();
+        const qint64 id = line.value(kStep).toLongLong();
+        if (op == u"begin") {
+            steps.append(Step{id, line.value(QStringLiteral("name")).toString(), {}, false});
+            continue;
+        }
+        auto it = find(steps, id);
+        if (it == steps.end()) continue;
+        if (op == u"save") {
+            it->records.append(TWSaveInfo::fromPropertyList(line.value(kRecord).toMap()));
+        } else if (op == u"switch") {
+            const qsizetype index = line.value(kIndex).toLongLong();
+            if (index >= 0 && index < it->records.size())
+                it->records[index] = TWSaveInfo::fromPropertyList(line.value(kRecord).toMap());
+        } else if (op == u"undone") {
+            it->undone = line.value(QStringLiteral("value")).toBool();
+        } else if (op == u"drop") {
+            steps.erase(it);
+        }
+    }
+    return steps;
+}
+
+QList<TWUndoJournal::Step>::iterator TWUndoJournal::find(QList<Step>& steps, qint64 id) const {
+    return std::find_if(steps.begin(), steps.end(), [id](const Step& step) { return step.id == id; });
+}
+
+qint64 TWUndoJournal::beginStep(const QString& actionName) {
+    QMutexLocker lock(&m_mutex);
+    const QList<Step> steps = load();
+    for (const Step& step : steps) {
+        if (!step.undone) continue;
+        // The undo copies of an undone step are the newer versions: nothing can bring them back now.
+        for (TWSaveInfo record : step.records) record.removeUndoPaths();
+        append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
+    }
+    qint64 id = QDateTime::currentMSecsSinceEpoch();
+    for (const Step& step : steps) id = std::max(id, step.id + 1);
+    append({{kOp, QStringLiteral("begin")}, {kStep, id}, {QStringLiteral("name"), actionName}});
+    return id;
+}
+
+void TWUndoJournal::recordSave(qint64 step, const TWSaveInfo& info) {
+    QMutexLocker lock(&m_mutex);
+    append({{kOp, QStringLiteral("save")}, {kStep, step}, {kRecord, info.toPropertyList()}});
+}
+
+void TWUndoJournal::discardStep(qint64 step) {
+    QMutexLocker lock(&m_mutex);
+    append({{kOp, QStringLiteral("drop")}, {kStep, step}});
+}
+
+QList<TWUndoJournal::Step> TWUndoJournal::steps() const {
+    QMutexLocker lock(&m_mutex);
+    return load();
+}
+
+std::optional<TWUndoJournal::Step> TWUndoJournal::step(qint64 id) const {
+    for (const Step& step : steps())
+        if (step.id == id) return step;
+    return std::nullopt;
+}
+
+std::optional<TWUndoJournal::Step> TWUndoJournal::lastDoneStep() const {
+    const QList<Step> all = steps();
+    for (auto it = all.rbegin(); it != all.rend(); ++it)
+        if (!it->undone && !it->records.isEmpty()) return *it;
+    return std::nullopt;
+}
+
+std::optional<TWUndoJournal::Step> TWUndoJournal::firstUndoneStep() const {
+    for (const Step& step : steps())
+        if (step.undone) return step;
+    return std::nullopt;
+}
+
+LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWSaveInfo&)>& repoint) {
+    QMutexLocker lock(&m_mutex);
+    QList<Step> steps = load();
+    auto it = find(steps, id);
+    if (it == steps.end())
+        return LXError(LXErrInvalidParameter, QStringLiteral("there is no such step to undo"), m_path);
+    for (qsizetype i = 0; i < it->records.size(); ++i) {
+        TWSaveInfo& record = it->records[i];
+        LX_TRY(record.switchPaths());
+        append({{kOp, QStringLiteral("switch")}, {kStep, id}, {kIndex, i}, {kRecord, record.toPropertyList()}});
+        if (repoint) repoint(record);
+    }
+    append({{kOp, QStringLiteral("undone")}, {kStep, id}, {QStringLiteral("value"), !it->undone}});
+    return {};
+}
+
+LXStatus TWUndoJournal::removeAll() {
+    QMutexLocker lock(&m_mutex);
+    LX_TRY(LXFile::deleteFileAtPath(m_path));
+    return LXFile::emptyDirectoryAtPath(QFileInfo(m_path).path());
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "TWSaveInfo.h"
+
+#include "LXResult.h"
+
+#include <QList>
+#include <QMutex>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+// The undo steps of in-place runs, kept on disk in the undo folder so that they outlive the process: the
+// command line undoes the last run of an earlier invocation, and a run killed half-way leaves a step that
+// undoes the files it had replaced.
+//
+// The file is an append-only log of JSON lines: a record is on disk before the file it describes is
+// replaced, and a line torn by a crash is ignored on reading. Thread-safe: the work thread records saves
+// while the main thread undoes.
+class TWUndoJournal {
+public:
+    struct Step {
+        qint64 id = 0;
+        QString actionName;
+        QList<TWSaveInfo> records;
+        bool undone = false;
+    };
+
+    explicit TWUndoJournal(const QString& path);
+    static TWUndoJournal& shared(); // "Journal" in the undo folder
+    QString path() const { return m_path; }
+
+    // Opens a step. The steps undone before it can no longer be redone: their copies are deleted.
+    qint64 beginStep(const QString& actionName);
+    void recordSave(qint64 step, const TWSaveInfo& info);
+    // Forgets a step whose saves were put back (a cancelled run).
+    void discardStep(qint64 step);
+
+    QList<Step> steps() const;
+    std::optional<Step> step(qint64 id) const;
+    std::optional<Step> lastDoneStep() const;     // what undo would undo
+    std::optional<Step> firstUndoneStep() const;  // what redo would redo
+
+    // Switches every file of the step (undo and redo alike) and records the new state. repoint is called
+    // for each record switched, to show the entries the new paths.
+    LXStatus switchStep(qint64 id, const std::function<void(const TWSaveInfo&)>& repoint = {});
+
+    // Deletes every undo copy and the journal itself.
+    LXStatus removeAll();
+
+private:
+    QList<Step> load() const;
+    void append(const QVariantMap& line);
+    QList<Step>::iterator find(QList<Step>& steps, qint64 id) const;
+
+    QString m_path;
+    mutable QMutex m_mutex;
+};

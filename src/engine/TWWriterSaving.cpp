@@ -1,0 +1,121 @@
+#include "TWWriterSaving.h"
+
+#include "TWInteraction.h"
+
+#include "LXAudioFile.h"
+#include "LXAudioFileWriter.h"
+#include "LXAudioFilename.h"
+#include "LXFile.h"
+#include "LXWaveformCache.h"
+
+#include <QFileInfo>
+
+namespace {
+
+// The writer decides the layout and the extension; the builder only lends its directory and stem. An
+// interleaved output from a split set ("take.L") is named like one file, "take.wav".
+void configure(LXAudioFilename& builder, const LXAudioFileWriter& writer) {
+    builder.setScheme(writer.isInterleaved() ? LXAudioFilename::Interleaved : LXAudioFilename::SplitChannels);
+    builder.setNumberOfFiles(writer.numberOfFiles());
+    builder.setExtension(writer.formatExtension());
+}
+
+enum class Conflict { Rename, Cancel };
+
+// The output's new name is taken by another file: rename (through a save panel) or give up.
+std::optional<QString> resolveConflict(const QString& path) {
+    TWAlert alert;
+    alert.style = TWAlertStyle::Informational;
+    alert.title = QStringLiteral("File Exists Alert");
+    alert.message = QStringLiteral("File Exists Message");
+    alert.buttons = {QStringLiteral("Rename"), QStringLiteral("Cancel")};
+    if (TWInteraction::current().runAlert(alert) != int(Conflict::Rename)) return std::nullopt;
+    const QFileInfo info(path);
+    TWSavePanelOptions panel;
+    panel.directory = info.path();
+    panel.name = info.fileName();
+    panel.requiredExtension = info.suffix();
+    const QString chosen = TWInteraction::current().runSavePanel(panel);
+    if (chosen.isEmpty()) return std::nullopt;
+    return LXFile::conformPath(chosen);
+}
+
+} // namespace
+
+namespace TWExtension {
+
+LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting) {
+    LXAudioFilename builder(proposedPath);
+    configure(builder, writer);
+    for (int file = 0; file < writer.numberOfFiles(); ++file) {
+        builder.setNumber(forceCounting ? 1 : LXAudioFilename::kNoNumber);
+        int next = forceCounting ? 2 : 1;
+        QString path = builder.pathForChannel(file);
+        while (LXFile::existsAtPath(path)) {
+            builder.setNumber(next++);
+            path = builder.pathForChannel(file);
+        }
+        LX_TRY(writer.saveFile(file, path));
+    }
+    return writer.savedPath(0);
+}
+
+LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
+                                                  bool keepUndo, const TWBeforeCommit& beforeCommit) {
+    LXAudioFilename builder = source.filename();
+    configure(builder, writer);
+    TWSaveInfo info;
+    info.addCurrentPathsFromAudioFile(source);
+    const QStringList oldPaths = info.currentPaths();
+
+    QStringList newPaths;
+    for (int file = 0; file < writer.numberOfFiles(); ++file) {
+        QString path = builder.pathForChannel(file);
+        if (!oldPaths.contains(path) && LXFile::existsAtPath(path)) {
+            const std::optional<QString> chosen = resolveConflict(path);
+            if (!chosen) {
+                writer.deleteOutput();
+                return std::optional<TWSaveInfo>();
+            }
+            path = *chosen;
+        }
+        newPaths.append(path);
+    }
+
+    // The old files are linked into the undo folder before anything is replaced, and each new file takes
+    // its path by an atomic rename: at every moment both versions are whole somewhere.
+    QStringList undoPaths;
+    if (keepUndo) {
+        for (const QString& path : oldPaths) {
+            auto copy = TWSaveInfo::copyPathToUndo(path);
+            if (!copy) {
+                TWSaveInfo::removeFilesAtPaths(undoPaths);
+                return copy.error();
+            }
+            undoPaths.append(*copy);
+        }
+    }
+    info.setPaths(newPaths, oldPaths, undoPaths);
+    if (beforeCommit) beforeCommit(info);
+
+    for (int file = 0; file < writer.numberOfFiles(); ++file) {
+        if (auto saved = writer.saveFile(file, newPaths[file]); !saved) {
+            // The first files may be in place already: put every old file back.
+            for (qsizetype i = 0; i < undoPaths.size(); ++i) (void)LXFile::movePath(undoPaths[i], oldPaths[i]);
+            for (const QString& path : newPaths)
+                if (!oldPaths.contains(path)) (void)LXFile::deleteFileAtPath(path);
+            return saved.error();
+        }
+    }
+    LXWaveformCache& cache = LXWaveformCache::shared();
+    for (qsizetype i = 0; i < oldPaths.size(); ++i) {
+        if (i < undoPaths.size())
+            cache.moveEntry(oldPaths[i], undoPaths[i]);
+        else
+            cache.removeEntryAtPath(oldPaths[i]);
+        if (!newPaths.contains(oldPaths[i])) (void)LXFile::deleteFileAtPath(oldPaths[i]);
+    }
+    return std::optional<TWSaveInfo>(info);
+}
+
+} // namespace TWExtension

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "TWSaveInfo.h"
+
+#include "LXResult.h"
+
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+class LXAudioFile;
+class LXAudioFileWriter;
+
+// Saving a finished writer's output: as a new file that overwrites nothing, or in place of its source.
+namespace TWExtension {
+
+// Saves under the proposed path, or the first free numbered name beside it ("a-1.wav", "a-2.wav" ...;
+// with forceCounting the first try is already numbered 1). Each file of a split set takes the first free
+// name of its own. The extension follows the writer's format. Returns the lead path.
+LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting);
+
+// Called with the finished record just before the new files take their paths, so a journal can hold
+// what undoing the save needs before the save can have happened.
+using TWBeforeCommit = std::function<void(const TWSaveInfo&)>;
+
+// Replaces the source's files with the writer's output. With keepUndo the old files are kept in the undo
+// folder (the record says where). When the output's name differs from the source's (another format) and
+// a file has that name already, the user is asked to rename or cancel; nullopt when the user abandons the
+// save, in which case nothing on disk has changed and the output is deleted.
+LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
+                                                  bool keepUndo, const TWBeforeCommit& beforeCommit = {});
+
+} // namespace TWExtension

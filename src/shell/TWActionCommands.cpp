@@ -1,0 +1,239 @@
+// The action commands: options become instruction keys, typed by the action's own key table, and the
+// files become the "paths" of a one-action run with source 3.
+
+#include "TWActionCommands.h"
+
+#include "TWRunner.h"
+
+#include "TWActionRegistry.h"
+
+#include "LXFile.h"
+
+#include <QFileInfo>
+
+namespace TWCommandLine {
+
+namespace {
+
+const QString kFadeMessage = QStringLiteral("The '%1' command requires either 'for' or 'below' as a parameter.");
+
+} // namespace
+
+const QList<ActionCommand>& actionCommands() {
+    static const QList<ActionCommand> list = [] {
+        QList<ActionCommand> commands;
+        const auto one = [&](const char* name, const char* className) {
+            commands.append({QString::fromLatin1(name), QString::fromLatin1(className), {}, {}, {}, {}});
+        };
+        const auto two = [&](const char* name, const char* first, const char* firstClass, const char* second,
+                             const char* secondClass, const QString& message) {
+            commands.append({QString::fromLatin1(name), QString::fromLatin1(firstClass), QString::fromLatin1(first),
+                             QString::fromLatin1(second), QString::fromLatin1(secondClass), message});
+        };
+        one("change-gain", "TWActionChangeGain");
+        one("normalize", "TWActionNormalize");
+        one("balance", "TWActionBalance");
+        two("fade-in", "for", "TWActionFadeInFor", "below", "TWActionFadeInBelow", kFadeMessage.arg("Fade In"));
+        two("fade-out", "for", "TWActionFadeOutFor", "below", "TWActionFadeOutBelow", kFadeMessage.arg("Fade Out"));
+        two("trim-beginning", "beginningTo", "TWActionTrimBeginningTo", "beginningBelow",
+            "TWActionTrimBeginningBelow", kFadeMessage.arg("Trim Beginning Of"));
+        two("trim-end", "endFor", "TWActionTrimEndFor", "endBelow", "TWActionTrimEndBelow",
+            kFadeMessage.arg("Trim End Of"));
+        one("trim-around-loop", "TWActionTrimAroundLoop");
+        one("shorten", "TWActionShorten");
+        one("pad", "TWActionPad");
+        one("extend", "TWActionExtend");
+        one("convert-format", "TWActionConvertFormat");
+        one("convert-rate", "TWActionConvertRate");
+        one("convert-range", "TWActionConvertRange");
+        one("convert-channels", "TWActionConvertChannels");
+        one("make-labels-at-divisions", "TWActionLabelsAtDivisions");
+        one("make-labels-for-tempo", "TWActionLabelsForTempo");
+        one("make-labels-at-thresholds", "TWActionLabelsAtThresholds");
+        one("remove-labels", "TWActionRemoveLabels");
+        one("extract-thresholds", "TWActionExtractThresholds");
+        one("extract-labels", "TWActionExtractLabels");
+        one("extract-channels", "TWActionExtractChannels");
+        one("join-channels", "TWActionJoinChannels");
+        one("mix", "TWActionMix");
+        one("append", "TWActionAppend");
+        one("change-speed", "TWActionChangeSpeed");
+        one("change-length", "TWActionChangeLength");
+        one("change-tempo", "TWActionChangeTempo");
+        one("change-pitch", "TWActionChangePitch");
+        one("transpose", "TWActionTranspose");
+        one("compress", "TWActionCompress");
+        one("expand", "TWActionExpand");
+        one("filter-dc", "TWActionFilterDC");
+        one("reverse", "TWActionReverse");
+        one("compact", "TWActionCompact");
+        two("rename", "textFile", "TWActionRenameFromTextFile", "expression", "TWActionRenameFromTokens",
+            QStringLiteral("The 'Rename' command requires either an expression or a text file as a parameter."));
+        one("create-archive", "TWActionCreateArchive");
+        one("send-ftp", "TWActionSendFTP");
+        one("send-idisk", "TWActionSendiDisk");
+        one("export-as-mp3", "TWActionExportMP3");
+        one("export-as-aac", "TWActionExportAAC");
+        one("export-as-ogg-vorbis", "TWActionExportOggVorbis");
+        one("export-as-vox", "TWActionExportVox");
+        one("export-as-flac", "TWActionExportFLAC");
+        return commands;
+    }();
+    return list;
+}
+
+QString describeActionKeys(const QString& className) {
+    const std::unique_ptr<TWAction> action = TWActionRegistry::make(className);
+    if (!action) return {};
+    const QStringList required = action->requiredInstructionKeys();
+    QString text;
+    for (const TWInstructionKey& key : action->instructionKeys()) {
+        QString line = QStringLiteral("  --%1 %2").arg(key.name, TWInstructionKey::typeName(key.type).toUpper());
+        QString help = key.help;
+        if (required.contains(key.name))
+            help += QStringLiteral(" (required)");
+        else if (key.defaultValue.isValid())
+            help += QStringLiteral(" (default %1)").arg(key.defaultValue.toString());
+        text += line.leftJustified(32) + u' ' + help + u'\n';
+    }
+    return text;
+}
+
+namespace {
+
+bool isAvailable(const ActionCommand& command) {
+    return TWActionRegistry::isRegistered(command.className) ||
+           (!command.secondClassName.isEmpty() && TWActionRegistry::isRegistered(command.secondClassName));
+}
+
+QString helpFor(const ActionCommand& command) {
+    QString text = QStringLiteral("Usage: clipwright %1 [OPTIONS] FILE...\n\n").arg(command.name);
+    if (!isAvailable(command))
+        return text + QStringLiteral("This command's action is not available in this version of Clipwright.\n");
+    const std::unique_ptr<TWAction> action = TWActionRegistry::make(command.className);
+    text += QStringLiteral("%1 each file (or each audio file in a folder), in place unless told otherwise,\n"
+                           "and prints the paths of the files produced, one a line. In-place changes can\n"
+                           "be undone with 'clipwright undo'.\n\nOptions:\n")
+                .arg(action->name());
+    text += describeActionKeys(command.className);
+    if (!command.secondClassName.isEmpty()) text += describeActionKeys(command.secondClassName);
+    if (!action->onlyInPlace())
+        text += QStringLiteral("  --to-new-file                  write new files beside the sources instead of\n"
+                               "                                 replacing them (never overwrites: names are numbered)\n"
+                               "  --directory DIR                write the new files into DIR\n"
+                               "  --add-to-list                  add the new files to the file list\n");
+    text += QStringLiteral("  --help                         show this text\n\n"
+                           "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
+                           "files this command replaced. Exit status: 0 done, 8 failed, 2 usage error.\n");
+    return text;
+}
+
+// The option's value, typed by whichever of the command's actions knows the key.
+std::optional<TWInstructionKey> keyNamed(const QString& name, const QList<TWInstructionKey>& keys) {
+    for (const TWInstructionKey& key : keys)
+        if (key.name == name) return key;
+    return std::nullopt;
+}
+
+int runActionCommand(const ActionCommand& command, const QStringList& arguments, Context& context) {
+    if (!isAvailable(command))
+        return fail(context, QStringLiteral("'%1' is not available in this version: its action (%2) has not "
+                                            "been built yet.")
+                                 .arg(command.name, command.className));
+    QList<TWInstructionKey> keys;
+    for (const QString& className : {command.className, command.secondClassName})
+        if (auto action = TWActionRegistry::make(className)) keys += action->instructionKeys();
+    // The choosing options are instruction keys of their own, whatever type the action gives them.
+    for (const QString& option : {command.firstOption, command.secondOption})
+        if (!option.isEmpty() && !keyNamed(option, keys)) keys.append({option, TWValueType::Number, {}, {}});
+
+    QVariantMap values;
+    bool toNewFile = false;
+    bool addToList = false;
+    QString directory;
+    QStringList files;
+    bool optionsEnded = false;
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        const QString& argument = arguments.at(i);
+        if (optionsEnded || !argument.startsWith(QStringLiteral("--")) || argument.size() == 2) {
+            if (argument == u"--" && !optionsEnded)
+                optionsEnded = true;
+            else
+                files.append(argument);
+            continue;
+        }
+        const QString name = argument.mid(2);
+        if (name == u"to-new-file") {
+            toNewFile = true;
+        } else if (name == u"add-to-list") {
+            addToList = true;
+        } else if (name == u"directory") {
+            if (++i >= arguments.size()) return usageError(context, command.name, "--directory needs a folder");
+            directory = LXFile::conformPath(arguments.at(i));
+            toNewFile = true;
+        } else if (const std::optional<TWInstructionKey> key = keyNamed(name, keys)) {
+            // A boolean option may stand alone: "--rms" is "--rms yes".
+            const QString next = arguments.value(i + 1);
+            if (key->type == TWValueType::Boolean && !key->valueFromText(next)) {
+                values.insert(key->name, true);
+                continue;
+            }
+            if (++i >= arguments.size())
+                return usageError(context, command.name, QStringLiteral("--%1 needs a value").arg(name));
+            const LXResult<QVariant> value = key->valueFromText(arguments.at(i));
+            if (!value) return usageError(context, command.name, value.error().message());
+            values.insert(key->name, *value);
+        } else {
+            return usageError(context, command.name, QStringLiteral("unknown option '%1'").arg(argument));
+        }
+    }
+    if (files.isEmpty()) return usageError(context, command.name, "no files given");
+
+    QString className = command.className;
+    if (!command.secondClassName.isEmpty()) {
+        if (values.contains(command.firstOption))
+            className = command.className;
+        else if (values.contains(command.secondOption))
+            className = command.secondClassName;
+        else
+            return fail(context, command.missingChoiceMessage);
+        if (!TWActionRegistry::isRegistered(className))
+            return fail(context, QStringLiteral("'%1' with this option is not available in this version.").arg(command.name));
+    }
+
+    bool allAdmitted = true;
+    const QStringList paths = TWRunner::addFiles(files, context.err, &allAdmitted);
+    if (!allAdmitted) return fail(context, "nothing was processed");
+    if (paths.isEmpty()) return fail(context, "no audio files to process");
+
+    QVariantMap destination{{QStringLiteral("toNewFile"), toNewFile}, {QStringLiteral("addToList"), addToList}};
+    if (!directory.isEmpty()) destination.insert(QStringLiteral("directory"), directory);
+    QVariantMap instructions = values;
+    instructions.insert(QStringLiteral("class"), className);
+    instructions.insert(QStringLiteral("source"), qint64(3));
+    instructions.insert(QStringLiteral("paths"), paths);
+    instructions.insert(QStringLiteral("destination"), destination);
+
+    const TWRunner::Outcome outcome = TWRunner::run({instructions});
+    for (const QString& path : outcome.results) context.out << path << '\n';
+    context.out.flush();
+    if (outcome.error) return fail(context, *outcome.error);
+    return kSuccess;
+}
+
+} // namespace
+
+QList<Command> actionCommandList() {
+    QList<Command> list;
+    for (const ActionCommand& command : actionCommands()) {
+        const std::unique_ptr<TWAction> action = TWActionRegistry::make(command.className);
+        list.append({command.name, action ? action->name().toLower() : QString(), helpFor(command),
+                     [command](const QStringList& arguments, Context& context) {
+                         return runActionCommand(command, arguments, context);
+                     },
+                     isAvailable(command)});
+    }
+    return list;
+}
+
+} // namespace TWCommandLine

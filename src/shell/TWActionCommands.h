@@ -1,0 +1,22 @@
+#pragma once
+
+#include "TWCommandLine.h"
+
+// One command per script command of the actions: "change-gain", "normalize", "fade-in" ...
+namespace TWCommandLine {
+
+struct ActionCommand {
+    QString name;       // "fade-in"
+    QString className;  // the action it runs; for a command that chooses, the first choice
+    // Commands that choose their action by which of two options is given, tested in this order.
+    QString firstOption, secondOption, secondClassName;
+    QString missingChoiceMessage;
+};
+
+const QList<ActionCommand>& actionCommands();
+// The Command for each of them, for the command list.
+QList<Command> actionCommandList();
+// A one-line summary and the help of an action's keys, for --help and `clipwright actions`.
+QString describeActionKeys(const QString& className);
+
+} // namespace TWCommandLine

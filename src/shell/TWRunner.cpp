@@ -1,0 +1,103 @@
+#include "TWRunner.h"
+
+#include "TWProgressBar.h"
+
+#include "TWFileEntry.h"
+#include "TWGroupEntry.h"
+#include "TWWorkspace.h"
+
+#include "LXFile.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+
+#include <atomic>
+#include <csignal>
+#include <unistd.h>
+
+namespace {
+
+// Ctrl-C: the first stops, the second cancels. The handler only stores into the workspace's stop code
+// (a lock-free atomic) and writes a line: both safe in a signal handler.
+std::atomic<int> interrupts{0};
+
+void onInterrupt(int) {
+    const int count = interrupts.fetch_add(1) + 1;
+    TWWorkspace& workspace = TWWorkspace::workspace();
+    if (count == 1) {
+        workspace.stopWorkflow();
+        static const char text[] = "\nStopping after the current file (Ctrl-C again to cancel)...\n";
+        (void)!::write(STDERR_FILENO, text, sizeof text - 1);
+    } else {
+        workspace.cancelWorkflow();
+        static const char text[] = "\nCancelling: putting back the files of the running action...\n";
+        (void)!::write(STDERR_FILENO, text, sizeof text - 1);
+    }
+}
+
+class InterruptGuard {
+public:
+    InterruptGuard() {
+        interrupts = 0;
+        struct sigaction action = {};
+        action.sa_handler = onInterrupt;
+        sigemptyset(&action.sa_mask);
+        ::sigaction(SIGINT, &action, &m_previous);
+    }
+    ~InterruptGuard() { ::sigaction(SIGINT, &m_previous, nullptr); }
+
+private:
+    struct sigaction m_previous = {};
+};
+
+} // namespace
+
+namespace TWRunner {
+
+QStringList addFiles(const QStringList& paths, QTextStream& err, bool* allAdmitted) {
+    TWWorkspace& workspace = TWWorkspace::workspace();
+    QStringList admitted;
+    *allAdmitted = true;
+    for (const QString& argument : paths) {
+        const QString path = LXFile::conformPath(argument);
+        if (!LXFile::existsAtPath(path)) {
+            err << "clipwright: '" << argument << "' does not exist" << Qt::endl;
+            *allAdmitted = false;
+            continue;
+        }
+        const QList<TWEntryPtr> added = workspace.addFiles({path});
+        if (added.isEmpty()) {
+            err << "clipwright: '" << argument << "' is not an audio file" << Qt::endl;
+            *allAdmitted = false;
+            continue;
+        }
+        for (const TWEntryPtr& entry : added) entry->addFileEntryPathsToArray(admitted);
+    }
+    return admitted;
+}
+
+Outcome run(const QVariantList& instructions) {
+    TWWorkspace& workspace = TWWorkspace::workspace();
+    InterruptGuard interrupts;
+    TWProgressBar bar;
+    QEventLoop loop;
+    bool ended = false;
+    const auto connection = QObject::connect(&workspace, &TWWorkspace::processEnded, &loop, [&] {
+        ended = true;
+        loop.quit();
+    });
+    (void)workspace.takeScriptResults();
+    workspace.performInstructions(instructions, true);
+    if (!ended) loop.exec();
+    QObject::disconnect(connection);
+    // Reports handed over just before the end are delivered before the results are taken.
+    QCoreApplication::processEvents();
+    bar.clear();
+
+    Outcome outcome;
+    outcome.results = workspace.takeScriptResults();
+    if (!workspace.lastErrorDescription().isEmpty()) outcome.error = workspace.lastErrorDescription();
+    return outcome;
+}
+
+} // namespace TWRunner

@@ -1,0 +1,50 @@
+#include "CommandLineRunner.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+
+CommandLineRunner::CommandLineRunner() {
+    QDir().mkpath(work());
+    QDir().mkpath(m_home.filePath(QStringLiteral("data")));
+}
+
+QString CommandLineRunner::program() {
+    return QStringLiteral(CLIPWRIGHT_BINARY);
+}
+
+QString CommandLineRunner::undoFolder() const {
+    return m_home.filePath(QStringLiteral("data/Clipwright/Undo"));
+}
+
+QProcessEnvironment CommandLineRunner::environment() const {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("HOME"), m_home.path());
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
+    environment.insert(QStringLiteral("XDG_CACHE_HOME"), m_home.filePath(QStringLiteral("cache")));
+    environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+    return environment;
+}
+
+CommandLineRunner::Result CommandLineRunner::run(const QStringList& arguments) const {
+    QProcess process;
+    process.setProcessEnvironment(environment());
+    process.setWorkingDirectory(work());
+    process.start(program(), arguments);
+    Result result;
+    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit) return result;
+    result.exitCode = process.exitCode();
+    result.out = QString::fromLocal8Bit(process.readAllStandardOutput());
+    result.err = QString::fromLocal8Bit(process.readAllStandardError());
+    return result;
+}
+
+QStringList CommandLineRunner::Result::lines() const {
+    return out.split(u'\n', Qt::SkipEmptyParts);
+}
+
+QByteArray readBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}

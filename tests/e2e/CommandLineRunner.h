@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+// Runs the built clipwright in a home of its own (preferences, undo folder, caches), as a user would.
+class CommandLineRunner {
+public:
+    CommandLineRunner();
+    bool isValid() const { return m_home.isValid(); }
+    QString work() const { return m_home.filePath(QStringLiteral("work")); } // a folder for the test's files
+    QString undoFolder() const;
+    QProcessEnvironment environment() const;
+    static QString program();
+
+    struct Result {
+        int exitCode = -1;
+        QString out;
+        QString err;
+        QStringList lines() const; // stdout, one path a line
+    };
+    Result run(const QStringList& arguments) const;
+
+private:
+    QTemporaryDir m_home;
+};
+
+QByteArray readBytes(const QString& path);
