@@ -237,6 +237,9 @@ private:
         QStringList names;
         while (h == kTagNew) {
             const qint64 at = m_pos;
+            // Every class of the chain keeps its own copy of the rest: a long chain costs its square.
+            if (names.size() >= kDeepestNesting)
+                damaged(QStringLiteral("a class has too many superclasses"), at);
             const auto name = sharedString(head());
             if (!name || name->isEmpty()) damaged(QStringLiteral("a class has no name"), at);
             integer(head(), true); // the class version: the layouts read here never changed
@@ -248,6 +251,8 @@ private:
             superChain = reference(h, Shared::Kind::Class, QStringLiteral("a class")).chain;
         else if (names.isEmpty())
             return std::nullopt;
+        if (names.size() + superChain.size() > kDeepestNesting)
+            damaged(QStringLiteral("a class has too many superclasses"), m_pos);
         for (qsizetype i = 0; i < names.size(); ++i)
             m_table.push_back({Shared::Kind::Class, names.mid(i) + superChain, {}, true});
         return names.isEmpty() ? superChain : names + superChain;

@@ -1,6 +1,7 @@
 #include "TWFileEntry.h"
 
 #include "TWDesktop.h"
+#include "TWEntryTransfer.h"
 #include "TWInteraction.h"
 #include "TWLocalizedStrings.h"
 #include "TWWorkspace.h"
@@ -46,17 +47,6 @@ QString fileNameOf(const QString& path) {
 QString displayNameOfPath(const QString& path) {
     if (LXAudioFilename::isSplitMember(path)) return QFileInfo(path).completeBaseName();
     return fileNameOf(path);
-}
-
-void showFailure(const char* titleKey, const char* messageKey, const QString& name,
-                 const QString& reason = {}) {
-    TWAlert alert;
-    alert.style = TWAlertStyle::Informational;
-    alert.title = TWLocalizedString(QString::fromLatin1(titleKey));
-    alert.message = TWLocalizedString(QString::fromLatin1(messageKey)).arg(name);
-    if (!reason.isEmpty()) alert.message += QStringLiteral("\n\n") + reason;
-    alert.buttons = {TWLocalizedString(QStringLiteral("OK"))};
-    TWInteraction::current().runAlert(alert);
 }
 
 } // namespace
@@ -270,55 +260,38 @@ bool TWFileEntry::update(float fractionDone, LXError* error) {
 
 void TWFileEntry::moveToPath(const QString& directory) {
     const QString path = this->path();
-    bool isDirectory = false;
-    if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
-        showFailure("Move Failed Alert", "Move Failed No Directory", fileNameOf(directory));
-        return;
-    }
-    const QString target = LXFile::conformPath(QDir(directory).filePath(fileNameOf(path)));
-    if (target == LXFile::conformPath(path)) return;
-    if (LXFile::existsAtPath(target)) {
-        showFailure("Move Failed Alert", "Move Failed Exists", fileNameOf(path));
-        return;
-    }
+    const std::optional<QString> target = TWTransferTarget(TWTransfer::Move, path, directory);
+    if (!target) return;
+    QString movedPath = *target;
+    LXStatus moved;
     if (auto file = LXAudioFile::open(path)) {
-        if (const LXStatus moved = (*file)->moveToPath(target); !moved) {
-            showFailure("Move Failed Alert", "Move Failed", fileNameOf(path), moved.error().description());
-            return;
-        }
-        setPath((*file)->path());
+        moved = (*file)->moveToPath(*target);
+        if (moved) movedPath = (*file)->path();
     } else {
         // A file the framework cannot read (damaged, unsupported) still moves as a plain file.
-        if (const LXStatus moved = LXFile::movePath(path, target); !moved) {
-            showFailure("Move Failed Alert", "Move Failed", fileNameOf(path), moved.error().description());
-            return;
-        }
-        setPath(target);
+        moved = LXFile::movePath(path, *target);
     }
+    if (!moved) {
+        TWShowTransferAlert(TWTransfer::Move, TWTransferFailure::Failed, fileNameOf(path), moved.error());
+        return;
+    }
+    setPath(movedPath);
 }
 
 void TWFileEntry::copyToPath(const QString& directory, TWEntry* group) {
     const QString path = this->path();
-    bool isDirectory = false;
-    if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
-        showFailure("Copy Failed Alert", "Copy Failed No Directory", fileNameOf(directory));
-        return;
-    }
-    const QString target = LXFile::conformPath(QDir(directory).filePath(fileNameOf(path)));
-    if (target == LXFile::conformPath(path)) return;
-    if (LXFile::existsAtPath(target)) {
-        showFailure("Copy Failed Alert", "Copy Failed Exists", fileNameOf(path));
-        return;
-    }
-    QString copiedPath = target;
+    const std::optional<QString> target = TWTransferTarget(TWTransfer::Copy, path, directory);
+    if (!target) return;
+    QString copiedPath = *target;
+    LXStatus copied;
     if (auto file = LXAudioFile::open(path)) {
-        if (const LXStatus copied = (*file)->copyToPath(target); !copied) {
-            showFailure("Copy Failed Alert", "Copy Failed", fileNameOf(path), copied.error().description());
-            return;
-        }
-        copiedPath = (*file)->path();
-    } else if (const LXStatus copied = LXFile::copyPath(path, target); !copied) {
-        showFailure("Copy Failed Alert", "Copy Failed", fileNameOf(path), copied.error().description());
+        copied = (*file)->copyToPath(*target);
+        if (copied) copiedPath = (*file)->path();
+    } else {
+        copied = LXFile::copyPath(path, *target);
+    }
+    if (!copied) {
+        TWShowTransferAlert(TWTransfer::Copy, TWTransferFailure::Failed, fileNameOf(path), copied.error());
         return;
     }
     auto copy = std::make_shared<TWFileEntry>();

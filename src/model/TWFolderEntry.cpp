@@ -1,9 +1,8 @@
 #include "TWFolderEntry.h"
 
 #include "TWDesktop.h"
+#include "TWEntryTransfer.h"
 #include "TWFileEntry.h"
-#include "TWInteraction.h"
-#include "TWLocalizedStrings.h"
 #include "TWWorkspace.h"
 
 #include "LXAudioFilename.h"
@@ -22,17 +21,6 @@ QString fileNameOf(const QString& path) {
 
 QString joinPath(const QString& directory, const QString& name) {
     return directory.endsWith(u'/') ? directory + name : directory + u'/' + name;
-}
-
-void showFailure(const char* titleKey, const char* messageKey, const QString& name,
-                 const QString& reason = {}) {
-    TWAlert alert;
-    alert.style = TWAlertStyle::Informational;
-    alert.title = TWLocalizedString(QString::fromLatin1(titleKey));
-    alert.message = TWLocalizedString(QString::fromLatin1(messageKey)).arg(name);
-    if (!reason.isEmpty()) alert.message += QStringLiteral("\n\n") + reason;
-    alert.buttons = {TWLocalizedString(QStringLiteral("OK"))};
-    TWInteraction::current().runAlert(alert);
 }
 
 } // namespace
@@ -106,25 +94,15 @@ void TWFolderEntry::refresh() {
 }
 
 void TWFolderEntry::moveToPath(const QString& directory) {
-    const QString path = this->path();
-    bool isDirectory = false;
-    if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
-        showFailure("Move Failed Alert", "Move Failed No Directory", fileNameOf(directory));
-        return;
-    }
-    const QString target = LXFile::conformPath(joinPath(directory, name()));
-    if (target == LXFile::conformPath(path)) return;
-    if (LXFile::existsAtPath(target)) {
-        showFailure("Move Failed Alert", "Move Failed Exists", name());
-        return;
-    }
+    const std::optional<QString> target = TWTransferTarget(TWTransfer::Move, path(), directory);
+    if (!target) return;
     QStringList filePaths;
     addFileEntryPathsToArray(filePaths);
-    if (const LXStatus moved = LXFile::movePath(path, target); !moved) {
-        showFailure("Move Failed Alert", "Move Failed", name(), moved.error().description());
+    if (const LXStatus moved = LXFile::movePath(path(), *target); !moved) {
+        TWShowTransferAlert(TWTransfer::Move, TWTransferFailure::Failed, name(), moved.error());
         return;
     }
-    setPath(target);
+    setPath(*target);
     // The cached overviews of the files inside follow them.
     QStringList movedPaths;
     addFileEntryPathsToArray(movedPaths);
@@ -133,24 +111,14 @@ void TWFolderEntry::moveToPath(const QString& directory) {
 }
 
 void TWFolderEntry::copyToPath(const QString& directory, TWEntry* group) {
-    const QString path = this->path();
-    bool isDirectory = false;
-    if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
-        showFailure("Copy Failed Alert", "Copy Failed No Directory", fileNameOf(directory));
-        return;
-    }
-    const QString target = LXFile::conformPath(joinPath(directory, name()));
-    if (target == LXFile::conformPath(path)) return;
-    if (LXFile::existsAtPath(target)) {
-        showFailure("Copy Failed Alert", "Copy Failed Exists", name());
-        return;
-    }
-    if (const LXStatus copied = LXFile::copyPath(path, target); !copied) {
-        showFailure("Copy Failed Alert", "Copy Failed", name(), copied.error().description());
+    const std::optional<QString> target = TWTransferTarget(TWTransfer::Copy, path(), directory);
+    if (!target) return;
+    if (const LXStatus copied = LXFile::copyPath(path(), *target); !copied) {
+        TWShowTransferAlert(TWTransfer::Copy, TWTransferFailure::Failed, name(), copied.error());
         return;
     }
     auto copy = std::make_shared<TWFolderEntry>();
-    copy->setPath(target);
+    copy->setPath(*target);
     if (group) group->addEntry(copy);
 }
 

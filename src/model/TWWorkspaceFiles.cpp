@@ -3,6 +3,7 @@
 
 #include "TWWorkspace.h"
 
+#include "TWEntryTransfer.h"
 #include "TWFileEntry.h"
 #include "TWFolderEntry.h"
 #include "TWGroupEntry.h"
@@ -284,20 +285,11 @@ void TWWorkspace::renameEntry(const TWEntryPtr& entry, const QString& name) {
         const QString newPath = QFileInfo(oldPath).dir().filePath(name);
         if (name.isEmpty() || newPath == oldPath) return;
         if (LXFile::existsAtPath(newPath)) {
-            TWAlert alert;
-            alert.title = TWLocalizedString(QStringLiteral("Move Failed Alert"));
-            alert.message = TWLocalizedString(QStringLiteral("Move Failed Exists")).arg(entry->name());
-            alert.buttons = {TWLocalizedString(QStringLiteral("OK"))};
-            TWInteraction::current().runAlert(alert);
+            TWShowTransferAlert(TWTransfer::Move, TWTransferFailure::Exists, entry->name());
             return;
         }
         if (const LXStatus moved = LXFile::movePath(oldPath, newPath); !moved) {
-            TWAlert alert;
-            alert.title = TWLocalizedString(QStringLiteral("Move Failed Alert"));
-            alert.message = TWLocalizedString(QStringLiteral("Move Failed")).arg(entry->name()) +
-                            QStringLiteral("\n\n") + moved.error().description();
-            alert.buttons = {TWLocalizedString(QStringLiteral("OK"))};
-            TWInteraction::current().runAlert(alert);
+            TWShowTransferAlert(TWTransfer::Move, TWTransferFailure::Failed, entry->name(), moved.error());
             return;
         }
         for (const TWEntryPtr& same : m_rootGroup->entriesWithPath(oldPath)) {

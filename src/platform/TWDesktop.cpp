@@ -227,6 +227,11 @@ bool openPath(const QString& path) {
     return startDetached(QStringLiteral("xdg-open"), {path});
 }
 
+bool openUrl(const QString& url) {
+    if (url.isEmpty()) return false;
+    return startDetached(QStringLiteral("xdg-open"), {url});
+}
+
 bool revealPath(const QString& path) {
     const QFileInfo info(path);
     if (!info.exists()) return false;
@@ -242,16 +247,22 @@ bool revealPath(const QString& path) {
     return openPath(info.absolutePath());
 }
 
+QString findApplication(const QString& application) {
+    if (application.isEmpty()) return {};
+    const QString path = findDesktopFile(application);
+    if (path.isEmpty()) return {};
+    const DesktopEntry entry = readDesktopEntry(path);
+    return entry.application && !entry.hidden && !entry.exec.isEmpty() ? path : QString();
+}
+
 bool openWithApplication(const QString& path, const QString& application) {
     if (!QFileInfo::exists(path) || application.isEmpty()) return false;
     const QFileInfo program(application);
     if (program.isAbsolute() && program.isExecutable() && !application.endsWith(QStringLiteral(".desktop")))
         return startDetached(application, {path});
-    const QString desktopFile = findDesktopFile(application);
+    const QString desktopFile = findApplication(application);
     if (desktopFile.isEmpty()) return false;
-    const DesktopEntry entry = readDesktopEntry(desktopFile);
-    if (!entry.application || entry.hidden || entry.exec.isEmpty()) return false;
-    QStringList arguments = expandExec(entry, path);
+    QStringList arguments = expandExec(readDesktopEntry(desktopFile), path);
     const QString executable = arguments.takeFirst();
     return startDetached(executable, arguments);
 }

@@ -20,6 +20,10 @@ void TWInteraction::setCurrent(TWInteraction* interaction) {
     g_current.store(interaction, std::memory_order_release);
 }
 
+TWOpenPanelAnswer TWInteraction::runOpenPanelWithCheckBox(const TWOpenPanelOptions& options) {
+    return {runOpenPanel(options), options.checkBoxChecked};
+}
+
 int TWDefaultInteraction::runAlert(const TWAlert&) {
     return 0;
 }

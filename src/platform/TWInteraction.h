@@ -17,6 +17,14 @@ struct TWOpenPanelOptions {
     bool chooseFiles = true, chooseDirectories = false, allowsMultipleSelection = false,
          canCreateDirectories = false;
     QStringList types; // extensions
+    // A check box shown with the panel (no title: none) and its state when the panel opens.
+    QString checkBoxTitle;
+    bool checkBoxChecked = false;
+};
+
+struct TWOpenPanelAnswer {
+    QStringList paths;            // empty when cancelled
+    bool checkBoxChecked = false; // the check box's state when the panel closed
 };
 
 struct TWSavePanelOptions {
@@ -32,6 +40,9 @@ public:
     virtual int runAlert(const TWAlert& alert) = 0;                          // index of the chosen button
     virtual QStringList runOpenPanel(const TWOpenPanelOptions& options) = 0; // empty when cancelled
     virtual QString runSavePanel(const TWSavePanelOptions& options) = 0;     // empty when cancelled
+    // A panel with a check box. Implementations that show no check box need not override it: the box then
+    // keeps the state it was given.
+    virtual TWOpenPanelAnswer runOpenPanelWithCheckBox(const TWOpenPanelOptions& options);
     static TWInteraction&
     current(); // never null: a non-interactive default answers the default button / cancels
     static void setCurrent(TWInteraction* interaction); // not owned; nullptr restores the default

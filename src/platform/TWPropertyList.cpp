@@ -315,6 +315,13 @@ private:
 
 // ---- plist -> QVariant
 
+// A scalar through libplist's getter for its type.
+template <typename T> T valueOf(plist_t node, void (*get)(plist_t, T*)) {
+    T value{};
+    get(node, &value);
+    return value;
+}
+
 QVariant fromNode(plist_t node, int depth, bool* ok) {
     if (!node || depth > kMaximumDepth) {
         *ok = false;
@@ -359,27 +366,15 @@ QVariant fromNode(plist_t node, int depth, bool* ok) {
         std::free(text);
         return key;
     }
-    case PLIST_BOOLEAN: {
-        uint8_t value = 0;
-        plist_get_bool_val(node, &value);
-        return bool(value);
-    }
-    case PLIST_UINT: {
+    case PLIST_BOOLEAN:
+        return bool(valueOf(node, plist_get_bool_val));
+    case PLIST_UINT:
         // libplist keeps every integer unsigned: negative numbers come back as their two's complement.
-        uint64_t value = 0;
-        plist_get_uint_val(node, &value);
-        return qint64(value);
-    }
-    case PLIST_UID: {
-        uint64_t value = 0;
-        plist_get_uid_val(node, &value);
-        return qint64(value);
-    }
-    case PLIST_REAL: {
-        double value = 0;
-        plist_get_real_val(node, &value);
-        return value;
-    }
+        return qint64(valueOf(node, plist_get_uint_val));
+    case PLIST_UID:
+        return qint64(valueOf(node, plist_get_uid_val));
+    case PLIST_REAL:
+        return valueOf(node, plist_get_real_val);
     case PLIST_DATA: {
         uint64_t length = 0;
         const char* bytes = plist_get_data_ptr(node, &length);
@@ -503,6 +498,22 @@ PlistPtr rootNode(const QVariant& value, Flavour flavour) {
     return root;
 }
 
+QByteArray serialized(const QVariant& value, Flavour flavour) {
+    PlistPtr root = rootNode(value, flavour);
+    char* bytes = nullptr;
+    uint32_t length = 0;
+    (flavour == Flavour::Xml ? plist_to_xml : plist_to_bin)(root.get(), &bytes, &length);
+    QByteArray result(bytes, qsizetype(length));
+    (flavour == Flavour::Xml ? plist_to_xml_free : plist_to_bin_free)(bytes);
+    return result;
+}
+
+LXError fileError(int32_t code, const char* what, const QFileDevice& file, const QString& path) {
+    return LXError(
+        code, QStringLiteral("cannot %1 the property list: %2").arg(QLatin1String(what), file.errorString()),
+        path);
+}
+
 } // namespace
 
 namespace TWPropertyList {
@@ -532,45 +543,25 @@ LXResult<QVariant> fromData(const QByteArray& data, const QString& origin) {
 
 LXResult<QVariant> readFile(const QString& path) {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return LXError(LXErrReadFailed,
-                       QStringLiteral("cannot read the property list: %1").arg(file.errorString()), path);
+    if (!file.open(QIODevice::ReadOnly)) return fileError(LXErrReadFailed, "read", file, path);
     const QByteArray data = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return LXError(LXErrReadFailed,
-                       QStringLiteral("cannot read the property list: %1").arg(file.errorString()), path);
+    if (file.error() != QFileDevice::NoError) return fileError(LXErrReadFailed, "read", file, path);
     return fromData(data, path);
 }
 
 QByteArray toXml(const QVariant& value) {
-    PlistPtr root = rootNode(value, Flavour::Xml);
-    char* xml = nullptr;
-    uint32_t length = 0;
-    plist_to_xml(root.get(), &xml, &length);
-    QByteArray result(xml, qsizetype(length));
-    plist_to_xml_free(xml);
-    return result;
+    return serialized(value, Flavour::Xml);
 }
 
 QByteArray toBinary(const QVariant& value) {
-    PlistPtr root = rootNode(value, Flavour::Binary);
-    char* binary = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(root.get(), &binary, &length);
-    QByteArray result(binary, qsizetype(length));
-    plist_to_bin_free(binary);
-    return result;
+    return serialized(value, Flavour::Binary);
 }
 
 LXStatus writeFile(const QString& path, const QVariant& value) {
     const QByteArray xml = toXml(value);
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return LXError(LXErrWriteFailed,
-                       QStringLiteral("cannot write the property list: %1").arg(file.errorString()), path);
-    if (file.write(xml) != xml.size() || !file.commit())
-        return LXError(LXErrWriteFailed,
-                       QStringLiteral("cannot write the property list: %1").arg(file.errorString()), path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(xml) != xml.size() || !file.commit())
+        return fileError(LXErrWriteFailed, "write", file, path);
     return {};
 }
 

@@ -17,6 +17,11 @@ void TWScriptedInteraction::answerSavePanels(QStringList answers) {
     m_saveAnswers.append(std::move(answers));
 }
 
+void TWScriptedInteraction::answerCheckBoxes(QList<bool> answers) {
+    QMutexLocker lock(&m_mutex);
+    m_checkBoxAnswers.append(std::move(answers));
+}
+
 QList<TWAlert> TWScriptedInteraction::alerts() const {
     QMutexLocker lock(&m_mutex);
     return m_alerts;
@@ -52,4 +57,12 @@ QString TWScriptedInteraction::runSavePanel(const TWSavePanelOptions& options) {
     QMutexLocker lock(&m_mutex);
     m_savePanels.append(options);
     return m_saveAnswers.isEmpty() ? QString() : m_saveAnswers.takeFirst();
+}
+
+TWOpenPanelAnswer TWScriptedInteraction::runOpenPanelWithCheckBox(const TWOpenPanelOptions& options) {
+    TWOpenPanelAnswer answer{runOpenPanel(options), options.checkBoxChecked};
+    QMutexLocker lock(&m_mutex);
+    if (!options.checkBoxTitle.isEmpty() && !m_checkBoxAnswers.isEmpty())
+        answer.checkBoxChecked = m_checkBoxAnswers.takeFirst();
+    return answer;
 }

@@ -355,13 +355,26 @@ TEST(ClipwrightDocument, RefusesCyclesAndDeepNesting) {
     EXPECT_TRUE(cycle.error().message().contains(QStringLiteral("contains itself")));
     EXPECT_GT(cycle.error().offset(), 0);
 
+    // Four times the reader's limit: deep enough to be refused, shallow enough for this recursive writer
+    // (and the nodes' destructors) under the sanitizers' larger frames.
     NodePtr deep = array({string("/a.wav")});
-    for (int i = 0; i < 5000; ++i)
+    for (int i = 0; i < 256; ++i)
         deep = array({deep});
     const auto nested =
         TWParseClipwrightDocument(Archiver().archive(fileList({deep})), QStringLiteral("deep"));
     ASSERT_FALSE(nested);
     EXPECT_TRUE(nested.error().message().contains(QStringLiteral("nested")));
+
+    // A string whose class has a thousand superclasses: refused, not held in memory squared.
+    NodePtr tall = string(QStringLiteral("/a.wav"));
+    QStringList subclasses;
+    for (int i = 0; i < 1000; ++i)
+        subclasses.append(QStringLiteral("Sub%1").arg(i));
+    tall->classes = subclasses + tall->classes;
+    const auto chain =
+        TWParseClipwrightDocument(Archiver().archive(fileList({tall})), QStringLiteral("tall"));
+    ASSERT_FALSE(chain);
+    EXPECT_TRUE(chain.error().message().contains(QStringLiteral("superclasses")));
 }
 
 // Damaged documents must give an error, never a crash, a hang or a read outside the data (run under

@@ -42,17 +42,6 @@ bool refuses(const TWFormatter& formatter, const QString& text) {
 
 } // namespace
 
-TEST(Formatters, EveryAccessorHasItsName) {
-    TWFormatters f;
-    for (const char* name : kFormatterNames)
-        EXPECT_NE(f.formatterNamed(QString::fromLatin1(name)), nullptr) << name;
-    EXPECT_EQ(f.formatterNamed(QStringLiteral("frobFormatter")), nullptr);
-    EXPECT_EQ(f.formatterNamed(QStringLiteral("midiNoteFormatter")), &f.midiNoteFormatter());
-    EXPECT_EQ(f.formatterForKey(QStringLiteral("baseNote")), &f.midiNoteFormatter());
-    EXPECT_EQ(f.formatterForKey(QStringLiteral("range")), &f.bitRangeFormatter());
-    EXPECT_EQ(f.formatterForKey(QStringLiteral("title")), nullptr);
-}
-
 TEST(Formatters, CreatorCodesAreFourLettersBothWays) {
     TWFormatters f;
     const TWFormatter& creator = f.creatorFormatter();
@@ -79,26 +68,13 @@ TEST(Formatters, MidiNotesPutMiddleCAtC3) {
     TWFormatters f;
     const TWFormatter& note = f.midiNoteFormatter();
     EXPECT_EQ(note.stringForObjectValue(60), QStringLiteral("C3"));
-    EXPECT_EQ(note.stringForObjectValue(0), QStringLiteral("C-2"));
-    EXPECT_EQ(note.stringForObjectValue(127), QStringLiteral("G8"));
-    EXPECT_EQ(note.stringForObjectValue(69), QStringLiteral("A3"));
     EXPECT_EQ(note.stringForObjectValue(78), QStringLiteral("F#4"));
     EXPECT_EQ(note.stringForObjectValue(128), QString());
-    EXPECT_EQ(note.stringForObjectValue(-1), QString());
-
-    EXPECT_EQ(parsed(note, QStringLiteral("C3")), QVariant(qint64(60)));
-    EXPECT_EQ(parsed(note, QStringLiteral("F#4")), QVariant(qint64(78)));
-    EXPECT_EQ(parsed(note, QStringLiteral("f#4")), QVariant(qint64(78)));
-    EXPECT_EQ(parsed(note, QStringLiteral("Gb4")), QVariant(qint64(78)));
-    EXPECT_EQ(parsed(note, QStringLiteral("Db2")), QVariant(qint64(49)));
-    EXPECT_EQ(parsed(note, QStringLiteral("db2")), QVariant(qint64(49)));
-    EXPECT_EQ(parsed(note, QStringLiteral("DB2")), QVariant(qint64(49)));
-    EXPECT_EQ(parsed(note, QStringLiteral("bb3")), QVariant(qint64(70)));
-    EXPECT_EQ(parsed(note, QStringLiteral("B\u266d3")), QVariant(qint64(70)));
-    EXPECT_EQ(parsed(note, QStringLiteral("Cb3")), QVariant(qint64(59)));
-    EXPECT_EQ(parsed(note, QStringLiteral("B#2")), QVariant(qint64(60)));
-    EXPECT_EQ(parsed(note, QStringLiteral("  c-2 ")), QVariant(qint64(0)));
-    EXPECT_EQ(parsed(note, QStringLiteral("60")), QVariant(qint64(60)));
+    // Flats, either case, the flat sign, notes that cross an octave, spaces and plain numbers.
+    const std::pair<const char*, int> spellings[] = {
+        {"Gb4", 78}, {"DB2", 49}, {"B\u266d3", 70}, {"Cb3", 59}, {"B#2", 60}, {"  c-2 ", 0}, {"60", 60}};
+    for (const auto& [text, number] : spellings)
+        EXPECT_EQ(parsed(note, QString::fromUtf8(text)), QVariant(qint64(number))) << text;
 
     for (int n = 0; n <= 127; ++n)
         EXPECT_EQ(parsed(note, note.stringForObjectValue(n)), QVariant(qint64(n))) << n;
@@ -124,10 +100,8 @@ TEST(Formatters, TimesShowInEveryFormatAndReadBack) {
         {TWTimeFormatMinutes, 3725.0, "62:05.000", 1e-9},
         {TWTimeFormatSeconds, 62.345, "62.345 s", 1e-9},
         {TWTimeFormatFrames, 62.345, "00:01:02:10", 1.0 / 30},
-        {TWTimeFormatFrames, 1.0 / 30, "00:00:00:01", 1e-9},
         {TWTimeFormatFrames, 36000.0, "10:00:00:00", 1e-9},
         {TWTimeFormatMilliseconds, 62.345, "62345 ms", 1e-9},
-        {TWTimeFormatHours, 62.345, "0:01:02.345", 1e-9},
         {TWTimeFormatHours, 3725.5, "1:02:05.500", 1e-9},
         {99, 62.345, "1:02.345", 1e-9}, // unknown formats show minutes
     };
@@ -181,17 +155,13 @@ TEST(Formatters, RangesFollowTheRangeFormat) {
 TEST(Formatters, KeysArePitchClasses) {
     TWFormatters f;
     const TWFormatter& key = f.keyFormatter();
-    EXPECT_EQ(key.stringForObjectValue(0), QStringLiteral("C"));
     EXPECT_EQ(key.stringForObjectValue(6), QStringLiteral("F#"));
-    EXPECT_EQ(key.stringForObjectValue(11), QStringLiteral("B"));
     EXPECT_EQ(key.stringForObjectValue(12), QString());
     EXPECT_EQ(key.stringForObjectValue(QStringLiteral("gb")), QStringLiteral("F#"));
     for (int k = 0; k < 12; ++k)
         EXPECT_EQ(parsed(key, key.stringForObjectValue(k)), QVariant(qint64(k)));
-    EXPECT_EQ(parsed(key, QStringLiteral("Gb")), QVariant(qint64(6)));
     EXPECT_EQ(parsed(key, QStringLiteral("cb")), QVariant(qint64(11)));
     EXPECT_EQ(parsed(key, QStringLiteral("B#")), QVariant(qint64(0)));
-    EXPECT_EQ(parsed(key, QStringLiteral("bb")), QVariant(qint64(10)));
     for (const char* bad : {"H", "12", "-1", "C3", "C#m", ""})
         EXPECT_TRUE(refuses(key, QString::fromLatin1(bad))) << bad;
 }
@@ -205,22 +175,17 @@ TEST(Formatters, TempoAndTheOtherTaggedValuesReadBack) {
     };
     const Case cases[] = {
         {f.tempoFormatter(), 120.0, "120.00 BPM"},
-        {f.tempoFormatter(), 97.5, "97.50 BPM"},
         {f.detuneFormatter(), qint64(12), "+12 ct"},
         {f.detuneFormatter(), qint64(-50), "-50 ct"},
-        {f.detuneFormatter(), qint64(0), "0 ct"},
         {f.gainFormatter(), qint64(-6), "-6 dB"},
-        {f.gainFormatter(), qint64(3), "+3 dB"},
         {f.timeSignatureFormatter(), QStringLiteral("7/8"), "7/8"},
         {f.playbackTypeFormatter(), qint64(0), "Loop"},
         {f.playbackTypeFormatter(), qint64(1), "One Shot"},
         {f.scaleFormatter(), qint64(2), "Major"},
         {f.barsBeatsFormatter(), qint64(9), "2 bars 1 beat"},
         {f.barsBeatsFormatter(), qint64(4), "1 bar"},
-        {f.barsBeatsFormatter(), qint64(3), "3 beats"},
         {f.barsBeatsFormatter(), 6.5, "1 bar 2.5 beats"},
         {f.sampleRateFormatter(), qint64(44100), "44.1 kHz"},
-        {f.sampleRateFormatter(), qint64(11025), "11.025 kHz"},
         {f.samplesFormatter(), qint64(1234567), "1,234,567"},
     };
     for (const Case& c : cases) {
@@ -305,6 +270,7 @@ TEST(Formatters, ShowWhatAnAudioFileReports) {
     EXPECT_EQ(show("range"), QStringLiteral("32-bit"));
     EXPECT_EQ(f.bitRangeFormatter().stringForObjectValue(info), QStringLiteral("32-bit float"));
     EXPECT_FALSE(show("fileSize").isEmpty());
+    EXPECT_EQ(show("title"), QString()) << "no formatter: shown as stored";
 }
 
 // Whatever lands in an information dictionary, no formatter may crash or show garbage for it.
@@ -324,9 +290,11 @@ TEST(Formatters, WrongTypesShowNothing) {
         QVariant(-inf),
         QVariant(QUrl(QStringLiteral("file:///x"))),
     };
+    EXPECT_EQ(f.formatterNamed(QStringLiteral("frobFormatter")), nullptr);
+    EXPECT_EQ(f.formatterNamed(QStringLiteral("midiNoteFormatter")), &f.midiNoteFormatter());
     for (const char* name : kFormatterNames) {
         const TWFormatter* formatter = f.formatterNamed(QString::fromLatin1(name));
-        ASSERT_NE(formatter, nullptr);
+        ASSERT_NE(formatter, nullptr) << name;
         for (const QVariant& value : wrong)
             EXPECT_EQ(formatter->stringForObjectValue(value), QString()) << name << " " << value.typeName();
         const QString data = QString::fromLatin1(name);

@@ -1,0 +1,40 @@
+#include "TWEntryTransfer.h"
+
+#include "TWInteraction.h"
+#include "TWLocalizedStrings.h"
+
+#include "LXFile.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+std::optional<QString> TWTransferTarget(TWTransfer transfer, const QString& path, const QString& directory) {
+    bool isDirectory = false;
+    if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
+        TWShowTransferAlert(transfer, TWTransferFailure::NoDirectory, QFileInfo(directory).fileName());
+        return std::nullopt;
+    }
+    const QString name = QFileInfo(path).fileName();
+    const QString target = LXFile::conformPath(QDir(directory).filePath(name));
+    if (target == LXFile::conformPath(path)) return std::nullopt;
+    if (LXFile::existsAtPath(target)) {
+        TWShowTransferAlert(transfer, TWTransferFailure::Exists, name);
+        return std::nullopt;
+    }
+    return target;
+}
+
+void TWShowTransferAlert(TWTransfer transfer, TWTransferFailure failure, const QString& name,
+                         const std::optional<LXError>& error) {
+    const QString verb = transfer == TWTransfer::Move ? QStringLiteral("Move") : QStringLiteral("Copy");
+    QString messageKey = verb + QStringLiteral(" Failed");
+    if (failure == TWTransferFailure::NoDirectory) messageKey += QStringLiteral(" No Directory");
+    if (failure == TWTransferFailure::Exists) messageKey += QStringLiteral(" Exists");
+    TWAlert alert;
+    alert.style = TWAlertStyle::Informational;
+    alert.title = TWLocalizedString(verb + QStringLiteral(" Failed Alert"));
+    alert.message = TWLocalizedString(messageKey).arg(name);
+    if (error) alert.message += QStringLiteral("\n\n") + error->description();
+    alert.buttons = {TWLocalizedString(QStringLiteral("OK"))};
+    TWInteraction::current().runAlert(alert);
+}
