@@ -22,6 +22,7 @@ test: build
 
 bench: setup
 	bench/run.sh
+	bench/commands.sh
 
 fuzz: setup
 	scripts/fuzz.sh

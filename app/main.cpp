@@ -1,4 +1,5 @@
 #include "LXAudioFileWriter.h"
+#include "LXFile.h"
 #include "TWActions.h"
 #include "TWCommandLine.h"
 #include "TWCommandLineInteraction.h"
@@ -16,6 +17,7 @@ int main(int argc, char** argv) {
     TWPreferences& preferences = TWPreferences::shared();
     preferences.registerDefaults(TWPreferences::standardDefaults());
     LXAudioFileWriter::setRetainUnrecognizedDataDefault(preferences.boolValue(QStringLiteral("Retain Unrecognized Data")));
+    LXFile::setSynchronousWrites(preferences.boolValue(QStringLiteral("Synchronous Writes")));
     (void)TWSupportFolders::createStandardFolders();
 
     TWRegisterActions();

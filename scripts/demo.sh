@@ -1,15 +1,41 @@
 #!/usr/bin/env bash
-# Generates a few test sounds with sox and reads them back through the framework.
+# Generates a few sounds with sox, shows what clipwright reads in them, runs a factory workflow over
+# them in place, shows the new levels, and undoes the run.
 set -euo pipefail
 build=${1:-build/default}
+clipwright="$build/app/clipwright"
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
+# A home of its own, so the demo's undo steps stay out of the user's.
+export HOME="$dir/home" XDG_CONFIG_HOME="$dir/home/.config" XDG_DATA_HOME="$dir/home/.local/share" \
+       XDG_CACHE_HOME="$dir/home/.cache"
+mkdir -p "$XDG_DATA_HOME"
 
 sox -n -r 44100 -b 16 "$dir/tone 440 Hz.wav" synth 2 sine 440 vol 0.5
-sox -n -r 48000 -b 24 -c 2 "$dir/pink noise.aif" synth 3 pinknoise vol 0.25
+sox -n -r 48000 -b 24 -c 2 "$dir/pink noise.aif" synth 3 pinknoise pinknoise vol 0.25 remix 1 2v0.5
 sox -n -r 96000 -e floating-point -b 32 "$dir/sweep.wav" synth 1.5 sine 20-20000 vol 0.9
-sox -n -r 44100 -b 16 -c 2 "$dir/silence.caf" trim 0 1
-sox -n -r 44100 -b 16 "$dir/chirp.flac" synth 1 sine 100-4000
+sox -n -r 44100 -b 16 "$dir/chirp.flac" synth 1 sine 100-4000 vol 0.3
 
-echo "Reading generated sounds through the framework:"
-"$build/app/clipwright" info "$dir"/*
+peaks() {
+    for f in "$dir"/*.wav "$dir"/*.aif "$dir"/*.flac; do
+        printf '  %-16s %s dBFS\n' "$(basename "$f")" "$(sox "$f" -n stats 2>&1 | awk '/^Pk lev dB/ {print $4}')"
+    done
+}
+
+echo "Generated sounds, as clipwright reads them:"
+"$clipwright" info "$dir"/*.wav "$dir"/*.aif "$dir"/*.flac
+echo
+echo "Peak levels before:"
+peaks
+echo
+echo "Factory workflows:"
+"$clipwright" workflows
+echo
+echo "Running \"Balance and normalize\" over them, in place:"
+"$clipwright" run "Balance and normalize" "$dir"/*.wav "$dir"/*.aif "$dir"/*.flac
+echo
+echo "Peak levels after (sox):"
+peaks
+echo
+echo "Undoing the last step:"
+"$clipwright" undo

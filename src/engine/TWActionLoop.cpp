@@ -17,6 +17,7 @@
 #include "LXFile.h"
 
 #include <QFileInfo>
+#include <QSet>
 
 namespace {
 
@@ -69,6 +70,12 @@ std::optional<TWActionError> TWAction::processEntries(const QList<TWFileEntryPtr
     }
     if (!requiredInstructionKeysExist(instructions))
         return failure(LXMissingInstructions, TWActionPhase::ConfirmingInstructions);
+
+    // What a killed run left behind in the folders this run writes to goes now.
+    QSet<QString> folders;
+    for (const TWFileEntryPtr& entry : entries) folders.insert(directoryOf(entry->path()));
+    if (!directory.isEmpty()) folders.insert(directory);
+    for (const QString& folder : folders) LXAudioFileWriter::removeAbandonedTemporaryFiles(folder);
 
     const bool keepUndo = TWPreferences::shared().boolValue(QStringLiteral("Undo Enabled"));
     TWUndoJournal& journal = TWUndoJournal::shared();

@@ -39,6 +39,7 @@ void TWUndoJournal::append(const QVariantMap& line) {
         if (n <= 0) break;
         written += n;
     }
+    (void)LXFile::syncDescriptor(fd, m_path);
     ::close(fd);
 }
 

@@ -43,8 +43,12 @@ std::optional<TWActionError> TWWorkThread::run(const TWRunRequest& request) {
 }
 
 void TWWorkThread::performInstructions(const TWRunRequest& request) {
+    // The stop code is reset here, on the thread that reads it: the main thread's beginProcess may arrive
+    // after the first file is under way, and a reset there would wipe out a stop asked for meanwhile.
+    TWWorkspace::workspace().setStopWorking(LXContinue);
     toMainThread([] { TWWorkspace::workspace().beginProcess(); });
     const std::optional<TWActionError> error = run(request);
+    TWWorkspace::workspace().setStopWorking(LXContinue);
     std::optional<LXError> reported;
     QString description;
     if (error) {
@@ -60,6 +64,7 @@ void TWWorkThread::performInstructions(const TWRunRequest& request) {
 }
 
 void TWWorkThread::analyzeEntries(const QList<TWFileEntryPtr>& entries) {
+    TWWorkspace::workspace().setStopWorking(LXContinue);
     toMainThread([] { TWWorkspace::workspace().beginProcess(); });
     const QVariantMap info{{QStringLiteral("title"), QStringLiteral("Analyzing...")},
                            {QStringLiteral("maximum"), qint64(entries.size())}};
@@ -69,6 +74,7 @@ void TWWorkThread::analyzeEntries(const QList<TWFileEntryPtr>& entries) {
         if (!entry->analyze()) break;
         toMainThread([entry] { TWWorkspace::workspace().didProcessEntry(entry); });
     }
+    TWWorkspace::workspace().setStopWorking(LXContinue);
     toMainThread([] {
         TWWorkspace& workspace = TWWorkspace::workspace();
         workspace.didProcessWithAction({});

@@ -82,8 +82,10 @@ void TWWorkspace::performInstructions(const QVariantList& instructions, bool inW
             entriesFromPaths(item.toMap().value(QStringLiteral("paths")).toStringList())));
     if (!inWorkThread) {
         request.respectActive = false;
+        setStopWorking(LXContinue);
         beginProcess();
         const std::optional<TWActionError> error = TWWorkThread::run(request);
+        setStopWorking(LXContinue);
         endProcess(error ? std::optional<LXError>(*error) : std::nullopt,
                    error ? error->localizedDescription() : QString());
         return;
@@ -117,16 +119,16 @@ void TWWorkspace::analyzeSelectedEntries() {
 
 // Reports from the work thread -------------------------------------------------------------------------------
 
+// The stop code is reset by the thread that runs the work (TWWorkThread, or performInstructions here), not
+// by these reports, which arrive late and would wipe out a stop asked for in the meantime.
 void TWWorkspace::beginProcess() {
     setWorking(true);
-    setStopWorking(LXContinue);
     m_lastErrorDescription.clear();
     emit processBegan();
 }
 
 void TWWorkspace::endProcess(const std::optional<LXError>& error, const QString& description) {
     setWorking(false);
-    setStopWorking(LXContinue);
     m_lastErrorDescription = error ? (description.isEmpty() ? error->description() : description) : QString();
     endWithTitle(QStringLiteral("Process"), error);
     QTimer::singleShot(1000, this, [this] { refreshSmartGroupEntries(); });
@@ -134,7 +136,6 @@ void TWWorkspace::endProcess(const std::optional<LXError>& error, const QString&
 
 void TWWorkspace::endAnalysis() {
     setWorking(false);
-    setStopWorking(LXContinue);
     endWithTitle(QStringLiteral("Analysis"), std::nullopt);
 }
 

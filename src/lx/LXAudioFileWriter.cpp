@@ -3,6 +3,7 @@
 #include "LXAudioFile.h"
 #include "LXFile.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace {
@@ -21,15 +23,24 @@ std::atomic<bool> g_retainUnrecognizedData{true};
 bool isAiff(uint32_t format) { return format == LXFormat::AIFF || format == LXFormat::AIFC; }
 
 // A fresh, hidden name beside the final file, created exclusively so no two writers share one.
-LXResult<QString> createTemporaryFile(const QString& directory, const QString& baseName) {
+// A hidden file beside the destination, locked (flock) for as long as its descriptor stays open: a file
+// no running writer holds is left over from a writer that died, and removeAbandonedTemporaryFiles may
+// delete it.
+struct TemporaryFile {
+    QString path;
+    LXFileDescriptor lock;
+};
+
+LXResult<TemporaryFile> createTemporaryFile(const QString& directory, const QString& baseName) {
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QString path = QStringLiteral("%1/.%2.%3.cwtmp")
+        const QString path = QStringLiteral("%1/.%2.%3%4")
                                  .arg(directory, baseName)
-                                 .arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'));
-        const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-        if (fd >= 0) {
-            ::close(fd);
-            return path;
+                                 .arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'))
+                                 .arg(LXAudioFileWriter::kTemporarySuffix);
+        LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+        if (fd.isOpen()) {
+            (void)::flock(fd.get(), LOCK_EX | LOCK_NB);
+            return TemporaryFile{path, std::move(fd)};
         }
         if (errno != EEXIST)
             return LXFileError::fromErrno(QStringLiteral("cannot create a file in the folder"), directory);
@@ -113,8 +124,10 @@ LXStatus LXAudioFileWriter::openSinks() {
         auto temp = createTemporaryFile(m_directory, m_baseName);
         if (!temp)
             return temp.error();
-        m_tempPaths.append(*temp);
-        auto sink = LXFormat::isNative(desc.format) ? LXCreatePcmSink(*temp, desc) : LXCreateSndfileSink(*temp, desc);
+        m_tempPaths.append(temp->path);
+        m_tempLocks.push_back(std::move(temp->lock));
+        auto sink = LXFormat::isNative(desc.format) ? LXCreatePcmSink(temp->path, desc)
+                                                    : LXCreateSndfileSink(temp->path, desc);
         if (!sink)
             return sink.error();
         m_sinks.push_back(std::move(*sink));
@@ -240,12 +253,12 @@ LXStatus LXAudioFileWriter::saveFile(int file, const QString& pathIn) {
         auto near = createTemporaryFile(QFileInfo(path).path(), QFileInfo(path).fileName());
         if (!near)
             return near.error();
-        QFile::remove(*near);
-        LX_TRY(LXFile::copyPath(temp, *near));
-        LX_TRY(LXFile::syncPath(*near));
-        if (::rename(QFile::encodeName(*near).constData(), QFile::encodeName(path).constData()) != 0) {
+        QFile::remove(near->path);
+        LX_TRY(LXFile::copyPath(temp, near->path));
+        LX_TRY(LXFile::syncPath(near->path));
+        if (::rename(QFile::encodeName(near->path).constData(), QFile::encodeName(path).constData()) != 0) {
             const LXFileError error = LXFileError::fromErrno(QStringLiteral("cannot save the file"), path);
-            QFile::remove(*near);
+            QFile::remove(near->path);
             return error;
         }
         QFile::remove(temp);
@@ -264,6 +277,21 @@ void LXAudioFileWriter::deleteOutput() {
         QFile::remove(saved.isEmpty() ? m_tempPaths.at(i) : saved);
     }
     m_tempPaths.clear();
+    m_tempLocks.clear();
     m_savedPaths.clear();
     m_state = State::Failed;
+}
+
+void LXAudioFileWriter::removeAbandonedTemporaryFiles(const QString& directory) {
+    // Young files are left alone: a writer in another process may not have locked its file yet.
+    const QDateTime settled = QDateTime::currentDateTimeUtc().addSecs(-10);
+    const QDir folder(directory);
+    const QStringList names =
+        folder.entryList({QStringLiteral(".*") + kTemporarySuffix}, QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString& name : names) {
+        const QString path = folder.filePath(name);
+        LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+        if (!fd.isOpen() || ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) continue;
+        if (LXFile::modificationDateOfFileAtPath(path) < settled) (void)::unlink(QFile::encodeName(path).constData());
+    }
 }

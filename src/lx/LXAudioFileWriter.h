@@ -2,6 +2,7 @@
 
 #include "LXAnnotations.h"
 #include "LXAudioBackend.h"
+#include "LXFileDescriptor.h"
 #include "LXResult.h"
 
 #include <QString>
@@ -86,6 +87,11 @@ public:
     // Discards the output: deletes the temporary files (and any saved ones).
     void deleteOutput();
 
+    // The temporary files of writers that died (a killed process) in the folder: deleted once no writer
+    // holds them and they are more than a few seconds old.
+    static void removeAbandonedTemporaryFiles(const QString& directory);
+    static constexpr const char* kTemporarySuffix = ".cwtmp";
+
 private:
     LXStatus flushSamples();
     LXStatus openSinks();
@@ -105,6 +111,7 @@ private:
     State m_state = State::Setup;
     std::vector<std::unique_ptr<LXAudioSink>> m_sinks;
     QStringList m_tempPaths;
+    std::vector<LXFileDescriptor> m_tempLocks; // held until the writer goes
     QStringList m_savedPaths;
     int64_t m_framesWritten = 0;
 

@@ -80,11 +80,6 @@ LXResult<QStringList> directoryNames(const QString& path) {
     return names;
 }
 
-LXStatus syncDescriptor(int fd, const QString& path) {
-    if (::fsync(fd) != 0 && errno != EINVAL) // EINVAL: a file system that cannot sync (a pipe, /proc)
-        return LXFileError::fromErrno(QStringLiteral("Cannot flush to the disk"), path);
-    return {};
-}
 
 // Carries the user's extended attributes (the creator code among them) over to a copy. A target file
 // system without extended attributes still gets the data, so failures are ignored.
@@ -502,6 +497,29 @@ QString conformPath(const QString& path) {
         p = QDir::homePath() + p.mid(1);
     if (QDir::isRelativePath(p)) p = QDir::currentPath() + u'/' + p;
     return QDir::cleanPath(p);
+}
+
+namespace {
+std::atomic<bool> synchronous{false};
+} // namespace
+
+void setSynchronousWrites(bool on) {
+    synchronous.store(on, std::memory_order_relaxed);
+}
+
+bool synchronousWrites() {
+    return synchronous.load(std::memory_order_relaxed);
+}
+
+LXStatus syncDescriptor(int fd, const QString& path) {
+    if (!synchronousWrites()) {
+        // Start the write-back now without waiting for it; directories need nothing.
+        (void)::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+        return {};
+    }
+    if (::fsync(fd) != 0 && errno != EINVAL) // EINVAL: a file system that cannot sync (a pipe, /proc)
+        return LXFileError::fromErrno(QStringLiteral("Cannot flush to the disk"), path);
+    return {};
 }
 
 LXStatus syncPath(const QString& path) {

@@ -1,5 +1,6 @@
 #include "LXAiffChunks.h"
 #include "LXAudioBackend.h"
+#include "LXFile.h"
 #include "LXFileDescriptor.h"
 #include "LXPcmContainer.h"
 #include "LXSampleCodec.h"
@@ -103,8 +104,9 @@ public:
         const QByteArray header = m_aiff ? aiffHeader(total, dataBytes) : waveHeader(total, dataBytes);
         if (!LXWriteFully(m_fd.get(), header.constData(), header.size(), 0))
             return writeError();
-        if (::ftruncate(m_fd.get(), total) != 0 || ::fsync(m_fd.get()) != 0)
+        if (::ftruncate(m_fd.get(), total) != 0)
             return writeError();
+        LX_TRY(LXFile::syncDescriptor(m_fd.get(), m_path));
         m_fd.reset();
         return {};
     }

@@ -797,8 +797,7 @@ LXStatus SndfileSink::finish(const LXAnnotations& annotations, bool retainUnknow
                        QStringLiteral("cannot complete the file (%1)")
                            .arg(QString::fromLocal8Bit(sf_error_number(closed))),
                        m_path);
-    if (::fsync(m_target.get()) != 0)
-        return LXFileError::fromErrno(QStringLiteral("Cannot flush the file to the disk"), m_path);
+    LX_TRY(LXFile::syncDescriptor(m_target.get(), m_path));
     if (!closeChecked(m_target))
         return LXFileError::fromErrno(QStringLiteral("Cannot write the file"), m_path);
     return {};

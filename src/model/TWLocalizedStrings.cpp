@@ -18,6 +18,13 @@ QString TWLocalizedString(const QString& key) {
         {"Delete Files Alert", "Delete the selected items from the disk?"},
         {"Delete Files Message",
          "The files and folders of the selected items will be deleted. This cannot be undone."},
+        {"Flush Undo Alert", "Empty the undo folder?"},
+        {"Flush Undo Message",
+         "The earlier versions of every file changed in place will be deleted. Nothing done so far can be "
+         "undone afterwards."},
+        {"Undo Failed", "The files could not be put back"},
+        {"Choose directory", "Choose a destination folder"},
+        {"Choose", "Choose"},
         {"Yes", "Yes"},
         {"No", "No"},
         {"OK", "OK"},

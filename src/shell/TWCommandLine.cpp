@@ -8,7 +8,8 @@ namespace TWCommandLine {
 
 const QList<Command>& commands() {
     static const QList<Command> list = [] {
-        QList<Command> all = {infoCommand(), findCommand(), actionsCommand(), undoCommand(), redoCommand()};
+        QList<Command> all = {infoCommand(), findCommand(),  runCommand(),  workflowsCommand(), actionsCommand(),
+                              undoCommand(), redoCommand(), flushUndoCommand()};
         all += actionCommandList();
         return all;
     }();

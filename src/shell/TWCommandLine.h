@@ -42,5 +42,8 @@ Command findCommand();
 Command actionsCommand();
 Command undoCommand();
 Command redoCommand();
+Command flushUndoCommand();
+Command runCommand();
+Command workflowsCommand();
 
 } // namespace TWCommandLine

@@ -17,12 +17,13 @@
 
 namespace {
 
-// Ctrl-C: the first stops, the second cancels. The handler only stores into the workspace's stop code
-// (a lock-free atomic) and writes a line: both safe in a signal handler.
+// Ctrl-C: the first stops, the second cancels; a termination (SIGTERM, a closed terminal) cancels at
+// once, so the files are left as they were before the running action. The handler only stores into the
+// workspace's stop code (a lock-free atomic) and writes a line: both safe in a signal handler.
 std::atomic<int> interrupts{0};
 
-void onInterrupt(int) {
-    const int count = interrupts.fetch_add(1) + 1;
+void onInterrupt(int signal) {
+    const int count = signal == SIGINT ? interrupts.fetch_add(1) + 1 : 2;
     TWWorkspace& workspace = TWWorkspace::workspace();
     if (count == 1) {
         workspace.stopWorkflow();
@@ -42,12 +43,15 @@ public:
         struct sigaction action = {};
         action.sa_handler = onInterrupt;
         sigemptyset(&action.sa_mask);
-        ::sigaction(SIGINT, &action, &m_previous);
+        for (size_t i = 0; i < std::size(kSignals); ++i) ::sigaction(kSignals[i], &action, &m_previous[i]);
     }
-    ~InterruptGuard() { ::sigaction(SIGINT, &m_previous, nullptr); }
+    ~InterruptGuard() {
+        for (size_t i = 0; i < std::size(kSignals); ++i) ::sigaction(kSignals[i], &m_previous[i], nullptr);
+    }
 
 private:
-    struct sigaction m_previous = {};
+    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+    struct sigaction m_previous[std::size(kSignals)] = {};
 };
 
 } // namespace
@@ -96,6 +100,7 @@ Outcome run(const QVariantList& instructions) {
 
     Outcome outcome;
     outcome.results = workspace.takeScriptResults();
+    outcome.results.removeDuplicates(); // each action reports its results; a file changed twice is one line
     if (!workspace.lastErrorDescription().isEmpty()) outcome.error = workspace.lastErrorDescription();
     return outcome;
 }

@@ -4,6 +4,10 @@
 
 #include "TWUndoJournal.h"
 
+#include "TWWorkspace.h"
+
+#include <unistd.h>
+
 namespace TWCommandLine {
 
 namespace {
@@ -45,6 +49,25 @@ Command redoCommand() {
             [](const QStringList& arguments, Context& context) {
                 if (!arguments.isEmpty()) return usageError(context, QStringLiteral("redo"), "takes no arguments");
                 return switchStep(context, false);
+            }};
+}
+
+Command flushUndoCommand() {
+    return {QStringLiteral("flush-undo"), QStringLiteral("delete the kept earlier versions of files"),
+            QStringLiteral("Usage: clipwright flush-undo [--yes]\n\n"
+                           "Empties the undo folder: the earlier versions of every file changed in place are\n"
+                           "deleted, and nothing done so far can be undone. Asks first on a terminal;\n"
+                           "elsewhere it needs --yes.\n"),
+            [](const QStringList& arguments, Context& context) {
+                if (arguments.size() > 1 || (arguments.size() == 1 && arguments.first() != u"--yes"))
+                    return usageError(context, QStringLiteral("flush-undo"), "takes only --yes");
+                const bool ask = arguments.isEmpty();
+                if (ask && ::isatty(STDIN_FILENO) != 1)
+                    return usageError(context, QStringLiteral("flush-undo"), "needs --yes when not run from a terminal");
+                const bool flushed = TWWorkspace::workspace().flushUndoWithInteraction(ask);
+                if (!flushed) return fail(context, "the undo folder was left as it was");
+                context.err << "The undo folder is empty." << Qt::endl;
+                return kSuccess;
             }};
 }
 

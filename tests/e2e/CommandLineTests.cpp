@@ -171,3 +171,44 @@ TEST(CommandLine, ErrorsAreOneReadableLineAndChangeNothing) {
     EXPECT_EQ(readBytes(file), bytes);
     EXPECT_EQ(runner.run({"undo"}).exitCode, 8); // nothing was changed, so nothing to undo
 }
+
+TEST(CommandLine, AWorkflowRunsLikeItsCommandsAndSkipsUnknownActions) {
+    CommandLineRunner runner;
+    const QString viaWorkflow = makeFile(runner, "w.wav", stereo(0.3));
+    const QString viaCommand = makeFile(runner, "c.wav", stereo(0.3));
+    auto result = runner.run({"run", "Normalize to -1 dB peak", viaWorkflow});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_EQ(result.lines(), QStringList{viaWorkflow});
+    ASSERT_EQ(runner.run({"normalize", "--level", "-1", viaCommand}).exitCode, 0);
+    EXPECT_EQ(readBytes(viaWorkflow), readBytes(viaCommand));
+
+    // A file from a newer version: its unknown action is skipped, the known one runs.
+    const QString workflow = QDir(runner.work()).filePath("mixed.twwf");
+    QFile file(workflow);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0"><array>
+<dict><key>class</key><string>TWActionFromTheFuture</string><key>instructions</key><dict/></dict>
+<dict><key>class</key><string>TWActionChangeGain</string><key>active</key><true/>
+ <key>instructions</key><dict><key>class</key><string>TWActionChangeGain</string><key>source</key><integer>1</integer>
+ <key>destination</key><dict><key>toNewFile</key><true/></dict><key>level</key><real>-6</real></dict></dict>
+</array></plist>)");
+    file.close();
+    result = runner.run({"run", workflow, viaCommand});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains("TWActionFromTheFuture")) << result.err.toStdString();
+    EXPECT_EQ(result.lines(), QStringList{QDir(runner.work()).filePath("c-1.wav")});
+
+    // Not a workflow at all: one clear line, nothing touched.
+    const QString text = QDir(runner.work()).filePath("notes.twwf");
+    QFile notes(text);
+    ASSERT_TRUE(notes.open(QIODevice::WriteOnly));
+    notes.write("buy milk\n");
+    notes.close();
+    const QByteArray before = readBytes(viaCommand);
+    result = runner.run({"run", text, viaCommand});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_TRUE(result.err.contains("not a property list")) << result.err.toStdString();
+    EXPECT_EQ(readBytes(viaCommand), before);
+}

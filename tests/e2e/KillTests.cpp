@@ -16,6 +16,8 @@
 
 #include <random>
 
+#include <csignal>
+
 namespace {
 
 constexpr int kFiles = 50;
@@ -31,33 +33,53 @@ int countTemporaryFiles(const QString& folder) {
     return count;
 }
 
+// kFiles seconds of noise, kept pristine in one folder and copied into another for each round.
+class ManyFiles {
+public:
+    explicit ManyFiles(const CommandLineRunner& runner)
+        : m_runner(runner), m_pristine(QDir(runner.work()).filePath("pristine")),
+          m_files(QDir(runner.work()).filePath("files")) {
+        QDir().mkpath(m_pristine);
+        QDir().mkpath(m_files);
+        for (int i = 0; i < kFiles; ++i) {
+            TestAudio::Sound sound;
+            sound.frames = 44100;
+            sound.seed = uint32_t(i + 1);
+            sound.signal = TestAudio::Signal::Noise;
+            sound.amplitude = 0.3;
+            m_names.append(QStringLiteral("take%1.wav").arg(i, 2, 10, QLatin1Char('0')));
+            EXPECT_TRUE(TestAudio::write(QDir(m_pristine).filePath(m_names.last()), sound));
+        }
+    }
+    void reset() const {
+        for (const QString& name : m_names) {
+            QFile::remove(QDir(m_files).filePath(name));
+            QFile::copy(QDir(m_pristine).filePath(name), QDir(m_files).filePath(name));
+        }
+        QDir(m_runner.undoFolder()).removeRecursively();
+    }
+    QString path(int i) const { return QDir(m_files).filePath(m_names[i]); }
+    QString pristinePath(int i) const { return QDir(m_pristine).filePath(m_names[i]); }
+    const QString& folder() const { return m_files; }
+    QStringList arguments(const QStringList& command) const {
+        QStringList all = command;
+        for (int i = 0; i < kFiles; ++i) all.append(path(i));
+        return all;
+    }
+
+private:
+    const CommandLineRunner& m_runner;
+    QString m_pristine, m_files;
+    QStringList m_names;
+};
+
 } // namespace
 
 TEST(KillDuringRun, EveryFileIsOldOrNewAndUndoBringsTheOldOnesBack) {
     CommandLineRunner runner;
-    const QString pristine = QDir(runner.work()).filePath("pristine");
-    const QString files = QDir(runner.work()).filePath("files");
-    QDir().mkpath(pristine);
-    QDir().mkpath(files);
-    QStringList names;
-    for (int i = 0; i < kFiles; ++i) {
-        TestAudio::Sound sound;
-        sound.frames = 44100;
-        sound.seed = uint32_t(i + 1);
-        sound.signal = TestAudio::Signal::Noise;
-        sound.amplitude = 0.3;
-        names.append(QStringLiteral("take%1.wav").arg(i, 2, 10, QLatin1Char('0')));
-        ASSERT_TRUE(TestAudio::write(QDir(pristine).filePath(names.last()), sound));
-    }
-    const auto reset = [&] {
-        for (const QString& name : names) {
-            QFile::remove(QDir(files).filePath(name));
-            QFile::copy(QDir(pristine).filePath(name), QDir(files).filePath(name));
-        }
-        QDir(runner.undoFolder()).removeRecursively();
-    };
-    QStringList arguments = {"change-gain", "--level", "-6"};
-    for (const QString& name : names) arguments.append(QDir(files).filePath(name));
+    const ManyFiles files(runner);
+    const auto reset = [&] { files.reset(); };
+    const QStringList arguments = files.arguments({"change-gain", "--level", "-6"});
 
     // The new version of every file, and how long a whole run takes.
     reset();
@@ -66,9 +88,9 @@ TEST(KillDuringRun, EveryFileIsOldOrNewAndUndoBringsTheOldOnesBack) {
     ASSERT_EQ(runner.run(arguments).exitCode, 0);
     const qint64 runMs = std::max<qint64>(timer.elapsed(), 50);
     QList<QByteArray> oldBytes, newBytes;
-    for (const QString& name : names) {
-        oldBytes.append(readBytes(QDir(pristine).filePath(name)));
-        newBytes.append(readBytes(QDir(files).filePath(name)));
+    for (int i = 0; i < kFiles; ++i) {
+        oldBytes.append(readBytes(files.pristinePath(i)));
+        newBytes.append(readBytes(files.path(i)));
     }
 
     std::mt19937 random(20261122);
@@ -86,22 +108,63 @@ TEST(KillDuringRun, EveryFileIsOldOrNewAndUndoBringsTheOldOnesBack) {
 
         int changed = 0;
         for (int i = 0; i < kFiles; ++i) {
-            const QByteArray bytes = readBytes(QDir(files).filePath(names[i]));
+            const QByteArray bytes = readBytes(files.path(i));
             const bool isOld = bytes == oldBytes[i], isNew = bytes == newBytes[i];
-            ASSERT_TRUE(isOld || isNew) << "round " << round << ": " << names[i].toStdString() << " is neither whole version";
+            ASSERT_TRUE(isOld || isNew) << "round " << round << ": " << files.path(i).toStdString() << " is neither whole version";
             changed += isNew ? 1 : 0;
         }
         (changed == 0 ? roundsWithNone : changed == kFiles ? roundsWithAll : roundsWithSome) += 1;
-        temporaryLeft += countTemporaryFiles(files);
+        temporaryLeft += countTemporaryFiles(files.folder());
 
         const auto undone = runner.run({"undo"});
         if (changed > 0) {
             ASSERT_EQ(undone.exitCode, 0) << "round " << round << ": " << undone.err.toStdString();
         }
         for (int i = 0; i < kFiles; ++i)
-            ASSERT_EQ(readBytes(QDir(files).filePath(names[i])), oldBytes[i]) << "round " << round << ": " << names[i].toStdString();
+            ASSERT_EQ(readBytes(files.path(i)), oldBytes[i]) << "round " << round << ": " << files.path(i).toStdString();
     }
     std::printf("[ figures  ] %d kills over runs of %lld ms: %d before any file, %d part-way, %d after all; "
                 "%d temporary files left behind\n",
                 rounds(), static_cast<long long>(runMs), roundsWithNone, roundsWithSome, roundsWithAll, temporaryLeft);
+}
+
+// Ctrl-C during a run stops after the current file (the files done stay done and can be undone); a
+// cancel puts back the files the action replaced.
+TEST(KillDuringRun, CtrlCStopsAndATerminationCancels) {
+    CommandLineRunner runner;
+    const ManyFiles files(runner);
+    const QStringList arguments = files.arguments({"change-gain", "--level", "-6"});
+    const auto changedFiles = [&] {
+        int changed = 0;
+        for (int i = 0; i < kFiles; ++i) changed += readBytes(files.path(i)) != readBytes(files.pristinePath(i));
+        return changed;
+    };
+    const auto interrupt = [&](int signal) {
+        files.reset();
+        QProcess process;
+        process.setProcessEnvironment(runner.environment());
+        process.start(CommandLineRunner::program(), arguments);
+        EXPECT_TRUE(process.waitForStarted());
+        // Once the first file is done, so that the run is surely under way.
+        for (int waited = 0; changedFiles() == 0 && waited < 30000; waited += 5) process.waitForFinished(5);
+        ::kill(pid_t(process.processId()), signal);
+        process.waitForFinished(60000);
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), 8);
+        return QString::fromLocal8Bit(process.readAllStandardError());
+    };
+
+    QString err = interrupt(SIGINT);
+    EXPECT_TRUE(err.contains("the action was stopped.")) << err.toStdString();
+    const int stoppedAfter = changedFiles();
+    EXPECT_GT(stoppedAfter, 0);
+    EXPECT_LT(stoppedAfter, kFiles);
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    EXPECT_EQ(changedFiles(), 0);
+
+    // A second Ctrl-C cancels; so does a termination, which the test can send without racing the stop.
+    err = interrupt(SIGTERM);
+    EXPECT_TRUE(err.contains("the action was cancelled.")) << err.toStdString();
+    EXPECT_EQ(changedFiles(), 0);
+    EXPECT_EQ(runner.run({"undo"}).exitCode, 8); // a cancelled run leaves nothing to undo
 }

@@ -405,3 +405,26 @@ TEST_F(AudioFileTest, UnknownChunksFollowRewritesButNotConversions) {
     EXPECT_TRUE(open(path("converted.aif"))->annotations().unknownChunks.isEmpty());
     EXPECT_EQ(sox(path("converted.aif")).samples, sox(path("chunky.wav")).samples);
 }
+
+// A killed writer leaves its hidden temporary file behind; the next run in that folder removes it, but
+// never the file of a writer that is still at work, however old.
+TEST(AudioFileWriter, AbandonedTemporaryFilesAreRemovedAndLiveOnesKept) {
+    QTemporaryDir dir;
+    const QString abandoned = dir.filePath(".take.0badf00d.cwtmp");
+    QFile file(abandoned);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.close();
+    LXAudioFileWriter live(dir.path());
+    ASSERT_TRUE(live.beginWrite());
+    const QString working = live.temporaryPath(0);
+    const QDateTime longAgo = QDateTime::currentDateTimeUtc().addSecs(-3600);
+    for (const QString& path : {abandoned, working}) {
+        QFile old(path);
+        ASSERT_TRUE(old.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(old.setFileTime(longAgo, QFileDevice::FileModificationTime));
+    }
+
+    LXAudioFileWriter::removeAbandonedTemporaryFiles(dir.path());
+    EXPECT_FALSE(QFile::exists(abandoned));
+    EXPECT_TRUE(QFile::exists(working));
+}

@@ -1,0 +1,104 @@
+// clipwright run: a workflow file (or a workflow of the library, by title) over files; clipwright
+// workflows: the library's workflows.
+
+#include "TWCommandLine.h"
+#include "TWRunner.h"
+
+#include "TWWorkflowFile.h"
+#include "TWWorkflowLibrary.h"
+#include "TWWorkspace.h"
+
+#include "LXFile.h"
+
+namespace TWCommandLine {
+
+namespace {
+
+// A path to a workflow file, or the title of a workflow in the library (user workflows first).
+std::optional<QVariantList> findWorkflow(const QString& argument, Context& context) {
+    if (LXFile::existsAtPath(LXFile::conformPath(argument))) {
+        TWWorkflow workflow = TWWorkflowFile::read(LXFile::conformPath(argument));
+        if (!workflow.message.isEmpty()) {
+            fail(context, workflow.message);
+            return std::nullopt;
+        }
+        for (const QString& skipped : workflow.skippedClasses)
+            context.err << "clipwright: skipping an action this version does not know ("
+                        << (skipped.isEmpty() ? QStringLiteral("no class") : skipped) << ")" << Qt::endl;
+        return workflow.state();
+    }
+    const TWWorkflowLibrary library;
+    for (TWWorkflowLibrary::Group group : {TWWorkflowLibrary::User, TWWorkflowLibrary::Factory})
+        for (const TWWorkflowLibrary::Item& item : library.group(group).items)
+            if (item.title == argument) return item.workflow;
+    fail(context, QStringLiteral("'%1' is neither a workflow file nor a workflow in the library "
+                                 "(see 'clipwright workflows')")
+                      .arg(argument));
+    return std::nullopt;
+}
+
+int runWorkflow(const QStringList& arguments, Context& context) {
+    if (arguments.size() < 2)
+        return usageError(context, QStringLiteral("run"), "needs a workflow and at least one file");
+    const std::optional<QVariantList> states = findWorkflow(arguments.first(), context);
+    if (!states) return kCommandFailed;
+    const QVariantList instructions = TWWorkflowFile::instructionsFromStates(*states);
+    if (instructions.isEmpty()) return fail(context, "the workflow has no action this version can run");
+
+    bool allAdmitted = true;
+    TWRunner::addFiles(arguments.mid(1), context.err, &allAdmitted);
+    if (!allAdmitted) return fail(context, "nothing was processed");
+    // The files are the selection (source 1) and all the entries (source 0).
+    TWWorkspace& workspace = TWWorkspace::workspace();
+    workspace.setSelectedEntries(workspace.entries());
+
+    const TWRunner::Outcome outcome = TWRunner::run(instructions);
+    for (const QString& path : outcome.results) context.out << path << '\n';
+    context.out.flush();
+    if (outcome.error) return fail(context, *outcome.error);
+    return kSuccess;
+}
+
+int listWorkflows(const QStringList& arguments, Context& context) {
+    if (!arguments.isEmpty()) return usageError(context, QStringLiteral("workflows"), "takes no arguments");
+    const TWWorkflowLibrary library;
+    for (const TWWorkflowLibrary::Item& group : library.groups()) {
+        context.out << group.title << (group.items.isEmpty() ? QStringLiteral(" (none)") : QString()) << '\n';
+        for (const TWWorkflowLibrary::Item& item : group.items) {
+            QStringList names;
+            for (const QVariant& state : item.workflow)
+                names.append(state.toMap().value(QStringLiteral("class")).toString().remove(QStringLiteral("TWAction")));
+            context.out << "  " << item.title.leftJustified(32) << ' ' << names.join(QStringLiteral(", "));
+            if (!item.problem.isEmpty()) context.out << "  (" << item.problem << ')';
+            context.out << '\n';
+        }
+    }
+    context.out << "\nUser workflows live in " << library.userDirectory() << '\n';
+    return kSuccess;
+}
+
+} // namespace
+
+Command runCommand() {
+    return {QStringLiteral("run"), QStringLiteral("run a workflow over files"),
+            QStringLiteral("Usage: clipwright run WORKFLOW FILE...\n\n"
+                           "Runs a workflow over the files (and the audio files in folders): WORKFLOW is a\n"
+                           "workflow file (.twwf) or the title of a workflow in the library (see\n"
+                           "'clipwright workflows'). The files are both the selection and the whole list, so\n"
+                           "actions whose source is the selection or all files process them; each action's\n"
+                           "results go to the next. Prints the paths the actions produced, one a line.\n\n"
+                           "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
+                           "files the running action replaced. In-place changes can be undone with\n"
+                           "'clipwright undo' (one step per action). Exit status: 0 done, 8 failed, 2 usage.\n"),
+            runWorkflow};
+}
+
+Command workflowsCommand() {
+    return {QStringLiteral("workflows"), QStringLiteral("list the factory and user workflows"),
+            QStringLiteral("Usage: clipwright workflows\n\n"
+                           "Lists the workflows of the library, factory and user, with their actions.\n"
+                           "A user workflow is any .twwf file in the folder named at the end.\n"),
+            listWorkflows};
+}
+
+} // namespace TWCommandLine
