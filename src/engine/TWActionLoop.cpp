@@ -2,6 +2,7 @@
 // workspace.
 
 #include "TWAction.h"
+#include "TWHandOver.h"
 #include "TWSaveInfo.h"
 #include "TWUndoJournal.h"
 #include "TWWriterSaving.h"
@@ -28,7 +29,7 @@ void onMainThread(std::function<void()> work) {
     if (TWAction::isInMainThread())
         work();
     else
-        QMetaObject::invokeMethod(&TWWorkspace::workspace(), std::move(work), Qt::QueuedConnection);
+        TWHandOver(&TWWorkspace::workspace(), std::move(work));
 }
 
 QString directoryOf(const QString& path) {
@@ -169,6 +170,7 @@ std::optional<TWActionError> TWAction::processEntries(const QList<TWFileEntryPtr
         }
         if (m_journalStep) journal.discardStep(*m_journalStep);
     } else {
+        if (m_journalStep) journal.closeStep(*m_journalStep);
         notifyDidProcessWithAction(undoList, results, QStringLiteral("undoProcess:"));
     }
     postProcess();

@@ -82,12 +82,6 @@ QList<TWUndoJournal::Step>::iterator TWUndoJournal::find(QList<Step>& steps, qin
 qint64 TWUndoJournal::beginStep(const QString& actionName) {
     QMutexLocker lock(&m_mutex);
     const QList<Step> steps = load();
-    for (const Step& step : steps) {
-        if (!step.undone) continue;
-        // The undo copies of an undone step are the newer versions: nothing can bring them back now.
-        for (TWSaveInfo record : step.records) record.removeUndoPaths();
-        append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
-    }
     qint64 id = QDateTime::currentMSecsSinceEpoch();
     for (const Step& step : steps) id = std::max(id, step.id + 1);
     append({{kOp, QStringLiteral("begin")}, {kStep, id}, {QStringLiteral("name"), actionName}});
@@ -97,6 +91,16 @@ qint64 TWUndoJournal::beginStep(const QString& actionName) {
 void TWUndoJournal::recordSave(qint64 step, const TWSaveInfo& info) {
     QMutexLocker lock(&m_mutex);
     append({{kOp, QStringLiteral("save")}, {kStep, step}, {kRecord, info.toPropertyList()}});
+}
+
+void TWUndoJournal::closeStep(qint64 id) {
+    QMutexLocker lock(&m_mutex);
+    for (const Step& step : load()) {
+        if (!step.undone || step.id == id) continue;
+        // The undo copies of an undone step are the newer versions: nothing can bring them back now.
+        for (TWSaveInfo record : step.records) record.removeUndoPaths();
+        append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
+    }
 }
 
 void TWUndoJournal::discardStep(qint64 step) {
@@ -123,9 +127,16 @@ std::optional<TWUndoJournal::Step> TWUndoJournal::lastDoneStep() const {
 }
 
 std::optional<TWUndoJournal::Step> TWUndoJournal::firstUndoneStep() const {
-    for (const Step& step : steps())
-        if (step.undone) return step;
-    return std::nullopt;
+    // A run killed before it closed its step left the earlier undone steps in place; they are not to be
+    // redone over its files.
+    std::optional<Step> first;
+    for (const Step& step : steps()) {
+        if (step.undone && !first)
+            first = step;
+        else if (!step.undone && !step.records.isEmpty())
+            first.reset();
+    }
+    return first;
 }
 
 LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWSaveInfo&)>& repoint) {

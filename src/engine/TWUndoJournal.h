@@ -31,16 +31,18 @@ public:
     static TWUndoJournal& shared(); // "Journal" in the undo folder
     QString path() const { return m_path; }
 
-    // Opens a step. The steps undone before it can no longer be redone: their copies are deleted.
     qint64 beginStep(const QString& actionName);
     void recordSave(qint64 step, const TWSaveInfo& info);
+    // Ends a step whose saves stay (a run that ended, stopped or failed): the steps undone before it can
+    // no longer be redone, so their copies are deleted. Not before: a cancelled run leaves them as they were.
+    void closeStep(qint64 step);
     // Forgets a step whose saves were put back (a cancelled run).
     void discardStep(qint64 step);
 
     QList<Step> steps() const;
     std::optional<Step> step(qint64 id) const;
     std::optional<Step> lastDoneStep() const;     // what undo would undo
-    std::optional<Step> firstUndoneStep() const;  // what redo would redo
+    std::optional<Step> firstUndoneStep() const;  // what redo would redo: none once a later step is done
 
     // Switches every file of the step (undo and redo alike) and records the new state. repoint is called
     // for each record switched, to show the entries the new paths.

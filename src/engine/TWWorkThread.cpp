@@ -2,6 +2,7 @@
 
 #include "TWAction.h"
 #include "TWActionRegistry.h"
+#include "TWHandOver.h"
 
 #include "TWFileEntry.h"
 #include "TWPreferences.h"
@@ -10,7 +11,7 @@
 namespace {
 
 void toMainThread(std::function<void()> work) {
-    QMetaObject::invokeMethod(&TWWorkspace::workspace(), std::move(work), Qt::QueuedConnection);
+    TWHandOver(&TWWorkspace::workspace(), std::move(work));
 }
 
 } // namespace

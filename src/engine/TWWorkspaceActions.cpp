@@ -2,6 +2,7 @@
 
 #include "TWWorkspace.h"
 
+#include "TWHandOver.h"
 #include "TWUndoJournal.h"
 #include "TWWorkThread.h"
 
@@ -92,8 +93,7 @@ void TWWorkspace::performInstructions(const QVariantList& instructions, bool inW
     }
     startWorkThread();
     TWWorkThread* worker = m_worker;
-    QMetaObject::invokeMethod(
-        worker, [worker, request] { worker->performInstructions(request); }, Qt::QueuedConnection);
+    TWHandOver(worker, [worker, request] { worker->performInstructions(request); });
 }
 
 void TWWorkspace::analyzeEntries() {
@@ -104,7 +104,7 @@ void TWWorkspace::analyzeEntries() {
     if (entries.isEmpty()) return;
     setWorking(true); // a run asked for meanwhile waits for this pass anyway
     TWWorkThread* worker = m_worker;
-    QMetaObject::invokeMethod(worker, [worker, entries] { worker->analyzeEntries(entries); }, Qt::QueuedConnection);
+    TWHandOver(worker, [worker, entries] { worker->analyzeEntries(entries); });
 }
 
 void TWWorkspace::analyzeSelectedEntries() {
@@ -114,7 +114,7 @@ void TWWorkspace::analyzeSelectedEntries() {
         if (TWStatus::state(entry->status()) == int(TWStatus::Ready)) entries.append(entry);
     if (entries.isEmpty()) return;
     TWWorkThread* worker = m_worker;
-    QMetaObject::invokeMethod(worker, [worker, entries] { worker->analyzeEntries(entries); }, Qt::QueuedConnection);
+    TWHandOver(worker, [worker, entries] { worker->analyzeEntries(entries); });
 }
 
 // Reports from the work thread -------------------------------------------------------------------------------

@@ -356,7 +356,8 @@ LXStatus setCreatorCodeAtPath(const QString& path, uint32_t creator) {
 QDateTime modificationDateOfFileAtPath(const QString& path) {
     struct stat st;
     if (!lstatPath(path, &st)) return {};
-    return QDateTime::fromMSecsSinceEpoch(qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000);
+    // In UTC: a local time would consult the time zone (tzset) on whichever thread asks, racing the others.
+    return QDateTime::fromMSecsSinceEpoch(qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000, Qt::UTC);
 }
 
 int64_t sizeOfFileAtPath(const QString& path) {
