@@ -16,7 +16,8 @@ int main(int argc, char** argv) {
 
     TWPreferences& preferences = TWPreferences::shared();
     preferences.registerDefaults(TWPreferences::standardDefaults());
-    LXAudioFileWriter::setRetainUnrecognizedDataDefault(preferences.boolValue(QStringLiteral("Retain Unrecognized Data")));
+    LXAudioFileWriter::setRetainUnrecognizedDataDefault(
+        preferences.boolValue(QStringLiteral("Retain Unrecognized Data")));
     LXFile::setSynchronousWrites(preferences.boolValue(QStringLiteral("Synchronous Writes")));
     (void)TWSupportFolders::createStandardFolders();
 

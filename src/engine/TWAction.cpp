@@ -22,7 +22,8 @@ TWAction::~TWAction() = default;
 
 QStringList TWAction::allInstructionKeys() const {
     QStringList names;
-    for (const TWInstructionKey& key : instructionKeys()) names.append(key.name);
+    for (const TWInstructionKey& key : instructionKeys())
+        names.append(key.name);
     return names;
 }
 
@@ -49,7 +50,8 @@ QVariantMap TWAction::instructions() const {
         QVariantMap destination;
         destination.insert(kToNewFile, m_destinationTag != TWDestinationTag::InPlace);
         destination.insert(kAddToList, true);
-        if (m_destinationTag == TWDestinationTag::ChosenDirectory) destination.insert(kDirectory, m_directory);
+        if (m_destinationTag == TWDestinationTag::ChosenDirectory)
+            destination.insert(kDirectory, m_directory);
         instructions.insert(kDestination, destination);
     }
     for (const QString& key : allInstructionKeys()) {
@@ -84,10 +86,12 @@ QVariantMap TWAction::state() const {
 
 void TWAction::setState(const QVariantMap& state) {
     if (state.contains(kActive)) setActive(state.value(kActive).toBool());
-    if (state.contains(QStringLiteral("disclosed"))) m_disclosed = state.value(QStringLiteral("disclosed")).toBool();
+    if (state.contains(QStringLiteral("disclosed")))
+        m_disclosed = state.value(QStringLiteral("disclosed")).toBool();
     if (state.contains(QStringLiteral("optionsDisclosed")))
         m_optionsDisclosed = state.value(QStringLiteral("optionsDisclosed")).toBool();
-    if (state.contains(QStringLiteral("preview"))) setPreview(state.value(QStringLiteral("preview")).toBool());
+    if (state.contains(QStringLiteral("preview")))
+        setPreview(state.value(QStringLiteral("preview")).toBool());
     if (state.contains(QStringLiteral("instructions")))
         setInstructions(state.value(QStringLiteral("instructions")).toMap());
 }

@@ -42,7 +42,7 @@ public:
     TWAction& operator=(const TWAction&) = delete;
 
     // Identity and flags ---------------------------------------------------------------------------------
-    virtual QString className() const = 0; // "TWActionChangeGain"
+    virtual QString className() const = 0;      // "TWActionChangeGain"
     virtual QString name() const { return {}; } // title, also the undo step's name
     virtual QString verb() const { return {}; } // progress title while running: "Normalizing..."
     virtual QList<TWInstructionKey> instructionKeys() const { return {}; }
@@ -78,7 +78,8 @@ public:
     // Applies "source" and "destination", then the action's own keys; unknown keys are ignored and a
     // missing key leaves the setting as it was.
     virtual void setInstructions(const QVariantMap& instructions);
-    QVariantMap state() const; // "class", "active", "disclosed", "optionsDisclosed", "preview", "instructions"
+    // "class", "active", "disclosed", "optionsDisclosed", "preview", "instructions".
+    QVariantMap state() const;
     void setState(const QVariantMap& state);
     // True when the action needs no destination or the instructions hold one, and every required key
     // is present (whatever its value).
@@ -95,7 +96,8 @@ public:
 
 protected:
     // Hooks, called on the work thread in this order. Each answers a result code: LXContinue to go on.
-    virtual int32_t preProcessWithEntries(const QList<TWFileEntryPtr>& entries, const QVariantMap& instructions);
+    virtual int32_t preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
+                                          const QVariantMap& instructions);
     // How many outputs the file gives (0: none).
     virtual int numberOfNewEntriesForAudioFile(LXAudioFile& file, TWFileEntry& entry,
                                                const QVariantMap& instructions);
@@ -124,7 +126,8 @@ protected:
     const QVariantMap& values() const { return m_values; }
 
 private:
-    TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source, const QVariantMap& destination);
+    TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source,
+                                const QVariantMap& destination);
 
     bool m_active = true;
     bool m_disclosed = true;

@@ -18,13 +18,20 @@ QString TWActionError::failureReason() const {
 
 QString TWActionError::failureReasonForError(int32_t code) {
     switch (code) {
-    case LXCancelled: return QStringLiteral("the action was cancelled.");
-    case LXStopped: return QStringLiteral("the action was stopped.");
-    case LXReadOnlyDestination: return QStringLiteral("the destination directory is read-only.");
-    case LXMissingInstructions: return QStringLiteral("required instructions are missing.");
-    case LXMissingDestination: return QStringLiteral("the destination directory does not exist.");
-    case LXInvalidParameter: return QStringLiteral("a parameter given to the action was invalid.");
-    default: return QStringLiteral("an undefined error occurred: %1").arg(code);
+    case LXCancelled:
+        return QStringLiteral("the action was cancelled.");
+    case LXStopped:
+        return QStringLiteral("the action was stopped.");
+    case LXReadOnlyDestination:
+        return QStringLiteral("the destination directory is read-only.");
+    case LXMissingInstructions:
+        return QStringLiteral("required instructions are missing.");
+    case LXMissingDestination:
+        return QStringLiteral("the destination directory does not exist.");
+    case LXInvalidParameter:
+        return QStringLiteral("a parameter given to the action was invalid.");
+    default:
+        return QStringLiteral("an undefined error occurred: %1").arg(code);
     }
 }
 

@@ -17,8 +17,10 @@ std::optional<TWActionError> TWActionExport::processEntries(const QList<TWFileEn
                                                             QList<TWFileEntryPtr>& results) {
     if (!requiredInstructionKeysExist(instructions))
         return TWActionError::errorWithCode(LXMissingInstructions, TWActionPhase::ConfirmingInstructions);
-    const QString directory =
-        instructions.value(QStringLiteral("destination")).toMap().value(QStringLiteral("directory")).toString();
+    const QString directory = instructions.value(QStringLiteral("destination"))
+                                  .toMap()
+                                  .value(QStringLiteral("directory"))
+                                  .toString();
     const QString temporaryFolder = TWSupportFolders::tempDirectory();
     (void)LXFile::createDirectoryAtPath(temporaryFolder);
     QStringList written;
@@ -61,7 +63,8 @@ std::optional<TWActionError> TWActionExport::processEntries(const QList<TWFileEn
         notifyDidProcessEntry(entry);
     }
     if (code == LXCancelled)
-        for (const QString& path : written) (void)LXFile::deleteFileAtPath(path);
+        for (const QString& path : written)
+            (void)LXFile::deleteFileAtPath(path);
     notifyDidProcessWithAction({}, results, {});
     postProcess();
     if (code == LXContinue) return std::nullopt;

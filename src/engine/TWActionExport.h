@@ -7,7 +7,8 @@
 // replace nothing, so there is nothing to undo.
 class TWActionExport : public TWAction {
 public:
-    std::optional<TWActionError> processEntries(const QList<TWFileEntryPtr>& entries, const QVariantMap& instructions,
+    std::optional<TWActionError> processEntries(const QList<TWFileEntryPtr>& entries,
+                                                const QVariantMap& instructions,
                                                 QList<TWFileEntryPtr>& results) override;
 
 protected:

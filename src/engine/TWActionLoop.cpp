@@ -37,7 +37,8 @@ QString directoryOf(const QString& path) {
 }
 
 TWActionError failure(int32_t code, const QString& phase, const std::optional<LXError>& cause = {}) {
-    return cause ? TWActionError::errorWithCode(code, phase, *cause) : TWActionError::errorWithCode(code, phase);
+    return cause ? TWActionError::errorWithCode(code, phase, *cause)
+                 : TWActionError::errorWithCode(code, phase);
 }
 
 } // namespace
@@ -74,9 +75,11 @@ std::optional<TWActionError> TWAction::processEntries(const QList<TWFileEntryPtr
 
     // What a killed run left behind in the folders this run writes to goes now.
     QSet<QString> folders;
-    for (const TWFileEntryPtr& entry : entries) folders.insert(directoryOf(entry->path()));
+    for (const TWFileEntryPtr& entry : entries)
+        folders.insert(directoryOf(entry->path()));
     if (!directory.isEmpty()) folders.insert(directory);
-    for (const QString& folder : folders) LXAudioFileWriter::removeAbandonedTemporaryFiles(folder);
+    for (const QString& folder : folders)
+        LXAudioFileWriter::removeAbandonedTemporaryFiles(folder);
 
     const bool keepUndo = TWPreferences::shared().boolValue(QStringLiteral("Undo Enabled"));
     TWUndoJournal& journal = TWUndoJournal::shared();
@@ -250,10 +253,11 @@ void TWAction::notifyDidProcessEntry(const TWFileEntryPtr& entry) {
     onMainThread([entry] { TWWorkspace::workspace().didProcessEntry(entry); });
 }
 
-void TWAction::notifyDidProcessWithAction(const QList<TWSaveInfo>& undoList, const QList<TWFileEntryPtr>& results,
-                                          const QString& undoSelector) {
+void TWAction::notifyDidProcessWithAction(const QList<TWSaveInfo>& undoList,
+                                          const QList<TWFileEntryPtr>& results, const QString& undoSelector) {
     QStringList paths;
-    for (const TWFileEntryPtr& entry : results) entry->addFileEntryPathsToArray(paths);
+    for (const TWFileEntryPtr& entry : results)
+        entry->addFileEntryPathsToArray(paths);
     QVariantMap info{{QStringLiteral("actionName"), name()}, {QStringLiteral("results"), paths}};
     if (!undoList.isEmpty() && m_journalStep) {
         info.insert(QStringLiteral("undoStep"), *m_journalStep);

@@ -15,14 +15,22 @@ LXError badValue(const TWInstructionKey& key, const QString& text) {
 
 QString TWInstructionKey::typeName(TWValueType type) {
     switch (type) {
-    case TWValueType::Number: return QStringLiteral("number");
-    case TWValueType::Integer: return QStringLiteral("integer");
-    case TWValueType::Boolean: return QStringLiteral("boolean");
-    case TWValueType::FourCharCode: return QStringLiteral("four-character code");
-    case TWValueType::String: return QStringLiteral("text");
-    case TWValueType::Path: return QStringLiteral("path");
-    case TWValueType::List: return QStringLiteral("list");
-    case TWValueType::Dictionary: return QStringLiteral("dictionary");
+    case TWValueType::Number:
+        return QStringLiteral("number");
+    case TWValueType::Integer:
+        return QStringLiteral("integer");
+    case TWValueType::Boolean:
+        return QStringLiteral("boolean");
+    case TWValueType::FourCharCode:
+        return QStringLiteral("four-character code");
+    case TWValueType::String:
+        return QStringLiteral("text");
+    case TWValueType::Path:
+        return QStringLiteral("path");
+    case TWValueType::List:
+        return QStringLiteral("list");
+    case TWValueType::Dictionary:
+        return QStringLiteral("dictionary");
     }
     return {};
 }
@@ -52,21 +60,26 @@ LXResult<QVariant> TWInstructionKey::valueFromText(const QString& text) const {
         if (code.size() == 4 && code.toLatin1().size() == 4) {
             const QByteArray bytes = code.toLatin1();
             qint64 value = 0;
-            for (char byte : bytes) value = (value << 8) | uint8_t(byte);
+            for (char byte : bytes)
+                value = (value << 8) | uint8_t(byte);
             return QVariant(value);
         }
         const qint64 value = text.toLongLong(&ok);
         if (ok && value >= 0 && value <= 0xFFFFFFFFLL) return QVariant(value);
         break;
     }
-    case TWValueType::String: return QVariant(text);
-    case TWValueType::Path: return QVariant(LXFile::conformPath(text));
+    case TWValueType::String:
+        return QVariant(text);
+    case TWValueType::Path:
+        return QVariant(LXFile::conformPath(text));
     case TWValueType::List: {
         QVariantList list;
-        for (const QString& item : text.split(u',', Qt::SkipEmptyParts)) list.append(item.trimmed());
+        for (const QString& item : text.split(u',', Qt::SkipEmptyParts))
+            list.append(item.trimmed());
         return QVariant(list);
     }
-    case TWValueType::Dictionary: break;
+    case TWValueType::Dictionary:
+        break;
     }
     return badValue(*this, text);
 }

@@ -76,7 +76,8 @@ LXResult<QString> TWSaveInfo::movePathToUndo(const QString& path) {
     LX_TRY(LXFile::createDirectoryAtPath(folder));
     double time = microsecondsNow();
     QString target = folder + u'/' + undoName(path, time);
-    while (LXFile::existsAtPath(target)) target = folder + u'/' + undoName(path, time += 1.0);
+    while (LXFile::existsAtPath(target))
+        target = folder + u'/' + undoName(path, time += 1.0);
     LX_TRY(moveAndTell(path, target));
     return target;
 }
@@ -132,7 +133,8 @@ void TWSaveInfo::removeUndoPaths() {
 }
 
 void TWSaveInfo::removeFilesAtPaths(const QStringList& paths) {
-    for (const QString& path : paths) deleteAndForget(path);
+    for (const QString& path : paths)
+        deleteAndForget(path);
 }
 
 QString TWSaveInfo::description() const {

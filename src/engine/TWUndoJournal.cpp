@@ -29,9 +29,11 @@ TWUndoJournal& TWUndoJournal::shared() {
 
 void TWUndoJournal::append(const QVariantMap& line) {
     (void)LXFile::createDirectoryAtPath(QFileInfo(m_path).path());
-    const QByteArray bytes = QJsonDocument(QJsonObject::fromVariantMap(line)).toJson(QJsonDocument::Compact) + '\n';
+    const QByteArray bytes =
+        QJsonDocument(QJsonObject::fromVariantMap(line)).toJson(QJsonDocument::Compact) + '\n';
     // One write with O_APPEND: a crash leaves at worst a torn last line, which load() skips.
-    const int fd = ::open(QFile::encodeName(m_path).constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int fd =
+        ::open(QFile::encodeName(m_path).constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (fd < 0) return;
     ssize_t written = 0;
     while (written < bytes.size()) {
@@ -83,7 +85,8 @@ qint64 TWUndoJournal::beginStep(const QString& actionName) {
     QMutexLocker lock(&m_mutex);
     const QList<Step> steps = load();
     qint64 id = QDateTime::currentMSecsSinceEpoch();
-    for (const Step& step : steps) id = std::max(id, step.id + 1);
+    for (const Step& step : steps)
+        id = std::max(id, step.id + 1);
     append({{kOp, QStringLiteral("begin")}, {kStep, id}, {QStringLiteral("name"), actionName}});
     return id;
 }
@@ -98,7 +101,8 @@ void TWUndoJournal::closeStep(qint64 id) {
     for (const Step& step : load()) {
         if (!step.undone || step.id == id) continue;
         // The undo copies of an undone step are the newer versions: nothing can bring them back now.
-        for (TWSaveInfo record : step.records) record.removeUndoPaths();
+        for (TWSaveInfo record : step.records)
+            record.removeUndoPaths();
         append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
     }
 }
@@ -148,7 +152,8 @@ LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWS
     for (qsizetype i = 0; i < it->records.size(); ++i) {
         TWSaveInfo& record = it->records[i];
         LX_TRY(record.switchPaths());
-        append({{kOp, QStringLiteral("switch")}, {kStep, id}, {kIndex, i}, {kRecord, record.toPropertyList()}});
+        append(
+            {{kOp, QStringLiteral("switch")}, {kStep, id}, {kIndex, i}, {kRecord, record.toPropertyList()}});
         if (repoint) repoint(record);
     }
     append({{kOp, QStringLiteral("undone")}, {kStep, id}, {QStringLiteral("value"), !it->undone}});

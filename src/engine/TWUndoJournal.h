@@ -41,8 +41,8 @@ public:
 
     QList<Step> steps() const;
     std::optional<Step> step(qint64 id) const;
-    std::optional<Step> lastDoneStep() const;     // what undo would undo
-    std::optional<Step> firstUndoneStep() const;  // what redo would redo: none once a later step is done
+    std::optional<Step> lastDoneStep() const;    // what undo would undo
+    std::optional<Step> firstUndoneStep() const; // what redo would redo: none once a later step is done
 
     // Switches every file of the step (undo and redo alike) and records the new state. repoint is called
     // for each record switched, to show the entries the new paths.

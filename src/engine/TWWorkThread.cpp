@@ -23,11 +23,20 @@ std::optional<TWActionError> TWWorkThread::run(const TWRunRequest& request) {
         const QVariantMap instructions = request.instructions.at(i).toMap();
         QList<TWFileEntryPtr> input;
         switch (instructions.value(QStringLiteral("source"), 1).toInt()) {
-        case 0: input = request.fileEntries; break;
-        case 1: input = request.selection; break;
-        case 2: input = results; break; // empty for the first action
-        case 3: input = request.pathEntries.value(i); break;
-        default: break;
+        case 0:
+            input = request.fileEntries;
+            break;
+        case 1:
+            input = request.selection;
+            break;
+        case 2:
+            input = results;
+            break; // empty for the first action
+        case 3:
+            input = request.pathEntries.value(i);
+            break;
+        default:
+            break;
         }
         results.clear();
         std::unique_ptr<TWAction> action =

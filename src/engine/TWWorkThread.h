@@ -13,10 +13,10 @@
 // when the run was asked for, so that changing the selection during a run changes nothing.
 struct TWRunRequest {
     QVariantList instructions;
-    QList<TWFileEntryPtr> fileEntries; // source 0
-    QList<TWFileEntryPtr> selection;   // source 1
+    QList<TWFileEntryPtr> fileEntries;        // source 0
+    QList<TWFileEntryPtr> selection;          // source 1
     QList<QList<TWFileEntryPtr>> pathEntries; // source 3: for each instructions dictionary, its "paths"
-    bool respectActive = true; // false: every action runs, whatever its "active"
+    bool respectActive = true;                // false: every action runs, whatever its "active"
 };
 
 // Lives on the work thread and serves one request at a time: workflow runs and analysis passes. It talks

@@ -38,7 +38,8 @@ private:
 
 QList<TWFileEntryPtr> fileEntriesOf(const QList<TWEntryPtr>& entries) {
     QList<TWFileEntryPtr> files;
-    for (const TWEntryPtr& entry : entries) entry->addFileEntriesToArray(files);
+    for (const TWEntryPtr& entry : entries)
+        entry->addFileEntriesToArray(files);
     return files;
 }
 
@@ -79,8 +80,8 @@ void TWWorkspace::performInstructions(const QVariantList& instructions, bool inW
     request.fileEntries = fileEntries();
     request.selection = selectedFileEntries();
     for (const QVariant& item : instructions)
-        request.pathEntries.append(fileEntriesOf(
-            entriesFromPaths(item.toMap().value(QStringLiteral("paths")).toStringList())));
+        request.pathEntries.append(
+            fileEntriesOf(entriesFromPaths(item.toMap().value(QStringLiteral("paths")).toStringList())));
     if (!inWorkThread) {
         request.respectActive = false;
         setStopWorking(LXContinue);
@@ -97,7 +98,8 @@ void TWWorkspace::performInstructions(const QVariantList& instructions, bool inW
 }
 
 void TWWorkspace::analyzeEntries() {
-    if (m_headless || !TWPreferences::shared().boolValue(QStringLiteral("Auto Analyze")) || isWorking() || !m_worker)
+    if (m_headless || !TWPreferences::shared().boolValue(QStringLiteral("Auto Analyze")) || isWorking() ||
+        !m_worker)
         return;
     QList<TWFileEntryPtr> entries;
     m_rootGroup->collectEntriesToAnalyze(entries);
@@ -117,7 +119,8 @@ void TWWorkspace::analyzeSelectedEntries() {
     TWHandOver(worker, [worker, entries] { worker->analyzeEntries(entries); });
 }
 
-// Reports from the work thread -------------------------------------------------------------------------------
+// Reports from the work thread
+// -------------------------------------------------------------------------------
 
 // The stop code is reset by the thread that runs the work (TWWorkThread, or performInstructions here), not
 // by these reports, which arrive late and would wipe out a stop asked for in the meantime.
@@ -192,7 +195,8 @@ QStringList TWWorkspace::takeScriptResults() {
     return std::exchange(m_scriptResults, {});
 }
 
-// Undo ---------------------------------------------------------------------------------------------------------
+// Undo
+// ---------------------------------------------------------------------------------------------------------
 
 QUndoStack& TWWorkspace::undoStack() {
     if (!m_undoStack) m_undoStack = new QUndoStack(this);

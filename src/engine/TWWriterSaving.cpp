@@ -44,7 +44,8 @@ std::optional<QString> resolveConflict(const QString& path) {
 
 namespace TWExtension {
 
-LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting) {
+LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath,
+                                    bool forceCounting) {
     LXAudioFilename builder(proposedPath);
     configure(builder, writer);
     for (int file = 0; file < writer.numberOfFiles(); ++file) {
@@ -101,7 +102,8 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
     for (int file = 0; file < writer.numberOfFiles(); ++file) {
         if (auto saved = writer.saveFile(file, newPaths[file]); !saved) {
             // The first files may be in place already: put every old file back.
-            for (qsizetype i = 0; i < undoPaths.size(); ++i) (void)LXFile::movePath(undoPaths[i], oldPaths[i]);
+            for (qsizetype i = 0; i < undoPaths.size(); ++i)
+                (void)LXFile::movePath(undoPaths[i], oldPaths[i]);
             for (const QString& path : newPaths)
                 if (!oldPaths.contains(path)) (void)LXFile::deleteFileAtPath(path);
             return saved.error();

@@ -18,7 +18,8 @@ namespace TWExtension {
 // Saves under the proposed path, or the first free numbered name beside it ("a-1.wav", "a-2.wav" ...;
 // with forceCounting the first try is already numbered 1). Each file of a split set takes the first free
 // name of its own. The extension follows the writer's format. Returns the lead path.
-LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting);
+LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath,
+                                    bool forceCounting);
 
 // Called with the finished record just before the new files take their paths, so a journal can hold
 // what undoing the save needs before the save can have happened.

@@ -15,7 +15,8 @@ namespace TWCommandLine {
 
 namespace {
 
-const QString kFadeMessage = QStringLiteral("The '%1' command requires either 'for' or 'below' as a parameter.");
+const QString kFadeMessage =
+    QStringLiteral("The '%1' command requires either 'for' or 'below' as a parameter.");
 
 } // namespace
 
@@ -27,14 +28,17 @@ const QList<ActionCommand>& actionCommands() {
         };
         const auto two = [&](const char* name, const char* first, const char* firstClass, const char* second,
                              const char* secondClass, const QString& message) {
-            commands.append({QString::fromLatin1(name), QString::fromLatin1(firstClass), QString::fromLatin1(first),
-                             QString::fromLatin1(second), QString::fromLatin1(secondClass), message});
+            commands.append({QString::fromLatin1(name), QString::fromLatin1(firstClass),
+                             QString::fromLatin1(first), QString::fromLatin1(second),
+                             QString::fromLatin1(secondClass), message});
         };
         one("change-gain", "TWActionChangeGain");
         one("normalize", "TWActionNormalize");
         one("balance", "TWActionBalance");
-        two("fade-in", "for", "TWActionFadeInFor", "below", "TWActionFadeInBelow", kFadeMessage.arg("Fade In"));
-        two("fade-out", "for", "TWActionFadeOutFor", "below", "TWActionFadeOutBelow", kFadeMessage.arg("Fade Out"));
+        two("fade-in", "for", "TWActionFadeInFor", "below", "TWActionFadeInBelow",
+            kFadeMessage.arg("Fade In"));
+        two("fade-out", "for", "TWActionFadeOutFor", "below", "TWActionFadeOutBelow",
+            kFadeMessage.arg("Fade Out"));
         two("trim-beginning", "beginningTo", "TWActionTrimBeginningTo", "beginningBelow",
             "TWActionTrimBeginningBelow", kFadeMessage.arg("Trim Beginning Of"));
         two("trim-end", "endFor", "TWActionTrimEndFor", "endBelow", "TWActionTrimEndBelow",
@@ -68,7 +72,8 @@ const QList<ActionCommand>& actionCommands() {
         one("reverse", "TWActionReverse");
         one("compact", "TWActionCompact");
         two("rename", "textFile", "TWActionRenameFromTextFile", "expression", "TWActionRenameFromTokens",
-            QStringLiteral("The 'Rename' command requires either an expression or a text file as a parameter."));
+            QStringLiteral(
+                "The 'Rename' command requires either an expression or a text file as a parameter."));
         one("create-archive", "TWActionCreateArchive");
         one("send-ftp", "TWActionSendFTP");
         one("send-idisk", "TWActionSendiDisk");
@@ -88,7 +93,8 @@ QString describeActionKeys(const QString& className) {
     const QStringList required = action->requiredInstructionKeys();
     QString text;
     for (const TWInstructionKey& key : action->instructionKeys()) {
-        QString line = QStringLiteral("  --%1 %2").arg(key.name, TWInstructionKey::typeName(key.type).toUpper());
+        QString line =
+            QStringLiteral("  --%1 %2").arg(key.name, TWInstructionKey::typeName(key.type).toUpper());
         QString help = key.help;
         if (required.contains(key.name))
             help += QStringLiteral(" (required)");
@@ -109,7 +115,8 @@ bool isAvailable(const ActionCommand& command) {
 QString helpFor(const ActionCommand& command) {
     QString text = QStringLiteral("Usage: clipwright %1 [OPTIONS] FILE...\n\n").arg(command.name);
     if (!isAvailable(command))
-        return text + QStringLiteral("This command's action is not available in this version of Clipwright.\n");
+        return text +
+               QStringLiteral("This command's action is not available in this version of Clipwright.\n");
     const std::unique_ptr<TWAction> action = TWActionRegistry::make(command.className);
     text += QStringLiteral("%1 each file (or each audio file in a folder), in place unless told otherwise,\n"
                            "and prints the paths of the files produced, one a line. In-place changes can\n"
@@ -118,10 +125,11 @@ QString helpFor(const ActionCommand& command) {
     text += describeActionKeys(command.className);
     if (!command.secondClassName.isEmpty()) text += describeActionKeys(command.secondClassName);
     if (!action->onlyInPlace())
-        text += QStringLiteral("  --to-new-file                  write new files beside the sources instead of\n"
-                               "                                 replacing them (never overwrites: names are numbered)\n"
-                               "  --directory DIR                write the new files into DIR\n"
-                               "  --add-to-list                  add the new files to the file list\n");
+        text += QStringLiteral(
+            "  --to-new-file                  write new files beside the sources instead of\n"
+            "                                 replacing them (never overwrites: names are numbered)\n"
+            "  --directory DIR                write the new files into DIR\n"
+            "  --add-to-list                  add the new files to the file list\n");
     text += QStringLiteral("  --help                         show this text\n\n"
                            "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
                            "files this command replaced. Exit status: 0 done, 8 failed, 2 usage error.\n");
@@ -168,7 +176,8 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
         } else if (name == u"add-to-list") {
             addToList = true;
         } else if (name == u"directory") {
-            if (++i >= arguments.size()) return usageError(context, command.name, "--directory needs a folder");
+            if (++i >= arguments.size())
+                return usageError(context, command.name, "--directory needs a folder");
             directory = LXFile::conformPath(arguments.at(i));
             toNewFile = true;
         } else if (const std::optional<TWInstructionKey> key = keyNamed(name, keys)) {
@@ -198,7 +207,9 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
         else
             return fail(context, command.missingChoiceMessage);
         if (!TWActionRegistry::isRegistered(className))
-            return fail(context, QStringLiteral("'%1' with this option is not available in this version.").arg(command.name));
+            return fail(
+                context,
+                QStringLiteral("'%1' with this option is not available in this version.").arg(command.name));
     }
 
     bool allAdmitted = true;
@@ -206,7 +217,8 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
     if (!allAdmitted) return fail(context, "nothing was processed");
     if (paths.isEmpty()) return fail(context, "no audio files to process");
 
-    QVariantMap destination{{QStringLiteral("toNewFile"), toNewFile}, {QStringLiteral("addToList"), addToList}};
+    QVariantMap destination{{QStringLiteral("toNewFile"), toNewFile},
+                            {QStringLiteral("addToList"), addToList}};
     if (!directory.isEmpty()) destination.insert(QStringLiteral("directory"), directory);
     QVariantMap instructions = values;
     instructions.insert(QStringLiteral("class"), className);
@@ -215,7 +227,8 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
     instructions.insert(QStringLiteral("destination"), destination);
 
     const TWRunner::Outcome outcome = TWRunner::run({instructions});
-    for (const QString& path : outcome.results) context.out << path << '\n';
+    for (const QString& path : outcome.results)
+        context.out << path << '\n';
     context.out.flush();
     if (outcome.error) return fail(context, *outcome.error);
     return kSuccess;

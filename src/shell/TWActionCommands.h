@@ -6,8 +6,8 @@
 namespace TWCommandLine {
 
 struct ActionCommand {
-    QString name;       // "fade-in"
-    QString className;  // the action it runs; for a command that chooses, the first choice
+    QString name;      // "fade-in"
+    QString className; // the action it runs; for a command that chooses, the first choice
     // Commands that choose their action by which of two options is given, tested in this order.
     QString firstOption, secondOption, secondClassName;
     QString missingChoiceMessage;

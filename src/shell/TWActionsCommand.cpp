@@ -26,7 +26,8 @@ Command actionsCommand() {
                     const QString keys = describeActionKeys(command.className);
                     context.out << (keys.isEmpty() ? QStringLiteral("  no options of its own\n") : keys);
                     const QStringList required = action->requiredInstructionKeys();
-                    context.out << "  required: " << (required.isEmpty() ? QStringLiteral("none") : required.join(", "))
+                    context.out << "  required: "
+                                << (required.isEmpty() ? QStringLiteral("none") : required.join(", "))
                                 << "\n\n";
                 }
                 if (!unavailable.isEmpty())

@@ -8,8 +8,8 @@ namespace TWCommandLine {
 
 const QList<Command>& commands() {
     static const QList<Command> list = [] {
-        QList<Command> all = {infoCommand(), findCommand(),  runCommand(),  workflowsCommand(), actionsCommand(),
-                              undoCommand(), redoCommand(), flushUndoCommand()};
+        QList<Command> all = {infoCommand(),    findCommand(), runCommand(),  workflowsCommand(),
+                              actionsCommand(), undoCommand(), redoCommand(), flushUndoCommand()};
         all += actionCommandList();
         return all;
     }();
@@ -80,8 +80,7 @@ int run(const QStringList& arguments) {
         return kSuccess;
     }
     for (const Command& command : commands()) {
-        if (command.name != arguments.first())
-            continue;
+        if (command.name != arguments.first()) continue;
         const QStringList rest = arguments.mid(1);
         if (rest.contains(QStringLiteral("--help")) || rest.contains(QStringLiteral("-h"))) {
             out << command.help;

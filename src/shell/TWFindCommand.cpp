@@ -15,19 +15,18 @@ namespace {
 // Operators as the query stores them, and the words a user may type instead.
 const QList<QPair<QString, QString>> kOperatorWords = {
     {"contains", "LIKE[cd]"}, {"begins-with", "BEGINSWITH[cd]"}, {"ends-with", "ENDSWITH[cd]"}, {"is", "="}};
-const QStringList kOperators = {"LIKE[cd]", "BEGINSWITH[cd]", "ENDSWITH[cd]", "BEGINSWITH", "=", ">", "<", ">=", "<="};
+const QStringList kOperators = {
+    "LIKE[cd]", "BEGINSWITH[cd]", "ENDSWITH[cd]", "BEGINSWITH", "=", ">", "<", ">=", "<="};
 
 QString storedOperator(const QString& typed) {
     for (const auto& [word, stored] : kOperatorWords)
-        if (typed == word)
-            return stored;
+        if (typed == word) return stored;
     return kOperators.contains(typed) ? typed : QString();
 }
 
 int listKeys(Context& context) {
     auto keys = TWPropertyList::readFile(QStringLiteral(":/query_keys.xml"));
-    if (!keys)
-        return fail(context, keys.error().description());
+    if (!keys) return fail(context, keys.error().description());
     for (const QVariant& item : keys->toList()) {
         const QVariantMap key = item.toMap();
         context.out << key.value("key").toString().leftJustified(26) << key.value("name").toString() << " ("
@@ -45,7 +44,8 @@ int runFind(const QStringList& arguments, Context& context) {
         else if (argument == u"--keys")
             return listKeys(context);
         else if (argument.startsWith(u"--"))
-            return usageError(context, QStringLiteral("find"), QStringLiteral("unknown option %1").arg(argument));
+            return usageError(context, QStringLiteral("find"),
+                              QStringLiteral("unknown option %1").arg(argument));
         else
             words.append(argument);
     }
@@ -56,7 +56,8 @@ int runFind(const QStringList& arguments, Context& context) {
     if (!LXFile::existsAtPath(scope, &isDirectory) || !isDirectory)
         return fail(context, QStringLiteral("'%1' is not a folder").arg(scope));
     if (words.size() % 3 != 0)
-        return usageError(context, QStringLiteral("find"), QStringLiteral("each criterion is KEY OPERATOR VALUE"));
+        return usageError(context, QStringLiteral("find"),
+                          QStringLiteral("each criterion is KEY OPERATOR VALUE"));
 
     QVariantList predicate;
     for (qsizetype i = 0; i < words.size(); i += 3) {
@@ -77,8 +78,7 @@ int runFind(const QStringList& arguments, Context& context) {
     group->refreshSmartGroup();
     while (group->isGathering())
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 100);
-    if (!group->lastError().isEmpty())
-        return fail(context, group->lastError(), kUsageError);
+    if (!group->lastError().isEmpty()) return fail(context, group->lastError(), kUsageError);
     for (const TWEntryPtr& entry : group->entries())
         context.out << entry->path() << '\n';
     return kSuccess;

@@ -48,16 +48,26 @@ const Row kRows[] = {
 
 QString statusText(float status) {
     switch (TWStatus::state(status)) {
-    case -3: return QStringLiteral("unsupported format");
-    case -2: return QStringLiteral("damaged");
-    case -1: return QStringLiteral("not found");
-    case 1: return QStringLiteral("ready, not analysed");
-    case 2: return QStringLiteral("analysing");
-    case 3: return QStringLiteral("ready");
-    case 4: return QStringLiteral("being processed");
-    case 6: return QStringLiteral("waiting");
-    case 7: return QStringLiteral("playing");
-    default: return QStringLiteral("readable");
+    case -3:
+        return QStringLiteral("unsupported format");
+    case -2:
+        return QStringLiteral("damaged");
+    case -1:
+        return QStringLiteral("not found");
+    case 1:
+        return QStringLiteral("ready, not analysed");
+    case 2:
+        return QStringLiteral("analysing");
+    case 3:
+        return QStringLiteral("ready");
+    case 4:
+        return QStringLiteral("being processed");
+    case 6:
+        return QStringLiteral("waiting");
+    case 7:
+        return QStringLiteral("playing");
+    default:
+        return QStringLiteral("readable");
     }
 }
 
@@ -68,15 +78,12 @@ QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
     QList<QPair<QString, QString>> rows;
     for (const Row& row : kRows) {
         const QVariant value = info.value(QLatin1String(row.key));
-        if (!value.isValid())
-            continue;
+        if (!value.isValid()) continue;
         const QString text = (formatters.*row.formatter)().stringForObjectValue(value);
-        if (!text.isEmpty())
-            rows.append({QLatin1String(row.label), text});
+        if (!text.isEmpty()) rows.append({QLatin1String(row.label), text});
     }
     for (const QString& key : LXMetadata::textKeys())
-        if (info.contains(key))
-            rows.append({key, info.value(key).toString()});
+        if (info.contains(key)) rows.append({key, info.value(key).toString()});
     return rows;
 }
 
@@ -90,12 +97,12 @@ int runInfo(const QStringList& arguments, Context& context) {
         else if (argument == u"--no-analyze")
             analyze = false;
         else if (argument.startsWith(u"--"))
-            return usageError(context, QStringLiteral("info"), QStringLiteral("unknown option %1").arg(argument));
+            return usageError(context, QStringLiteral("info"),
+                              QStringLiteral("unknown option %1").arg(argument));
         else
             paths.append(argument);
     }
-    if (paths.isEmpty())
-        return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
+    if (paths.isEmpty()) return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
 
     int status = kSuccess;
     QJsonArray documents;
@@ -105,11 +112,9 @@ int runInfo(const QStringList& arguments, Context& context) {
             status = fail(context, QStringLiteral("'%1' is not an audio file").arg(path));
             continue;
         }
-        if (analyze && TWStatus::state(entry->status()) == 1)
-            entry->analyze();
+        if (analyze && TWStatus::state(entry->status()) == 1) entry->analyze();
         const int state = TWStatus::state(entry->status());
-        if (state < 0)
-            status = kCommandFailed;
+        if (state < 0) status = kCommandFailed;
         if (json) {
             QJsonObject document = QJsonObject::fromVariantMap(entry->info());
             document.insert(QStringLiteral("status"), statusText(entry->status()));
@@ -121,12 +126,12 @@ int runInfo(const QStringList& arguments, Context& context) {
             continue;
         }
         context.out << entry->path() << '\n';
-        context.out << "  " << QStringLiteral("Status").leftJustified(16) << statusText(entry->status()) << '\n';
+        context.out << "  " << QStringLiteral("Status").leftJustified(16) << statusText(entry->status())
+                    << '\n';
         for (const auto& [label, value] : formattedRows(*entry))
             context.out << "  " << label.leftJustified(16) << value << '\n';
     }
-    if (json)
-        context.out << QJsonDocument(documents).toJson(QJsonDocument::Indented);
+    if (json) context.out << QJsonDocument(documents).toJson(QJsonDocument::Indented);
     return status;
 }
 

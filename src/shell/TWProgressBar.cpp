@@ -19,12 +19,13 @@ bool TWProgressBar::isTerminal() {
 TWProgressBar::TWProgressBar(QObject* parent) : QObject(parent), m_enabled(isTerminal()) {
     if (!m_enabled) return;
     TWWorkspace& workspace = TWWorkspace::workspace();
-    connect(&workspace, &TWWorkspace::progressChanged, this, [this](const QString& title, qint64 value, qint64 max) {
-        m_title = title;
-        m_value = value;
-        m_maximum = max;
-        draw(true);
-    });
+    connect(&workspace, &TWWorkspace::progressChanged, this,
+            [this](const QString& title, qint64 value, qint64 max) {
+                m_title = title;
+                m_value = value;
+                m_maximum = max;
+                draw(true);
+            });
     connect(&workspace, &TWWorkspace::entryProcessing, this, [this](TWEntry* entry) {
         m_entry = entry;
         m_entryName = entry->name();

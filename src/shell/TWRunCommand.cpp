@@ -53,7 +53,8 @@ int runWorkflow(const QStringList& arguments, Context& context) {
     workspace.setSelectedEntries(workspace.entries());
 
     const TWRunner::Outcome outcome = TWRunner::run(instructions);
-    for (const QString& path : outcome.results) context.out << path << '\n';
+    for (const QString& path : outcome.results)
+        context.out << path << '\n';
     context.out.flush();
     if (outcome.error) return fail(context, *outcome.error);
     return kSuccess;
@@ -67,7 +68,10 @@ int listWorkflows(const QStringList& arguments, Context& context) {
         for (const TWWorkflowLibrary::Item& item : group.items) {
             QStringList names;
             for (const QVariant& state : item.workflow)
-                names.append(state.toMap().value(QStringLiteral("class")).toString().remove(QStringLiteral("TWAction")));
+                names.append(state.toMap()
+                                 .value(QStringLiteral("class"))
+                                 .toString()
+                                 .remove(QStringLiteral("TWAction")));
             context.out << "  " << item.title.leftJustified(32) << ' ' << names.join(QStringLiteral(", "));
             if (!item.problem.isEmpty()) context.out << "  (" << item.problem << ')';
             context.out << '\n';
@@ -80,17 +84,18 @@ int listWorkflows(const QStringList& arguments, Context& context) {
 } // namespace
 
 Command runCommand() {
-    return {QStringLiteral("run"), QStringLiteral("run a workflow over files"),
-            QStringLiteral("Usage: clipwright run WORKFLOW FILE...\n\n"
-                           "Runs a workflow over the files (and the audio files in folders): WORKFLOW is a\n"
-                           "workflow file (.twwf) or the title of a workflow in the library (see\n"
-                           "'clipwright workflows'). The files are both the selection and the whole list, so\n"
-                           "actions whose source is the selection or all files process them; each action's\n"
-                           "results go to the next. Prints the paths the actions produced, one a line.\n\n"
-                           "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
-                           "files the running action replaced. In-place changes can be undone with\n"
-                           "'clipwright undo' (one step per action). Exit status: 0 done, 8 failed, 2 usage.\n"),
-            runWorkflow};
+    return {
+        QStringLiteral("run"), QStringLiteral("run a workflow over files"),
+        QStringLiteral("Usage: clipwright run WORKFLOW FILE...\n\n"
+                       "Runs a workflow over the files (and the audio files in folders): WORKFLOW is a\n"
+                       "workflow file (.twwf) or the title of a workflow in the library (see\n"
+                       "'clipwright workflows'). The files are both the selection and the whole list, so\n"
+                       "actions whose source is the selection or all files process them; each action's\n"
+                       "results go to the next. Prints the paths the actions produced, one a line.\n\n"
+                       "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
+                       "files the running action replaced. In-place changes can be undone with\n"
+                       "'clipwright undo' (one step per action). Exit status: 0 done, 8 failed, 2 usage.\n"),
+        runWorkflow};
 }
 
 Command workflowsCommand() {

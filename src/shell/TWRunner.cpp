@@ -43,10 +43,12 @@ public:
         struct sigaction action = {};
         action.sa_handler = onInterrupt;
         sigemptyset(&action.sa_mask);
-        for (size_t i = 0; i < std::size(kSignals); ++i) ::sigaction(kSignals[i], &action, &m_previous[i]);
+        for (size_t i = 0; i < std::size(kSignals); ++i)
+            ::sigaction(kSignals[i], &action, &m_previous[i]);
     }
     ~InterruptGuard() {
-        for (size_t i = 0; i < std::size(kSignals); ++i) ::sigaction(kSignals[i], &m_previous[i], nullptr);
+        for (size_t i = 0; i < std::size(kSignals); ++i)
+            ::sigaction(kSignals[i], &m_previous[i], nullptr);
     }
 
 private:
@@ -75,7 +77,8 @@ QStringList addFiles(const QStringList& paths, QTextStream& err, bool* allAdmitt
             *allAdmitted = false;
             continue;
         }
-        for (const TWEntryPtr& entry : added) entry->addFileEntryPathsToArray(admitted);
+        for (const TWEntryPtr& entry : added)
+            entry->addFileEntryPathsToArray(admitted);
     }
     return admitted;
 }

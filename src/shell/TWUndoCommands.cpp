@@ -15,14 +15,17 @@ namespace {
 int switchStep(Context& context, bool undo) {
     TWUndoJournal& journal = TWUndoJournal::shared();
     const std::optional<TWUndoJournal::Step> step = undo ? journal.lastDoneStep() : journal.firstUndoneStep();
-    if (!step) return fail(context, undo ? QStringLiteral("there is nothing to undo") : QStringLiteral("there is nothing to redo"));
+    if (!step)
+        return fail(context, undo ? QStringLiteral("there is nothing to undo")
+                                  : QStringLiteral("there is nothing to redo"));
     QStringList paths;
     const LXStatus switched =
         journal.switchStep(step->id, [&paths](const TWSaveInfo& record) { paths += record.currentPaths(); });
     if (!switched) return fail(context, switched.error().description());
     context.err << (undo ? "Undid " : "Redid ") << '\'' << step->actionName << "' on " << step->records.size()
                 << (step->records.size() == 1 ? " file" : " files") << Qt::endl;
-    for (const QString& path : paths) context.out << path << '\n';
+    for (const QString& path : paths)
+        context.out << path << '\n';
     return kSuccess;
 }
 
@@ -36,7 +39,8 @@ Command undoCommand() {
                            "changes back. The replaced versions are kept in the undo folder (%1).\n")
                 .arg(TWUndoJournal::shared().path().section(u'/', 0, -2)),
             [](const QStringList& arguments, Context& context) {
-                if (!arguments.isEmpty()) return usageError(context, QStringLiteral("undo"), "takes no arguments");
+                if (!arguments.isEmpty())
+                    return usageError(context, QStringLiteral("undo"), "takes no arguments");
                 return switchStep(context, true);
             }};
 }
@@ -47,28 +51,31 @@ Command redoCommand() {
                            "Replaces the files again with the versions that 'clipwright undo' put aside,\n"
                            "and prints their paths.\n"),
             [](const QStringList& arguments, Context& context) {
-                if (!arguments.isEmpty()) return usageError(context, QStringLiteral("redo"), "takes no arguments");
+                if (!arguments.isEmpty())
+                    return usageError(context, QStringLiteral("redo"), "takes no arguments");
                 return switchStep(context, false);
             }};
 }
 
 Command flushUndoCommand() {
-    return {QStringLiteral("flush-undo"), QStringLiteral("delete the kept earlier versions of files"),
-            QStringLiteral("Usage: clipwright flush-undo [--yes]\n\n"
-                           "Empties the undo folder: the earlier versions of every file changed in place are\n"
-                           "deleted, and nothing done so far can be undone. Asks first on a terminal;\n"
-                           "elsewhere it needs --yes.\n"),
-            [](const QStringList& arguments, Context& context) {
-                if (arguments.size() > 1 || (arguments.size() == 1 && arguments.first() != u"--yes"))
-                    return usageError(context, QStringLiteral("flush-undo"), "takes only --yes");
-                const bool ask = arguments.isEmpty();
-                if (ask && ::isatty(STDIN_FILENO) != 1)
-                    return usageError(context, QStringLiteral("flush-undo"), "needs --yes when not run from a terminal");
-                const bool flushed = TWWorkspace::workspace().flushUndoWithInteraction(ask);
-                if (!flushed) return fail(context, "the undo folder was left as it was");
-                context.err << "The undo folder is empty." << Qt::endl;
-                return kSuccess;
-            }};
+    return {
+        QStringLiteral("flush-undo"), QStringLiteral("delete the kept earlier versions of files"),
+        QStringLiteral("Usage: clipwright flush-undo [--yes]\n\n"
+                       "Empties the undo folder: the earlier versions of every file changed in place are\n"
+                       "deleted, and nothing done so far can be undone. Asks first on a terminal;\n"
+                       "elsewhere it needs --yes.\n"),
+        [](const QStringList& arguments, Context& context) {
+            if (arguments.size() > 1 || (arguments.size() == 1 && arguments.first() != u"--yes"))
+                return usageError(context, QStringLiteral("flush-undo"), "takes only --yes");
+            const bool ask = arguments.isEmpty();
+            if (ask && ::isatty(STDIN_FILENO) != 1)
+                return usageError(context, QStringLiteral("flush-undo"),
+                                  "needs --yes when not run from a terminal");
+            const bool flushed = TWWorkspace::workspace().flushUndoWithInteraction(ask);
+            if (!flushed) return fail(context, "the undo folder was left as it was");
+            context.err << "The undo folder is empty." << Qt::endl;
+            return kSuccess;
+        }};
 }
 
 } // namespace TWCommandLine

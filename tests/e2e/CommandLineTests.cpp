@@ -40,14 +40,16 @@ TestAudio::Decoded decode(const QString& path) {
 double peak(const TestAudio::Decoded& decoded, int channel = -1) {
     double level = 0;
     for (int64_t i = 0; i < int64_t(decoded.samples.size()); ++i)
-        if (channel < 0 || i % decoded.channels == channel) level = std::max(level, std::fabs(decoded.samples[size_t(i)]));
+        if (channel < 0 || i % decoded.channels == channel)
+            level = std::max(level, std::fabs(decoded.samples[size_t(i)]));
     return level;
 }
 
 double largestDifference(const TestAudio::Decoded& a, const TestAudio::Decoded& b) {
     if (a.samples.size() != b.samples.size()) return INFINITY;
     double difference = 0;
-    for (size_t i = 0; i < a.samples.size(); ++i) difference = std::max(difference, std::fabs(a.samples[i] - b.samples[i]));
+    for (size_t i = 0; i < a.samples.size(); ++i)
+        difference = std::max(difference, std::fabs(a.samples[i] - b.samples[i]));
     return difference;
 }
 
@@ -85,7 +87,8 @@ TEST(CommandLine, NormalizeReachesTheTargetByPeakRmsAndGroup) {
     EXPECT_NEAR(peak(decode(result.lines().value(0))), 0.1 * std::sqrt(2.0), 2 * kLsb16);
 
     // Grouped, the loudest file sets one gain for all: the levels keep their proportions.
-    const QStringList group = {QDir(runner.work()).filePath("g1.wav"), QDir(runner.work()).filePath("g2.wav")};
+    const QStringList group = {QDir(runner.work()).filePath("g1.wav"),
+                               QDir(runner.work()).filePath("g2.wav")};
     QFile::copy(middle, group[0]);
     QFile::copy(loud, group[1]);
     result = runner.run({"normalize", "--level", "0", "--grouping", group[0], group[1]});
@@ -164,7 +167,8 @@ TEST(CommandLine, ErrorsAreOneReadableLineAndChangeNothing) {
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("not available")) << result.err.toStdString();
 
-    result = runner.run({"change-gain", "--level", "-3", "--directory", QDir(runner.work()).filePath("nowhere"), file});
+    result = runner.run(
+        {"change-gain", "--level", "-3", "--directory", QDir(runner.work()).filePath("nowhere"), file});
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("the destination directory does not exist.")) << result.err.toStdString();
 

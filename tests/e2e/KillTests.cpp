@@ -5,8 +5,8 @@
 
 #include "TestAudio.h"
 
-#include <QDir>
 #include <QDateTime>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
@@ -61,7 +61,8 @@ public:
     const QString& folder() const { return m_files; }
     QStringList arguments(const QStringList& command) const {
         QStringList all = command;
-        for (int i = 0; i < kFiles; ++i) all.append(path(i));
+        for (int i = 0; i < kFiles; ++i)
+            all.append(path(i));
         return all;
     }
 
@@ -108,7 +109,8 @@ TEST(KillDuringRun, EveryFileIsOldOrNewAndUndoBringsTheOldOnesBack) {
         for (int i = 0; i < kFiles; ++i) {
             const QByteArray bytes = readBytes(files.path(i));
             const bool isOld = bytes == oldBytes[i], isNew = bytes == newBytes[i];
-            ASSERT_TRUE(isOld || isNew) << "round " << round << ": " << files.path(i).toStdString() << " is neither whole version";
+            ASSERT_TRUE(isOld || isNew)
+                << "round " << round << ": " << files.path(i).toStdString() << " is neither whole version";
             changed += isNew ? 1 : 0;
         }
         (changed == 0 ? roundsWithNone : changed == kFiles ? roundsWithAll : roundsWithSome) += 1;
@@ -121,17 +123,20 @@ TEST(KillDuringRun, EveryFileIsOldOrNewAndUndoBringsTheOldOnesBack) {
             ASSERT_EQ(undone.exitCode, 0) << "round " << round << ": " << undone.err.toStdString();
         }
         for (int i = 0; i < kFiles; ++i)
-            ASSERT_EQ(readBytes(files.path(i)), oldBytes[i]) << "round " << round << ": " << files.path(i).toStdString();
+            ASSERT_EQ(readBytes(files.path(i)), oldBytes[i])
+                << "round " << round << ": " << files.path(i).toStdString();
     }
     std::printf("[ figures  ] %d kills over runs of %lld ms: %d before any file, %d part-way, %d after all; "
                 "%d hidden temporary files left behind\n",
-                rounds(), static_cast<long long>(runMs), roundsWithNone, roundsWithSome, roundsWithAll, temporaryLeft);
+                rounds(), static_cast<long long>(runMs), roundsWithNone, roundsWithSome, roundsWithAll,
+                temporaryLeft);
 
     // The next run in the folder removes what the killed ones left, once it is a few seconds old.
     for (const QString& name : temporaryFiles(files.folder())) {
         QFile file(QDir(files.folder()).filePath(name));
         ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTimeUtc().addSecs(-60), QFileDevice::FileModificationTime));
+        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTimeUtc().addSecs(-60),
+                                     QFileDevice::FileModificationTime));
     }
     ASSERT_EQ(runner.run(arguments).exitCode, 0);
     EXPECT_EQ(temporaryFiles(files.folder()), QStringList());
@@ -145,7 +150,8 @@ TEST(KillDuringRun, CtrlCStopsAndATerminationCancels) {
     const QStringList arguments = files.arguments({"change-gain", "--level", "-6"});
     const auto changedFiles = [&] {
         int changed = 0;
-        for (int i = 0; i < kFiles; ++i) changed += readBytes(files.path(i)) != readBytes(files.pristinePath(i));
+        for (int i = 0; i < kFiles; ++i)
+            changed += readBytes(files.path(i)) != readBytes(files.pristinePath(i));
         return changed;
     };
     const auto interrupt = [&](int signal) {
@@ -155,7 +161,8 @@ TEST(KillDuringRun, CtrlCStopsAndATerminationCancels) {
         process.start(CommandLineRunner::program(), arguments);
         EXPECT_TRUE(process.waitForStarted());
         // Once the first file is done, so that the run is surely under way.
-        for (int waited = 0; changedFiles() == 0 && waited < 30000; waited += 5) process.waitForFinished(5);
+        for (int waited = 0; changedFiles() == 0 && waited < 30000; waited += 5)
+            process.waitForFinished(5);
         ::kill(pid_t(process.processId()), signal);
         process.waitForFinished(60000);
         EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);

@@ -28,7 +28,8 @@ float TWGainForLevel(const QVariant& level) {
     return float(std::pow(10.0, double(exponent)));
 }
 
-// Change Gain ------------------------------------------------------------------------------------------------
+// Change Gain
+// ------------------------------------------------------------------------------------------------
 
 QList<TWInstructionKey> TWActionChangeGain::instructionKeys() const {
     return {{kLevel, TWValueType::Number, 0.0, QStringLiteral("gain in dB, positive or negative")}};
@@ -39,7 +40,8 @@ int32_t TWActionChangeGain::processAudioFile(LXAudioFile& file, TWFileEntry&, co
     return applyGain(file, writer, TWGainForLevel(instructions.value(kLevel)));
 }
 
-// Balance ------------------------------------------------------------------------------------------------------
+// Balance
+// ------------------------------------------------------------------------------------------------------
 
 QList<TWInstructionKey> TWActionBalance::instructionKeys() const {
     return {{kRms, TWValueType::Boolean, false, QStringLiteral("measure RMS levels instead of peaks")}};
@@ -51,13 +53,15 @@ int32_t TWActionBalance::processAudioFile(LXAudioFile& file, TWFileEntry&, const
     return file.balance(writer, instructions.value(kRms).toBool());
 }
 
-// Normalize ----------------------------------------------------------------------------------------------------
+// Normalize
+// ----------------------------------------------------------------------------------------------------
 
 QList<TWInstructionKey> TWActionNormalize::instructionKeys() const {
-    return {{kLevel, TWValueType::Number, 0.0, QStringLiteral("target level in dB relative to full scale")},
-            {kRms, TWValueType::Boolean, false, QStringLiteral("normalize the RMS level instead of the peak")},
-            {kGrouping, TWValueType::Boolean, false,
-             QStringLiteral("scale all files by one common factor, set by the loudest")}};
+    return {
+        {kLevel, TWValueType::Number, 0.0, QStringLiteral("target level in dB relative to full scale")},
+        {kRms, TWValueType::Boolean, false, QStringLiteral("normalize the RMS level instead of the peak")},
+        {kGrouping, TWValueType::Boolean, false,
+         QStringLiteral("scale all files by one common factor, set by the loudest")}};
 }
 
 int32_t TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
@@ -82,12 +86,13 @@ int32_t TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& en
     }
     m_groupLevel = -1.0f;
     if (grouping && entries.size() > 1)
-        for (const TWFileEntryPtr& entry : entries) m_groupLevel = std::max(m_groupLevel, rms ? entry->rms() : entry->max());
+        for (const TWFileEntryPtr& entry : entries)
+            m_groupLevel = std::max(m_groupLevel, rms ? entry->rms() : entry->max());
     return LXContinue;
 }
 
-int32_t TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                                            LXAudioFileWriter& writer, int) {
+int32_t TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& entry,
+                                            const QVariantMap& instructions, LXAudioFileWriter& writer, int) {
     const float target = TWGainForLevel(instructions.value(kLevel));
     // A grouped run of one file divides by the group level it never measured (-1): the file reaches the
     // target inverted. Kept deliberately: workflows rely on it.

@@ -40,7 +40,8 @@ public:
 
 protected:
     // Measures each entry once (the level is kept on the entry) and, when grouping, finds the loudest.
-    int32_t preProcessWithEntries(const QList<TWFileEntryPtr>& entries, const QVariantMap& instructions) override;
+    int32_t preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
+                                  const QVariantMap& instructions) override;
     int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
                              LXAudioFileWriter& writer, int index) override;
 
