@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # The clipwright program against sox (and cp) on the same files, in the same run:
 #   1. normalize (peak, -1 dB, in place) of FILES ten-second stereo files, against a sox loop doing the
-#      same (measure, scale into a new file, replace);
+#      same (measure, scale into a new file, replace it);
 #   2. change gain (-6 dB, in place) of one large file (SIZE_MB), against sox and against cp of the bytes.
-# Prints each time, the ratios and our peak memory. Usage: bench/commands.sh [FILES] [SIZE_MB]
+# Each job runs ROUNDS times, ours and the peers' in turn, each from a synced disk with fresh copies of the
+# input; the medians are compared. Prints the times, the ratios and our peak memory.
+# Usage: bench/commands.sh [FILES] [SIZE_MB] [ROUNDS]
 set -euo pipefail
 files=${1:-200}
 size_mb=${2:-1024}
+rounds=${3:-3}
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 cmake --preset default >/dev/null
@@ -21,49 +24,67 @@ export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_DATA_HOME="$wo
 mkdir -p "$XDG_DATA_HOME"
 unset DBUS_SESSION_BUS_ADDRESS
 
-seconds() { local start=$1 end=$2; echo "scale=3; ($end - $start) / 1000000000" | bc; }
-now() { date +%s%N; }
+# Runs a command from a synced disk; prints its wall time in seconds.
+timed() {
+    sync
+    local start end
+    start=$(date +%s%N)
+    "$@" >/dev/null 2>&1
+    end=$(date +%s%N)
+    echo "scale=3; ($end - $start) / 1000000000" | bc
+}
+median() { printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 ratio() { echo "scale=2; $1 / $2" | bc; }
-peak_kb() { /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -1; }
+fresh() { rm -rf "$2"; cp -r "$1" "$2"; }
+sox_loop() {
+    for f in "$1"/*.wav; do
+        sox -D "$f" "$1/out.wav" gain -n -1
+        mv "$1/out.wav" "$f"
+    done
+}
 
 echo "Making $files ten-second stereo files and one file of $size_mb MB..."
-mkdir -p "$work/ours" "$work/sox"
+mkdir -p "$work/pristine"
 for i in $(seq -w 1 "$files"); do
-    sox -D -n -r 44100 -b 16 -c 2 "$work/ours/take$i.wav" synth 10 pinknoise vol 0.3 2>/dev/null
+    sox -D -n -r 44100 -b 16 -c 2 "$work/pristine/take$i.wav" synth 10 pinknoise vol 0.3 2>/dev/null
 done
-cp "$work/ours/"*.wav "$work/sox/"
 frames=$(( size_mb * 1024 * 1024 / 4 ))
-sox -D -n -r 44100 -b 16 -c 2 "$work/big.wav" synth "${frames}s" sine 440 vol 0.5 2>/dev/null
-cp "$work/big.wav" "$work/big-sox.wav"
-sync
+sox -D -n -r 44100 -b 16 -c 2 "$work/big-pristine.wav" synth "${frames}s" sine 440 vol 0.5 2>/dev/null
 
 echo
-echo "1. Normalize $files files in place"
-start=$(now)
-"$clipwright" normalize --level -1 "$work/ours/"*.wav >/dev/null
-ours=$(seconds "$start" "$(now)")
-start=$(now)
-for f in "$work/sox/"*.wav; do
-    sox -D "$f" "$work/sox/out.wav" gain -n -1 2>/dev/null
-    mv "$work/sox/out.wav" "$f"
+echo "1. Normalize $files files in place ($rounds rounds)"
+ours=() theirs=()
+for _ in $(seq "$rounds"); do
+    fresh "$work/pristine" "$work/ours"
+    ours+=("$(timed "$clipwright" normalize --level -1 "$work/ours/")")
+    "$clipwright" flush-undo --yes >/dev/null 2>&1
+    fresh "$work/pristine" "$work/sox"
+    theirs+=("$(timed sox_loop "$work/sox")")
 done
-theirs=$(seconds "$start" "$(now)")
-echo "   clipwright ${ours} s   sox loop ${theirs} s   ratio $(ratio "$ours" "$theirs") (target <= 0.50)"
+o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
+echo "   clipwright ${o} s   sox loop ${t} s   ratio $(ratio "$o" "$t") (target <= 0.50)"
+rm -rf "$work/ours" "$work/sox" "$work/pristine"
 
 echo
-echo "2. Change gain of one $size_mb MB file in place"
+echo "2. Change gain of one $size_mb MB file in place ($rounds rounds)"
+ours=() theirs=() copies=() streams=() memory=0
+for _ in $(seq "$rounds"); do
+    cp "$work/big-pristine.wav" "$work/big.wav"
+    ours+=("$(timed "$clipwright" change-gain --level -6 "$work/big.wav")")
+    "$clipwright" flush-undo --yes >/dev/null 2>&1
+    theirs+=("$(timed sox -D -v 0.501187 "$work/big-pristine.wav" "$work/big-sox.wav")")
+    rm -f "$work/big-sox.wav"
+    copies+=("$(timed cp "$work/big-pristine.wav" "$work/big-copy.wav")")
+    rm -f "$work/big-copy.wav"
+    # cp copies inside the kernel (copy_file_range); dd moves the bytes through a process, as we must.
+    streams+=("$(timed dd if="$work/big-pristine.wav" of="$work/big-copy.wav" bs=1M)")
+    rm -f "$work/big-copy.wav"
+done
+cp "$work/big-pristine.wav" "$work/big.wav"
 sync
-start=$(now)
-memory=$(peak_kb "$clipwright" change-gain --level -6 "$work/big.wav")
-ours=$(seconds "$start" "$(now)")
-start=$(now)
-sox -D -v 0.501187 "$work/big-sox.wav" "$work/big-sox-out.wav"
-theirs=$(seconds "$start" "$(now)")
-rm -f "$work/big-sox-out.wav"
-sync
-start=$(now)
-cp "$work/big-sox.wav" "$work/big-copy.wav"
-copy=$(seconds "$start" "$(now)")
-echo "   clipwright ${ours} s   sox ${theirs} s   cp ${copy} s"
-echo "   ratio to sox $(ratio "$ours" "$theirs") (target <= 0.80)   ratio to cp $(ratio "$ours" "$copy") (target <= 1.50)"
+memory=$(/usr/bin/time -f %M "$clipwright" change-gain --level -6 "$work/big.wav" 2>&1 >/dev/null | tail -1)
+o=$(median "${ours[@]}") t=$(median "${theirs[@]}") c=$(median "${copies[@]}") d=$(median "${streams[@]}")
+echo "   clipwright ${o} s   sox ${t} s   cp ${c} s   dd bs=1M ${d} s"
+echo "   ratio to sox $(ratio "$o" "$t") (target <= 0.80)   ratio to cp $(ratio "$o" "$c") (target <= 1.50)"
+echo "   ratio to dd $(ratio "$o" "$d")"
 echo "   clipwright peak memory ${memory} kB"

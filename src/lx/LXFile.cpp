@@ -513,11 +513,7 @@ bool synchronousWrites() {
 }
 
 LXStatus syncDescriptor(int fd, const QString& path) {
-    if (!synchronousWrites()) {
-        // Start the write-back now without waiting for it; directories need nothing.
-        (void)::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
-        return {};
-    }
+    if (!synchronousWrites()) return {};
     if (::fsync(fd) != 0 && errno != EINVAL) // EINVAL: a file system that cannot sync (a pipe, /proc)
         return LXFileError::fromErrno(QStringLiteral("Cannot flush to the disk"), path);
     return {};

@@ -42,8 +42,8 @@ LXStatus moveToTrash(const QString& path);
 // Absolute, clean path: "~/x/../y.wav" -> "/home/u/y.wav". Symbolic links are kept.
 QString conformPath(const QString& path);
 
-// Flushes a file's data, or a directory's entries, to the disk, when writes are synchronous. Otherwise
-// the write-back of a file only starts: files reach their names by an atomic rename over the old one,
+// Flushes a file's data, or a directory's entries, to the disk, when writes are synchronous; otherwise
+// leaves them to the system's write-back. Files reach their names by an atomic rename over the old one,
 // which the file systems we run on (ext4, xfs, btrfs) order after the file's data, and the old version
 // stays linked in the undo folder; an fsync per file made a batch of short files five times slower.
 LXStatus syncPath(const QString& path);
