@@ -2,7 +2,8 @@
 # The clipwright program against sox (and cp) on the same files, in the same run:
 #   1. normalize (peak, -1 dB, in place) of FILES ten-second stereo files, against a sox loop doing the
 #      same (measure, scale into a new file, replace it);
-#   2. change gain (-6 dB, in place) of one large file (SIZE_MB), against sox and against cp of the bytes.
+#   2. change gain (-6 dB, in place) of one large file (SIZE_MB), against sox and against cp of the bytes;
+#   3. a search (clipwright find) over 10,000 small files: the first scan, then a re-run with nothing changed.
 # Each job runs ROUNDS times, ours and the peers' in turn, each from a synced disk with fresh copies of the
 # input; the medians are compared. Prints the times, the ratios and our peak memory.
 # Usage: bench/commands.sh [FILES] [SIZE_MB] [ROUNDS]
@@ -88,3 +89,17 @@ echo "   clipwright ${o} s   sox ${t} s   cp ${c} s   dd bs=1M ${d} s"
 echo "   ratio to sox $(ratio "$o" "$t") (target <= 0.80)   ratio to cp $(ratio "$o" "$c") (target <= 1.50)"
 echo "   ratio to dd $(ratio "$o" "$d")"
 echo "   clipwright peak memory ${memory} kB"
+
+echo
+echo "3. Search 10,000 files (clipwright find)"
+mkdir -p "$work/many"
+sox -D -n -r 44100 -b 16 -c 1 "$work/model.wav" synth 100s sine 440 2>/dev/null
+for i in $(seq 0 9999); do
+    folder="$work/many/set $((i / 500))"
+    [ -d "$folder" ] || mkdir -p "$folder"
+    cp "$work/model.wav" "$folder/tick $i.wav"
+done
+first=$(timed "$clipwright" find "$work/many" Name contains "tick 1" AudioSampleRate = 44100)
+again=$(timed "$clipwright" find "$work/many" Name contains "tick 1" AudioSampleRate = 44100)
+found=$("$clipwright" find "$work/many" Name contains "tick 1" AudioSampleRate = 44100 | wc -l)
+echo "   first scan and query ${first} s   re-run ${again} s   ${found} found"
