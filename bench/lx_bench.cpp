@@ -3,6 +3,7 @@
 
 #include "LXAudioFile.h"
 #include "LXAudioFileWriter.h"
+#include "LXFile.h"
 #include "TestAudio.h"
 
 #include <QCommandLineParser>
@@ -185,6 +186,8 @@ double megabytes(long kilobytes) {
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("lx_bench"));
+    // Both sides pay for putting their output on the disk: the peers' outputs are fsynced too.
+    LXFile::setSynchronousWrites(true);
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Reads, copies and changes the gain of generated WAV files through the framework and "
