@@ -7,7 +7,6 @@
 #include "LXWaveformCache.h"
 
 #include <QFileInfo>
-#include <QIODevice>
 
 #include <cerrno>
 #include <chrono>
@@ -71,17 +70,6 @@ LXResult<QString> TWSaveInfo::copyPathToUndo(const QString& path) {
     }
 }
 
-LXResult<QString> TWSaveInfo::movePathToUndo(const QString& path) {
-    const QString folder = TWSupportFolders::undoDirectory();
-    LX_TRY(LXFile::createDirectoryAtPath(folder));
-    double time = microsecondsNow();
-    QString target = folder + u'/' + undoName(path, time);
-    while (LXFile::existsAtPath(target))
-        target = folder + u'/' + undoName(path, time += 1.0);
-    LX_TRY(moveAndTell(path, target));
-    return target;
-}
-
 void TWSaveInfo::setPaths(const QStringList& current, const QStringList& former, const QStringList& undo) {
     m_current = current;
     m_former = former;
@@ -137,12 +125,6 @@ void TWSaveInfo::removeFilesAtPaths(const QStringList& paths) {
         deleteAndForget(path);
 }
 
-QString TWSaveInfo::description() const {
-    const auto list = [](const QStringList& paths) { return u'(' + paths.join(QStringLiteral(", ")) + u')'; };
-    return QStringLiteral("currentPaths: %1\nformerPaths: %2\nundoPaths: %3")
-        .arg(list(m_current), list(m_former), list(m_undo));
-}
-
 QVariantMap TWSaveInfo::toPropertyList() const {
     return {{QStringLiteral("currentPaths"), m_current},
             {QStringLiteral("formerPaths"), m_former},
@@ -155,27 +137,4 @@ TWSaveInfo TWSaveInfo::fromPropertyList(const QVariantMap& map) {
     info.m_former = map.value(QStringLiteral("formerPaths")).toStringList();
     info.m_undo = map.value(QStringLiteral("undoPaths")).toStringList();
     return info;
-}
-
-QDataStream& operator<<(QDataStream& stream, const TWSaveInfo& info) {
-    return stream << info.m_current << info.m_former << info.m_undo;
-}
-
-QDataStream& operator>>(QDataStream& stream, TWSaveInfo& info) {
-    return stream >> info.m_current >> info.m_former >> info.m_undo;
-}
-
-QByteArray TWArchiveSaveInfos(const QList<TWSaveInfo>& list) {
-    QByteArray data;
-    QDataStream stream(&data, QIODevice::WriteOnly);
-    stream << list;
-    return data;
-}
-
-QList<TWSaveInfo> TWUnarchiveSaveInfos(const QByteArray& data) {
-    QList<TWSaveInfo> list;
-    QDataStream stream(data);
-    stream >> list;
-    if (stream.status() != QDataStream::Ok) return {};
-    return list;
 }

@@ -2,7 +2,6 @@
 
 #include "LXResult.h"
 
-#include <QDataStream>
 #include <QStringList>
 #include <QVariantMap>
 
@@ -23,14 +22,11 @@ public:
     QString currentLeadPath() const { return m_current.value(0); }
     QString formerLeadPath() const { return m_former.value(0); }
 
-    void addCurrentPath(const QString& path) { m_current.append(path); }
     void addCurrentPathsFromAudioFile(const LXAudioFile& file);
 
     // A copy of the file under a fresh name in the undo folder ("name_<microseconds>.ext"), by a hard
     // link where the file system allows it, else by copying. The file stays where it is.
     static LXResult<QString> copyPathToUndo(const QString& path);
-    // Moves the file itself into the undo folder under a fresh name.
-    static LXResult<QString> movePathToUndo(const QString& path);
     // The name an undo copy of path gets at the given time.
     static QString undoName(const QString& path, double microseconds);
 
@@ -46,20 +42,12 @@ public:
     void removeUndoPaths();
     static void removeFilesAtPaths(const QStringList& paths);
 
-    QString description() const;
     QVariantMap toPropertyList() const;
     static TWSaveInfo fromPropertyList(const QVariantMap& map);
     bool operator==(const TWSaveInfo&) const = default;
-
-    friend QDataStream& operator<<(QDataStream& stream, const TWSaveInfo& info);
-    friend QDataStream& operator>>(QDataStream& stream, TWSaveInfo& info);
 
 private:
     QStringList m_current;
     QStringList m_former;
     QStringList m_undo;
 };
-
-// The sequential archive of an undo list, and back.
-QByteArray TWArchiveSaveInfos(const QList<TWSaveInfo>& list);
-QList<TWSaveInfo> TWUnarchiveSaveInfos(const QByteArray& data);

@@ -117,12 +117,6 @@ QList<TWUndoJournal::Step> TWUndoJournal::steps() const {
     return load();
 }
 
-std::optional<TWUndoJournal::Step> TWUndoJournal::step(qint64 id) const {
-    for (const Step& step : steps())
-        if (step.id == id) return step;
-    return std::nullopt;
-}
-
 std::optional<TWUndoJournal::Step> TWUndoJournal::lastDoneStep() const {
     const QList<Step> all = steps();
     for (auto it = all.rbegin(); it != all.rend(); ++it)

@@ -40,7 +40,6 @@ public:
     void discardStep(qint64 step);
 
     QList<Step> steps() const;
-    std::optional<Step> step(qint64 id) const;
     std::optional<Step> lastDoneStep() const;    // what undo would undo
     std::optional<Step> firstUndoneStep() const; // what redo would redo: none once a later step is done
 
