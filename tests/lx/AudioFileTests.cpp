@@ -37,6 +37,13 @@ protected:
         ASSERT_TRUE(saved) << saved.error().description().toStdString();
     }
 
+    // Writes the sound at name and opens it.
+    std::unique_ptr<LXAudioFile> make(const QString& name, const Sound& sound) {
+        auto written = write(path(name), sound);
+        EXPECT_TRUE(written) << (written ? "" : written.error().description().toStdString());
+        return written ? open(*written) : nullptr;
+    }
+
     Decoded sox(const QString& p) {
         auto decoded = readWithSox(p);
         EXPECT_TRUE(decoded) << (decoded ? "" : decoded.error().description().toStdString());
@@ -83,13 +90,13 @@ const EncodingCase kEncodings[] = {
 TEST_F(AudioFileTest, CopiesRangesAndRewritesAreBitExact) {
     for (const EncodingCase& c : kEncodings) {
         SCOPED_TRACE(c.name);
-        Sound sound;
-        sound.format = c.format;
-        sound.encoding = c.encoding;
-        sound.signal = Signal::Noise; // every bit of every sample in play
-        sound.amplitude = 0.99;
-        sound.frames = 30000;
-        sound.channels = 3;
+        // Noise: every bit of every sample in play.
+        const Sound sound{.signal = Signal::Noise,
+                          .channels = 3,
+                          .frames = 30000,
+                          .format = c.format,
+                          .encoding = c.encoding,
+                          .amplitude = 0.99};
         const QString ext = LXFormat::extension(c.format);
         auto source = write(path(QStringLiteral("%1.%2").arg(c.name, ext)), sound);
         ASSERT_TRUE(source) << source.error().description().toStdString();
@@ -115,26 +122,22 @@ TEST_F(AudioFileTest, CopiesRangesAndRewritesAreBitExact) {
         ASSERT_EQ(file->copyRange(LXRange::fromFrames(1234, 20000, sound.rate), part), LXContinue);
         save(part, path(QStringLiteral("%1-range.%2").arg(c.name, ext)));
         const Decoded range = sox(part.savedPath(0));
-        const std::vector<double> slice(original.samples.begin() + 1234 * 3, original.samples.begin() + 20000 * 3);
+        const std::vector<double> slice(original.samples.begin() + 1234 * 3,
+                                        original.samples.begin() + 20000 * 3);
         EXPECT_EQ(range.samples, slice);
     }
 }
 
 TEST_F(AudioFileTest, GainMatchesSoxWithinOneLsb) {
-    Sound sound;
-    sound.signal = Signal::Noise;
-    sound.amplitude = 0.9;
-    sound.frames = 100000;
-    auto source = write(path("noise.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    auto file = make("noise.wav", {.signal = Signal::Noise, .frames = 100000, .amplitude = 0.9});
+    ASSERT_TRUE(file);
     LXAudioFileWriter writer(*file);
     const double gain = std::pow(10.0, -6.0206 / 20.0);
     ASSERT_EQ(file->changeAmplitude({{"gain", gain}}, writer), LXContinue);
     save(writer, path("ours.wav"));
 
     int exitCode = 0;
-    runTool("sox", {"-D", "-v", "0.5", *source, path("sox.wav")}, &exitCode);
+    runTool("sox", {"-D", "-v", "0.5", path("noise.wav"), path("sox.wav")}, &exitCode);
     ASSERT_EQ(exitCode, 0);
     const Decoded ours = sox(path("ours.wav"));
     const Decoded theirs = sox(path("sox.wav"));
@@ -146,14 +149,12 @@ TEST_F(AudioFileTest, GainMatchesSoxWithinOneLsb) {
 }
 
 TEST_F(AudioFileTest, FloatToIntegerClipsInsteadOfWrapping) {
-    Sound sound;
-    sound.signal = Signal::Ramp;
-    sound.amplitude = 1.5; // beyond full scale at both ends
-    sound.encoding = LXSampleEncoding::ieeeFloat(32, false);
-    sound.channels = 1;
-    auto source = write(path("loud.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    // Beyond full scale at both ends.
+    auto file = make("loud.wav", {.signal = Signal::Ramp,
+                                  .channels = 1,
+                                  .encoding = LXSampleEncoding::ieeeFloat(32, false),
+                                  .amplitude = 1.5});
+    ASSERT_TRUE(file);
     for (int bits : {8, 16, 24, 32}) {
         SCOPED_TRACE(bits);
         LXAudioFileWriter writer(*file);
@@ -172,11 +173,9 @@ TEST_F(AudioFileTest, FloatToIntegerClipsInsteadOfWrapping) {
 }
 
 TEST_F(AudioFileTest, ReadSampleMatchesBlockReadsAndIsSilentOutside) {
-    Sound sound;
-    sound.frames = 10000;
-    auto source = write(path("pattern.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    const Sound sound{.frames = 10000};
+    auto file = make("pattern.wav", sound);
+    ASSERT_TRUE(file);
     std::vector<float> block(size_t(sound.frames * 2));
     ASSERT_TRUE(file->readFrames(0, sound.frames, block.data()));
     for (int64_t f = sound.frames - 1; f >= 0; f -= 7) // backwards, across cache blocks
@@ -194,9 +193,7 @@ TEST_F(AudioFileTest, ReadSampleMatchesBlockReadsAndIsSilentOutside) {
 }
 
 TEST_F(AudioFileTest, SplitSetOpensAsOneFileOfSeveralChannels) {
-    Sound sound;
-    sound.channels = 3;
-    sound.interleaved = false;
+    const Sound sound{.channels = 3, .interleaved = false};
     auto lead = write(path("take"), sound);
     ASSERT_TRUE(lead) << lead.error().description().toStdString();
     EXPECT_TRUE(QFile::exists(path("take.L")));
@@ -223,10 +220,8 @@ TEST_F(AudioFileTest, SplitSetOpensAsOneFileOfSeveralChannels) {
 }
 
 TEST_F(AudioFileTest, WriterKeepsItsOutputHiddenUntilSaved) {
-    Sound sound;
-    auto source = write(path("a.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    auto file = make("a.wav", {});
+    ASSERT_TRUE(file);
     const QStringList before = QDir(dir.path()).entryList(QDir::Files | QDir::Hidden);
     {
         LXAudioFileWriter writer(*file);
@@ -235,7 +230,8 @@ TEST_F(AudioFileTest, WriterKeepsItsOutputHiddenUntilSaved) {
         EXPECT_EQ(QFileInfo(writer.temporaryPath(0)).path(), dir.path());
         EXPECT_TRUE(QFileInfo(writer.temporaryPath(0)).fileName().startsWith('.'));
     }
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), before) << "an unsaved writer leaves nothing";
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), before)
+        << "an unsaved writer leaves nothing";
 
     LXAudioFileWriter writer(*file);
     ASSERT_EQ(file->copyToWriter(writer), LXContinue);
@@ -245,11 +241,8 @@ TEST_F(AudioFileTest, WriterKeepsItsOutputHiddenUntilSaved) {
 }
 
 TEST_F(AudioFileTest, DelegateCodeEndsAnOperation) {
-    Sound sound;
-    sound.frames = 200000; // several blocks
-    auto source = write(path("long.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    auto file = make("long.wav", {.frames = 200000}); // several blocks
+    ASSERT_TRUE(file);
     for (int32_t code : {LXStopped, LXCancelled}) {
         StopAfterBlocks delegate(2, code);
         file->setProgressDelegate(&delegate);
@@ -262,16 +255,10 @@ TEST_F(AudioFileTest, DelegateCodeEndsAnOperation) {
 }
 
 TEST_F(AudioFileTest, BalanceBringsChannelsToTheLoudest) {
-    Sound sound;
-    sound.signal = Signal::Sine;
-    sound.channels = 2;
-    sound.amplitude = 0.25;
-    sound.frames = 44100;
-    auto source = write(path("quiet.wav"), sound);
-    ASSERT_TRUE(source);
+    ASSERT_TRUE(make("quiet.wav", {.signal = Signal::Sine, .amplitude = 0.25}));
     // Make the right channel half as loud with sox, then balance it back.
     int exitCode = 0;
-    runTool("sox", {"-D", *source, path("lopsided.wav"), "remix", "1", "2v0.5"}, &exitCode);
+    runTool("sox", {"-D", path("quiet.wav"), path("lopsided.wav"), "remix", "1", "2v0.5"}, &exitCode);
     ASSERT_EQ(exitCode, 0);
     auto file = open(path("lopsided.wav"));
     for (bool rms : {false, true}) {
@@ -288,12 +275,8 @@ TEST_F(AudioFileTest, BalanceBringsChannelsToTheLoudest) {
 }
 
 TEST_F(AudioFileTest, CopyRangeMovesLabelsWithTheAudio) {
-    Sound sound;
-    sound.rate = 1000;
-    sound.frames = 1000;
-    auto source = write(path("labels.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    auto file = make("labels.wav", {.rate = 1000, .frames = 1000});
+    ASSERT_TRUE(file);
     LXAudioFileWriter writer(*file);
     writer.markerList().addMarkerWithPosition(0.1, "before");
     writer.markerList().addMarkerWithPosition(0.5, "inside");
@@ -307,12 +290,9 @@ TEST_F(AudioFileTest, CopyRangeMovesLabelsWithTheAudio) {
 }
 
 TEST_F(AudioFileTest, AnalysisIsCachedAndFollowsMoves) {
-    Sound sound;
-    sound.signal = Signal::Sine;
-    sound.amplitude = 0.5;
-    auto source = write(path("tone.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    const Sound sound{.signal = Signal::Sine, .amplitude = 0.5};
+    auto file = make("tone.wav", sound);
+    ASSERT_TRUE(file);
     EXPECT_FALSE(file->hasWaveformsOfType(0));
     ASSERT_TRUE(file->analyze(1));
     EXPECT_TRUE(file->hasWaveformsOfType(0));
@@ -332,24 +312,21 @@ TEST_F(AudioFileTest, AnalysisIsCachedAndFollowsMoves) {
 }
 
 TEST_F(AudioFileTest, DuplicatePicksTheFirstFreeName) {
-    Sound sound;
-    auto source = write(path("kick.wav"), sound);
-    ASSERT_TRUE(source);
-    auto file = open(*source);
+    auto file = make("kick.wav", {});
+    ASSERT_TRUE(file);
     auto first = file->duplicateToPath(path("kick.wav"));
     ASSERT_TRUE(first);
     EXPECT_EQ(*first, path("kick-1.wav"));
     auto second = file->duplicateToPath(path("kick.wav"));
     ASSERT_TRUE(second);
     EXPECT_EQ(*second, path("kick-2.wav"));
-    EXPECT_EQ(sox(*second).samples, sox(*source).samples);
+    EXPECT_EQ(sox(*second).samples, sox(path("kick.wav")).samples);
 }
 
 // A WAV file that outgrows the RIFF size limit turns into RF64 in place, metadata included; the limit
 // is lowered here so the test need not write 4 GB.
 TEST_F(AudioFileTest, WavBecomesRf64PastTheSizeLimit) {
-    Sound sound;
-    sound.frames = 50000; // 200 KB of audio
+    const Sound sound{.frames = 50000}; // 200 KB of audio
     LXSetRiffSizeLimit(100000);
     auto source = write(path("big.wav"), sound);
     LXSetRiffSizeLimit(0xFFFFFFFFLL);
@@ -382,8 +359,7 @@ TEST_F(AudioFileTest, WavBecomesRf64PastTheSizeLimit) {
 // Chunks we do not know survive a rewrite in the same container family, but a WAV chunk means
 // nothing in an AIFF file, so a conversion leaves them behind.
 TEST_F(AudioFileTest, UnknownChunksFollowRewritesButNotConversions) {
-    Sound sound;
-    sound.frames = 1000;
+    const Sound sound{.frames = 1000};
     LXAudioFileWriter writer(dir.path());
     writer.annotations().unknownChunks.append({"zzzz", QByteArray("private data of another program")});
     const std::vector<double> samples = generate(sound);

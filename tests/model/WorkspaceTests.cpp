@@ -48,17 +48,14 @@ protected:
 
 } // namespace
 
-// Persistence
-// -------------------------------------------------------------------------------------------------
-
 TEST_F(WorkspaceTest, ALargeTreeSurvivesSavingAndLoading) {
     const QString pool = makeDirectory(QStringLiteral("pool"));
-    for (int i = 0; i < 40; ++i)
-        writeAudio(pool + QStringLiteral("/%1 %2.wav").arg(i % 4 == 0 ? "loop" : "hit").arg(i));
-    auto poolFile = [&](int i) {
-        return TWFileEntry::create(pool +
-                                   QStringLiteral("/%1 %2.wav").arg(i % 4 == 0 ? "loop" : "hit").arg(i));
+    auto poolPath = [&](int i) {
+        return pool + QStringLiteral("/%1 %2.wav").arg(i % 4 == 0 ? "loop" : "hit").arg(i);
     };
+    for (int i = 0; i < 40; ++i)
+        writeAudio(poolPath(i));
+    auto poolFile = [&](int i) { return TWFileEntry::create(poolPath(i)); };
     for (int g = 0; g < 10; ++g) {
         auto outer = group(QStringLiteral("Group %1").arg(g));
         for (int i = 0; i < 20; ++i)
@@ -129,9 +126,6 @@ TEST_F(WorkspaceTest, LoadingSkipsEntriesOfUnknownClasses) {
     workspace().loadEntries();
     EXPECT_EQ(root().entryCount(), 0);
 }
-
-// Adding
-// ----------------------------------------------------------------------------------------------------------
 
 TEST_F(WorkspaceTest, AddingKeepsTheOrderSkipsWhatItCannotUseAndExpandsTheTarget) {
     const QString folder = makeDirectory(QStringLiteral("Folder"));
@@ -260,9 +254,6 @@ TEST_F(WorkspaceTest, NewGroupsGoToTheAddPosition) {
     EXPECT_EQ(grouped->entryCount(), 2);
 }
 
-// Removing and deleting
-// ---------------------------------------------------------------------------------------
-
 TEST_F(WorkspaceTest, RemoveLeavesBusyEntriesAndFolderContents) {
     auto a = file(QStringLiteral("a.wav")), busy = file(QStringLiteral("busy.wav"));
     auto g = group(QStringLiteral("g"));
@@ -336,8 +327,6 @@ TEST_F(WorkspaceTest, TrashMovesTheFilesToTheUsersTrash) {
     EXPECT_TRUE(workspace().selectedEntries().isEmpty());
 }
 
-// Moving and copying ----------------------------------------------------------------------------------------
-
 TEST_F(WorkspaceTest, MoveToAndCopyToWorkOnTheSelection) {
     auto a = file(QStringLiteral("a.wav")), b = file(QStringLiteral("b.wav"));
     const QString into = makeDirectory(QStringLiteral("into"));
@@ -405,10 +394,6 @@ TEST_F(WorkspaceTest, RenamingAFolderMovesItsDirectoryAndEveryRowFollows) {
     EXPECT_EQ(f1->path(), path("After"));
     EXPECT_EQ(f2->entryAtIndex(0)->path(), path("After/x.wav"));
 
-    auto g = group(QStringLiteral("Old name"));
-    workspace().renameEntry(g, QStringLiteral("New name"));
-    EXPECT_EQ(g->name(), QStringLiteral("New name"));
-
     auto a = file(QStringLiteral("a.wav"));
     QVariantMap asked;
     QObject::connect(&workspace(), &TWWorkspace::renameFileRequested, &workspace(),
@@ -420,8 +405,6 @@ TEST_F(WorkspaceTest, RenamingAFolderMovesItsDirectoryAndEveryRowFollows) {
     EXPECT_EQ(asked.value("expression"), QStringLiteral("b"));
     EXPECT_EQ(asked.value("destination").toMap().value("toNewFile"), false);
 }
-
-// Selection and info text -----------------------------------------------------------------------------------
 
 TEST_F(WorkspaceTest, SelectionGathersTheFilesUnderTheSelectedRows) {
     auto g = group(QStringLiteral("g"));
@@ -455,8 +438,6 @@ TEST_F(WorkspaceTest, InfoTextCountsTheVisibleRows) {
     workspace().setSelectedEntries({a});
     EXPECT_EQ(workspace().infoText(), QStringLiteral("1 of 4 selected"));
 }
-
-// Drag and drop ---------------------------------------------------------------------------------------------
 
 TEST_F(WorkspaceTest, DragAndDropRules) {
     using TWDragAndDrop::Operation;

@@ -73,21 +73,6 @@ private:
 
 } // namespace
 
-TEST(Desktop, TrashMovesAFileIntoTheUsersTrash) {
-    IsolatedHome home;
-    const QString file = home.path(QStringLiteral("music/kick 1.wav"));
-    writeFile(file, "RIFF");
-    ASSERT_TRUE(TWDesktop::moveToTrash(file));
-    EXPECT_FALSE(QFileInfo::exists(file));
-    const QString trash = home.path(QStringLiteral(".local/share/Trash"));
-    EXPECT_EQ(readFile(trash + QStringLiteral("/files/kick 1.wav")), QByteArray("RIFF"));
-    EXPECT_TRUE(readFile(trash + QStringLiteral("/info/kick 1.wav.trashinfo")).contains("Path="));
-
-    auto missing = TWDesktop::moveToTrash(file);
-    ASSERT_FALSE(missing);
-    EXPECT_EQ(missing.error().path(), file);
-}
-
 TEST(SupportFolders, LiveInTheDataHomeAndAreCreatedOnce) {
     IsolatedHome home;
     const QString support = home.path(QStringLiteral(".local/share/Clipwright"));
