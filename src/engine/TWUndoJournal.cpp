@@ -3,6 +3,7 @@
 #include "TWSupportFolders.h"
 
 #include "LXFile.h"
+#include "LXFileDescriptor.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -10,7 +11,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <cerrno>
+
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace {
@@ -18,6 +22,26 @@ const QString kOp = QStringLiteral("op");
 const QString kStep = QStringLiteral("step");
 const QString kRecord = QStringLiteral("record");
 const QString kIndex = QStringLiteral("index");
+// Several clipwright processes may share the journal: each read-then-write holds an exclusive lock on
+// the hidden ".Journal.lock" beside it, so two runs never take the same step number and an undo never
+// switches files while another process appends to the same step.
+class ProcessLock {
+public:
+    explicit ProcessLock(const QString& journal) {
+        (void)LXFile::createDirectoryAtPath(QFileInfo(journal).path());
+        const QFileInfo info(journal);
+        const QString path = info.path() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".lock");
+        m_fd =
+            LXFileDescriptor(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        if (m_fd.isOpen())
+            while (::flock(m_fd.get(), LOCK_EX) != 0 && errno == EINTR) {
+            }
+    }
+
+private:
+    LXFileDescriptor m_fd; // closing it releases the lock
+};
+
 } // namespace
 
 TWUndoJournal::TWUndoJournal(const QString& path) : m_path(path) {}
@@ -83,6 +107,7 @@ QList<TWUndoJournal::Step>::iterator TWUndoJournal::find(QList<Step>& steps, qin
 
 qint64 TWUndoJournal::beginStep(const QString& actionName) {
     QMutexLocker lock(&m_mutex);
+    const ProcessLock processLock(m_path);
     const QList<Step> steps = load();
     qint64 id = QDateTime::currentMSecsSinceEpoch();
     for (const Step& step : steps)
@@ -98,6 +123,7 @@ void TWUndoJournal::recordSave(qint64 step, const TWSaveInfo& info) {
 
 void TWUndoJournal::closeStep(qint64 id) {
     QMutexLocker lock(&m_mutex);
+    const ProcessLock processLock(m_path);
     for (const Step& step : load()) {
         if (!step.undone || step.id == id) continue;
         // The undo copies of an undone step are the newer versions: nothing can bring them back now.
@@ -139,6 +165,7 @@ std::optional<TWUndoJournal::Step> TWUndoJournal::firstUndoneStep() const {
 
 LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWSaveInfo&)>& repoint) {
     QMutexLocker lock(&m_mutex);
+    const ProcessLock processLock(m_path);
     QList<Step> steps = load();
     auto it = find(steps, id);
     if (it == steps.end())

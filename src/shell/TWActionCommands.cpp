@@ -118,10 +118,11 @@ QString helpFor(const ActionCommand& command) {
         return text +
                QStringLiteral("This command's action is not available in this version of Clipwright.\n");
     const std::unique_ptr<TWAction> action = TWActionRegistry::make(command.className);
-    text += QStringLiteral("%1 each file (or each audio file in a folder), in place unless told otherwise,\n"
-                           "and prints the paths of the files produced, one a line. In-place changes can\n"
-                           "be undone with 'clipwright undo'.\n\nOptions:\n")
-                .arg(action->name());
+    text +=
+        QStringLiteral("Runs \"%1\" over each file (or each audio file in a folder), in place unless\n"
+                       "told otherwise, and prints the paths of the files produced, one a line. In-place\n"
+                       "changes can be undone with 'clipwright undo'.\n\nOptions:\n")
+            .arg(action->name());
     text += describeActionKeys(command.className);
     if (!command.secondClassName.isEmpty()) text += describeActionKeys(command.secondClassName);
     if (!action->onlyInPlace())
@@ -226,11 +227,21 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
     instructions.insert(QStringLiteral("paths"), paths);
     instructions.insert(QStringLiteral("destination"), destination);
 
+    // The engine refuses missing keys in its own words; the command line adds which options those are.
+    QStringList missing;
+    if (const std::unique_ptr<TWAction> action = TWActionRegistry::make(className))
+        for (const QString& key : action->requiredInstructionKeys())
+            if (!values.contains(key)) missing.append(QStringLiteral("--") + key);
+
     const TWRunner::Outcome outcome = TWRunner::run({instructions});
     for (const QString& path : outcome.results)
         context.out << path << '\n';
     context.out.flush();
-    if (outcome.error) return fail(context, *outcome.error);
+    if (outcome.error)
+        return fail(context, missing.isEmpty()
+                                 ? *outcome.error
+                                 : *outcome.error +
+                                       QStringLiteral(" Give %1.").arg(missing.join(QStringLiteral(", "))));
     return kSuccess;
 }
 
