@@ -220,6 +220,14 @@ QString encodingName(const LXSampleEncoding& e) {
 
 // ---- reading ---------------------------------------------------------------------------------------
 
+// Lossy decoders build each frame from the packets before it too: a read that starts right at a seek
+// point gets its first frames wrong (about a hundred, seen with Vorbis). Starting this many frames
+// earlier and dropping them covers the longest Vorbis block, Opus's pre-roll and MP3's bit reservoir.
+int64_t prerollFrames(int format) {
+    const int major = format & SF_FORMAT_TYPEMASK;
+    return major == SF_FORMAT_OGG || major == SF_FORMAT_MPEG ? 8192 : 0;
+}
+
 class SndfileReader final : public LXAudioReader {
 public:
     static LXResult<std::unique_ptr<LXAudioReader>> open(const QString& path);
@@ -251,6 +259,7 @@ private:
     SndfileHandle m_file;
     bool m_seekable;
     bool m_floatViaDouble;
+    int64_t m_preroll;      // frames decoded and dropped before a seek point
     int64_t m_position = 0; // where libsndfile reads next; -1 after a failure
     LXStreamDescription m_desc;
     LXAnnotations m_annotations;
@@ -305,7 +314,7 @@ LXResult<std::unique_ptr<LXAudioReader>> SndfileReader::open(const QString& path
 
 SndfileReader::SndfileReader(QString path, LXFileDescriptor fd, SNDFILE* file, const SF_INFO& info)
     : m_path(std::move(path)), m_fd(std::move(fd)), m_file(file), m_seekable(info.seekable != 0),
-      m_floatViaDouble(needsDouble(info.format)) {
+      m_floatViaDouble(needsDouble(info.format)), m_preroll(prerollFrames(info.format)) {
     m_desc.format = formatCode(info.format, m_path);
     m_desc.encoding = encodingOf(info.format);
     m_desc.rate = info.samplerate;
@@ -411,12 +420,27 @@ LXStatus SndfileReader::seekTo(int64_t frame) {
                 .arg(frame)
                 .arg(m_position),
             m_path);
-    if (sf_seek(m_file.get(), frame, SEEK_SET) != frame) {
+    const int64_t start = std::max<int64_t>(0, frame - m_preroll);
+    if (sf_seek(m_file.get(), start, SEEK_SET) != start) {
         m_position = -1;
         return LXError(
             LXErrReadFailed,
             QStringLiteral("cannot seek to frame %1 (%2)").arg(frame).arg(sndfileReason(m_file.get())),
             m_path);
+    }
+    for (int64_t at = start; at < frame;) {
+        const int64_t n = std::min(kBlockFrames, frame - at);
+        m_scratch.resize(size_t(n * m_desc.channels));
+        const int64_t got = sf_readf_double(m_file.get(), m_scratch.data(), n);
+        if (got != n) {
+            m_position = -1;
+            return LXError(LXErrReadFailed,
+                           QStringLiteral("cannot read the audio before frame %1 (%2)")
+                               .arg(frame)
+                               .arg(sndfileReason(m_file.get())),
+                           m_path);
+        }
+        at += got;
     }
     m_position = frame;
     return {};
