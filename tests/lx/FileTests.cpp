@@ -153,6 +153,7 @@ TEST_F(FileServices, MoveReplacesAnExistingTargetAndCrossesFileSystems) {
     EXPECT_FALSE(LXFile::existsAtPath(other.filePath("tree")));
 }
 
+// The creator code lives in an extended attribute; a file system without them skips that part.
 TEST_F(FileServices, CopyKeepsTreesModesDatesLinksAndCreator) {
     ASSERT_TRUE(LXFile::createDirectoryAtPath(path("src/deep/deeper")));
     writeFile(path("src/big.wav"), QByteArray((3 << 20) + 17, 'b'));
@@ -162,7 +163,11 @@ TEST_F(FileServices, CopyKeepsTreesModesDatesLinksAndCreator) {
     setTime(path("src/big.wav"), 1200000000);
     ASSERT_EQ(::chmod(QFile::encodeName(path("src/deep")).constData(), 0750), 0);
     setTime(path("src/deep"), 1300000000);
-    const bool haveCreator = LXFile::setCreatorCodeAtPath(path("src/big.wav"), LXFourCC("CLPW")).ok();
+    EXPECT_EQ(LXFile::creatorCodeAtPath(path("src/big.wav")), 0u);
+    auto creator = LXFile::setCreatorCodeAtPath(path("src/big.wav"), LXFourCC("CLPW"));
+    const bool haveCreator =
+        creator || (creator.error().code() != -ENOTSUP && creator.error().code() != -EOPNOTSUPP);
+    EXPECT_TRUE(haveCreator) << creator.error().description().toStdString();
 
     ASSERT_TRUE(LXFile::copyPath(path("src"), path("dst")));
     EXPECT_EQ(readFile(path("dst/big.wav")), readFile(path("src/big.wav")));
@@ -174,6 +179,9 @@ TEST_F(FileServices, CopyKeepsTreesModesDatesLinksAndCreator) {
     EXPECT_EQ(QFile::symLinkTarget(path("dst/link")), path("dst/deep/read-only.txt"));
     if (haveCreator) {
         EXPECT_EQ(LXFile::creatorCodeAtPath(path("dst/big.wav")), LXFourCC("CLPW"));
+        ASSERT_TRUE(LXFile::setCreatorCodeAtPath(path("dst/big.wav"), 0));
+        EXPECT_EQ(LXFile::creatorCodeAtPath(path("dst/big.wav")), 0u);
+        EXPECT_TRUE(LXFile::setCreatorCodeAtPath(path("dst/big.wav"), 0)); // nothing to remove: fine
     }
 
     writeFile(path("taken.wav"), "taken");
@@ -250,20 +258,6 @@ TEST_F(FileServices, TrashFollowsTheFreedesktopLayout) {
     EXPECT_TRUE(LXFile::existsAtPath(path("home/.local/share/Trash/files/folder/inside")));
     EXPECT_TRUE(LXFile::existsAtPath(path("home/.local/share/Trash/info/folder.trashinfo")));
     EXPECT_EQ(LXFile::moveToTrash(path("nothing.wav")).error().code(), -ENOENT);
-}
-
-TEST_F(FileServices, CreatorCodeRoundTripsThroughAnExtendedAttribute) {
-    writeFile(path("x.wav"), "x");
-    EXPECT_EQ(LXFile::creatorCodeAtPath(path("x.wav")), 0u);
-    auto set = LXFile::setCreatorCodeAtPath(path("x.wav"), LXFourCC("CLPW"));
-    if (!set && (set.error().code() == -ENOTSUP || set.error().code() == -EOPNOTSUPP))
-        GTEST_SKIP() << "this file system keeps no extended attributes";
-    ASSERT_TRUE(set) << set.error().description().toStdString();
-    EXPECT_EQ(LXFile::creatorCodeAtPath(path("x.wav")), LXFourCC("CLPW"));
-    ASSERT_TRUE(LXFile::setCreatorCodeAtPath(path("x.wav"), 0));
-    EXPECT_EQ(LXFile::creatorCodeAtPath(path("x.wav")), 0u);
-    EXPECT_TRUE(LXFile::setCreatorCodeAtPath(path("x.wav"), 0)); // nothing to remove: fine
-    EXPECT_FALSE(LXFile::setCreatorCodeAtPath(path("missing.wav"), LXFourCC("CLPW")));
 }
 
 TEST_F(FileServices, PathsDatesAndFolders) {

@@ -119,123 +119,106 @@ LXStreamDescription describe(const QString& path, LXSampleEncoding encoding, int
     return desc;
 }
 
-TEST_F(SndfileBackend, ReadsWhatSoxAndFfmpegReadInEveryFormat) {
+// Every format both ways: a file sox wrote reads as sox or ffmpeg reads it, through the double and the
+// float path alike, and what the sink writes from those samples reads back the same.
+TEST_F(SndfileBackend, EveryFormatRoundTripsAgainstSoxAndFfmpeg) {
     const struct {
         const char* name;
-        QStringList options; // sox's, describing the output
-        uint32_t format;
-        int bits;
-        bool isFloat;
-        double tolerance;
-    } files[] = {
-        {"s16.caf", {"-b", "16"}, LXFormat::CAF, 16, false, 0},
-        {"s24.caf", {"-b", "24"}, LXFormat::CAF, 24, false, 0},
-        {"f32.caf", {"-b", "32", "-e", "floating-point"}, LXFormat::CAF, 32, true, 0},
-        {"s16.au", {"-b", "16"}, LXFormat::AU, 16, false, 0},
-        {"s32.au", {"-b", "32", "-e", "signed-integer"}, LXFormat::AU, 32, false, 0},
-        {"s16.w64", {"-b", "16"}, LXFormat::W64, 16, false, 0},
-        {"s16.flac", {"-b", "16"}, LXFormat::FLAC, 16, false, 0},
-        {"s24.flac", {"-b", "24"}, LXFormat::FLAC, 24, false, 0},
-        {"s16.aifc", {"-b", "16", "-t", "aifc"}, LXFormat::AIFC, 16, false, 0},
-        {"vorbis.ogg", {}, LXFormat::Ogg, 16, false, 1e-4}, // two Vorbis decoders, close but not equal
+        QStringList options; // sox's, describing the file
+        LXSampleEncoding encoding;
+        bool asDouble; // how the sink is fed
+    } cases[] = {
+        {"s16.caf", {"-b", "16"}, LXSampleEncoding::pcm(16, true), false},
+        {"s24le.caf", {"-b", "24", "-c", "3"}, LXSampleEncoding::pcm(24, false), true},
+        {"f32.caf", {"-b", "32", "-e", "floating-point"}, LXSampleEncoding::ieeeFloat(32, true), false},
+        {"s8.au", {"-b", "8", "-e", "signed-integer", "-c", "1"}, LXSampleEncoding::pcm(8, true), false},
+        {"s32.au", {"-b", "32", "-e", "signed-integer"}, LXSampleEncoding::pcm(32, true), true},
+        {"s16.w64", {"-b", "16"}, LXSampleEncoding::pcm(16, false), true},
+        {"f64.w64", {"-b", "64", "-e", "floating-point"}, LXSampleEncoding::ieeeFloat(64, false), true},
+        {"s8.flac", {"-b", "8", "-c", "1"}, LXSampleEncoding::pcm(8, false), false},
+        {"s16.flac", {"-b", "16"}, LXSampleEncoding::pcm(16, false), false},
+        {"s24.flac", {"-b", "24", "-c", "4"}, LXSampleEncoding::pcm(24, false), true},
+        {"s16.aifc", {"-b", "16", "-t", "aifc"}, LXSampleEncoding::pcm(16, true), false},
+        {"s16.wav", {"-b", "16"}, LXSampleEncoding::pcm(16, false), false},
+        {"s24.aif", {"-b", "24"}, LXSampleEncoding::pcm(24, true), false},
+        {"vorbis.ogg", {}, LXSampleEncoding::pcm(16, false), false},
     };
-    for (const auto& f : files) {
-        SCOPED_TRACE(f.name);
-        const QString file = path(f.name);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString file = path(c.name);
         // 1.3 s: not a whole number of anybody's blocks.
         ASSERT_TRUE(
-            TestAudio::generateWithSox(file, QStringList{"-n", "-r", "44100", "-c", "2"} + f.options,
+            TestAudio::generateWithSox(file, QStringList{"-n", "-r", "44100", "-c", "2"} + c.options,
                                        {"synth", "1.3", "sine", "600", "triangle", "300", "gain", "-2"}));
         auto reader = openReader(file);
         ASSERT_TRUE(reader);
-        const LXStreamDescription& d = reader->description();
-        EXPECT_EQ(d.format, f.format);
-        EXPECT_EQ(d.encoding.bits, f.bits);
-        EXPECT_EQ(d.encoding.isFloat(), f.isFloat);
-        EXPECT_EQ(d.channels, 2);
+        const LXStreamDescription d = reader->description();
+        const bool lossy = d.format == LXFormat::Ogg;
+        EXPECT_EQ(d.format, LXFormat::fromExtension(QFileInfo(file).suffix()));
         EXPECT_EQ(d.rate, 44100);
-
+        if (!lossy) {
+            EXPECT_EQ(d.encoding.bits, c.encoding.bits);
+            EXPECT_EQ(d.encoding.isFloat(), c.encoding.isFloat());
+        }
         const std::vector<double> doubles = readAll<double>(*reader);
-        const std::vector<double> oracle = decode(file, f.isFloat);
-        EXPECT_EQ(d.frames * 2, int64_t(oracle.size()));
-        EXPECT_LE(maxDifference(doubles, oracle), f.tolerance);
+        const std::vector<double> oracle = decode(file, c.encoding.isFloat());
+        EXPECT_EQ(d.frames * d.channels, int64_t(oracle.size()));
+        EXPECT_LE(maxDifference(doubles, oracle), lossy ? 1e-4 : 0.0); // two Vorbis decoders differ a little
         // The float path gives the same values, rounded once (32-bit integers go through double).
         const std::vector<float> floats = readAll<float>(*reader);
         ASSERT_EQ(floats.size(), doubles.size());
         for (size_t i = 0; i < floats.size(); ++i)
             ASSERT_EQ(floats[i], float(doubles[i])) << "sample " << i;
+
+        // Values already on the format's grid: written unchanged, they come back exactly.
+        const QString copy = path("copy-") + c.name;
+        LXStreamDescription out = d;
+        out.encoding = c.encoding; // sox writes CAF big-endian only
+        writeAll(copy, out, doubles, c.asDouble);
+        EXPECT_LE(maxDifference(decode(copy, c.encoding.isFloat()), doubles), lossy ? 0.05 : 0.0);
+        auto back = openReader(copy);
+        ASSERT_TRUE(back);
+        EXPECT_EQ(back->description().frames, d.frames);
+        if (!lossy) {
+            EXPECT_EQ(back->description().encoding, c.encoding);
+        }
     }
 }
 
 TEST_F(SndfileBackend, RandomAccessReadsMatchTheSequentialRead) {
-    for (const char* name : {"seek.flac", "seek.ogg"}) {
-        SCOPED_TRACE(name);
-        ASSERT_TRUE(
-            TestAudio::generateWithSox(path(name), {"-n", "-r", "48000", "-c", "3", "-b", "24"},
-                                       {"synth", "2.05", "sine", "100-4000", "square", "55", "noise"}));
-        auto reader = openReader(path(name));
+    // Lossy decoders need the packets before a seek point: a steady tone shows a missing pre-roll.
+    const struct {
+        const char* name;
+        int channels;
+        QStringList synth;
+    } cases[] = {
+        {"seek.flac", 3, {"synth", "2.05", "sine", "100-4000", "square", "55", "noise"}},
+        {"seek.ogg", 3, {"synth", "2.05", "sine", "100-4000", "square", "55", "noise"}},
+        {"tone.ogg", 2, {"synth", "2.05", "sine", "600", "triangle", "300", "gain", "-2"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const int64_t channels = c.channels;
+        ASSERT_TRUE(TestAudio::generateWithSox(
+            path(c.name), {"-n", "-r", "48000", "-c", QString::number(channels), "-b", "24"}, c.synth));
+        auto reader = openReader(path(c.name));
         ASSERT_TRUE(reader);
         const std::vector<float> all = readAll<float>(*reader, 4096);
         const int64_t frames = reader->description().frames;
-        ASSERT_EQ(int64_t(all.size()), frames * 3);
+        ASSERT_EQ(int64_t(all.size()), frames * channels);
 
         std::mt19937 random(7);
         std::vector<float> buffer;
         for (int i = 0; i < 60; ++i) {
             const int64_t start = std::uniform_int_distribution<int64_t>(0, frames + 100)(random);
             const int64_t count = std::uniform_int_distribution<int64_t>(1, 9000)(random);
-            buffer.assign(size_t(count * 3), -9.0f);
+            buffer.assign(size_t(count * channels), -9.0f);
             auto got = reader->read(start, count, buffer.data());
             ASSERT_TRUE(got) << why(got.error());
             ASSERT_EQ(*got, std::clamp<int64_t>(frames - start, 0, count)) << "from " << start;
-            for (int64_t s = 0; s < *got * 3; ++s)
-                ASSERT_EQ(buffer[size_t(s)], all[size_t(start * 3 + s)]) << "frame " << start + s / 3;
-        }
-    }
-}
-
-TEST_F(SndfileBackend, SinkOutputReadsBackThroughSoxAndFfmpegInEveryFormat) {
-    const struct {
-        const char* name;
-        LXSampleEncoding encoding;
-        int channels;
-        bool asDouble;
-    } cases[] = {
-        {"s16.caf", LXSampleEncoding::pcm(16, true), 2, false},
-        {"s24le.caf", LXSampleEncoding::pcm(24, false), 3, true},
-        {"f32.caf", LXSampleEncoding::ieeeFloat(32, true), 2, false},
-        {"s8.au", LXSampleEncoding::pcm(8, true), 1, false},
-        {"s24.au", LXSampleEncoding::pcm(24, true), 2, false},
-        {"s16.w64", LXSampleEncoding::pcm(16, false), 2, true},
-        {"f64.w64", LXSampleEncoding::ieeeFloat(64, false), 2, true},
-        {"s8.flac", LXSampleEncoding::pcm(8, false), 1, false},
-        {"s16.flac", LXSampleEncoding::pcm(16, false), 2, false},
-        {"s24.flac", LXSampleEncoding::pcm(24, false), 4, true},
-        {"s16.wav", LXSampleEncoding::pcm(16, false), 2, false},
-        {"s24.aif", LXSampleEncoding::pcm(24, true), 2, false},
-        {"vorbis.ogg", LXSampleEncoding::pcm(16, false), 2, false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        TestAudio::Sound audio;
-        audio.channels = c.channels;
-        audio.frames = 30011;
-        audio.encoding = c.encoding;
-        const QString file = path(c.name);
-        const LXStreamDescription desc = describe(file, c.encoding, c.channels);
-        const bool lossy = desc.format == LXFormat::Ogg;
-        // Values already on the format's grid: an unchanged rewrite must give them back exactly.
-        const std::vector<double> samples =
-            lossy ? TestAudio::generate(audio) : TestAudio::expectedExact(audio);
-        writeAll(file, desc, samples, c.asDouble);
-
-        EXPECT_LE(maxDifference(decode(file, c.encoding.isFloat()), samples), lossy ? 0.05 : 0.0);
-        auto reader = openReader(file);
-        ASSERT_TRUE(reader);
-        EXPECT_EQ(reader->description().format, desc.format);
-        EXPECT_EQ(reader->description().frames, audio.frames);
-        if (!lossy) {
-            EXPECT_EQ(reader->description().encoding, c.encoding);
+            for (int64_t s = 0; s < *got * channels; ++s)
+                ASSERT_EQ(buffer[size_t(s)], all[size_t(start * channels + s)])
+                    << "frame " << start + s / channels << " of a read from " << start;
         }
     }
 }
@@ -315,17 +298,10 @@ TEST_F(SndfileBackend, AnnotationsSurviveWhereLibsndfileStoresThem) {
     auto wav = openReader(path("rich.wav"));
     ASSERT_TRUE(wav);
     const LXAnnotations& back = wav->annotations();
-    ASSERT_EQ(back.labels.markers.count(), 2);
-    EXPECT_EQ(LXFramesFromSeconds(back.labels.markers.labelAtIndex(1).start, 8000), 160);
-    ASSERT_EQ(back.labels.loops.count(), 1);
-    const LXLabel& loop = back.labels.loops.labelAtIndex(0);
-    EXPECT_EQ(LXFramesFromSeconds(loop.start, 8000), 40);
-    EXPECT_EQ(LXFramesFromSeconds(loop.end(), 8000), 120);
-    EXPECT_EQ(loop.loopType, LXLoopType::Alternating);
-    EXPECT_EQ(loop.playCount, 2);
-    EXPECT_EQ(back.metadata.value(QStringLiteral("baseNote")).toInt(), 62);
-    EXPECT_EQ(back.metadata.string(QStringLiteral("description")), QStringLiteral("Broadcast text"));
-    EXPECT_EQ(back.metadata.string(QStringLiteral("title")), tags.value(QStringLiteral("title")).toString());
+    EXPECT_EQ(back.labels.markers, annotations.labels.markers);
+    EXPECT_EQ(back.labels.loops, annotations.labels.loops);
+    for (const char* key : {"baseNote", "description", "title"})
+        EXPECT_EQ(back.metadata.string(key), annotations.metadata.string(key)) << key;
 }
 
 TEST_F(SndfileBackend, BadInputGivesAnErrorWithAReason) {
@@ -341,8 +317,7 @@ TEST_F(SndfileBackend, BadInputGivesAnErrorWithAReason) {
     const QByteArray caf = good.readAll();
     auto write = [&](const char* name, const QByteArray& bytes) {
         QFile f(path(name));
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
         return path(name);
     };
     const struct {
