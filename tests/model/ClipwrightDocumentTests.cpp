@@ -1,10 +1,7 @@
+#include "ModelTestSupport.h"
 #include "TWClipwrightDocument.h"
 
-#include <QFile>
 #include <QHash>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <random>
@@ -21,53 +18,31 @@ struct Node {
     enum class Kind { Nil, Dictionary, Array, String, Integer, Real, Data, Other };
     Kind kind = Kind::Nil;
     QStringList classes; // the class and its superclasses
-    QList<std::pair<NodePtr, NodePtr>> entries;
-    QList<NodePtr> items;
-    QString text;
-    qint64 integer = 0;
-    double real = 0.0;
-    QByteArray data;
+    QVariant value;
+    QList<NodePtr> items; // an array's items, or a dictionary's keys and values in turn
 };
 
-NodePtr node(Node::Kind kind, const QStringList& classes) {
-    auto n = std::make_shared<Node>();
-    n->kind = kind;
-    n->classes = classes;
-    return n;
+NodePtr node(Node::Kind kind, const QStringList& classes, const QVariant& value = {},
+             const QList<NodePtr>& items = {}) {
+    return std::make_shared<Node>(Node{kind, classes, value, items});
 }
-NodePtr nil() {
-    return node(Node::Kind::Nil, {});
-}
+const QStringList kNumber{"NSNumber", "NSValue", "NSObject"};
+const auto nil = [] { return node(Node::Kind::Nil, {}); };
+const auto integer = [](qint64 v) { return node(Node::Kind::Integer, kNumber, v); };
+const auto real = [](double v) { return node(Node::Kind::Real, kNumber, v); };
+const auto data = [](const QByteArray& bytes) {
+    return node(Node::Kind::Data, {"NSData", "NSObject"}, bytes);
+};
+const auto array = [](const QList<NodePtr>& items) {
+    return node(Node::Kind::Array, {"NSMutableArray", "NSArray", "NSObject"}, {}, items);
+};
+const auto dictionary = [](const QList<NodePtr>& keysAndValues) {
+    return node(Node::Kind::Dictionary, {"NSMutableDictionary", "NSDictionary", "NSObject"}, {},
+                keysAndValues);
+};
 NodePtr string(const QString& text, bool mutableString = false) {
-    auto n = node(Node::Kind::String, mutableString ? QStringList{"NSMutableString", "NSString", "NSObject"}
-                                                    : QStringList{"NSString", "NSObject"});
-    n->text = text;
-    return n;
-}
-NodePtr array(const QList<NodePtr>& items) {
-    auto n = node(Node::Kind::Array, {"NSMutableArray", "NSArray", "NSObject"});
-    n->items = items;
-    return n;
-}
-NodePtr dictionary(const QList<std::pair<NodePtr, NodePtr>>& entries) {
-    auto n = node(Node::Kind::Dictionary, {"NSMutableDictionary", "NSDictionary", "NSObject"});
-    n->entries = entries;
-    return n;
-}
-NodePtr integer(qint64 v) {
-    auto n = node(Node::Kind::Integer, {"NSNumber", "NSValue", "NSObject"});
-    n->integer = v;
-    return n;
-}
-NodePtr real(double v) {
-    auto n = node(Node::Kind::Real, {"NSNumber", "NSValue", "NSObject"});
-    n->real = v;
-    return n;
-}
-NodePtr data(const QByteArray& bytes) {
-    auto n = node(Node::Kind::Data, {"NSData", "NSObject"});
-    n->data = bytes;
-    return n;
+    const QStringList chain{"NSString", "NSObject"};
+    return node(Node::Kind::String, mutableString ? QStringList{"NSMutableString"} + chain : chain, text);
 }
 // An object of a class the reader does not know, holding a few simple values.
 NodePtr other(const QString& className) {
@@ -143,7 +118,7 @@ private:
         switch (n->kind) {
         case Node::Kind::String:
             typed("+");
-            unshared(n->text.toUtf8());
+            unshared(n->value.toString().toUtf8());
             break;
         case Node::Kind::Array:
             typed("i");
@@ -155,18 +130,12 @@ private:
             break;
         case Node::Kind::Dictionary:
             typed("i");
-            writeInteger(n->entries.size());
-            for (const auto& [key, value] : n->entries) {
-                if (m_groupPairs) {
-                    typed("@@");
-                    object(key);
-                    object(value);
-                } else {
-                    typed("@");
-                    object(key);
-                    typed("@");
-                    object(value);
-                }
+            writeInteger(n->items.size() / 2);
+            for (qsizetype i = 0; i + 1 < n->items.size(); i += 2) {
+                typed(m_groupPairs ? "@@" : "@");
+                object(n->items[i]);
+                if (!m_groupPairs) typed("@");
+                object(n->items[i + 1]);
             }
             break;
         case Node::Kind::Integer:
@@ -178,10 +147,11 @@ private:
             m_next++;
             typed(type);
             if (n->kind == Node::Kind::Integer) {
-                writeInteger(n->integer);
+                writeInteger(n->value.toLongLong());
             } else {
+                const double value = n->value.toDouble();
                 quint64 bits = 0;
-                std::memcpy(&bits, &n->real, sizeof bits);
+                std::memcpy(&bits, &value, sizeof bits);
                 m_out.append(char(-125));
                 raw(bits, 8);
             }
@@ -189,9 +159,9 @@ private:
         }
         case Node::Kind::Data:
             typed("i");
-            writeInteger(n->data.size());
-            typed("[" + QByteArray::number(n->data.size()) + "c]");
-            m_out.append(n->data);
+            writeInteger(n->value.toByteArray().size());
+            typed("[" + QByteArray::number(n->value.toByteArray().size()) + "c]");
+            m_out.append(n->value.toByteArray());
             break;
         case Node::Kind::Other:
             typed("ffi");
@@ -214,35 +184,25 @@ private:
     int m_next = 0;
 };
 
-NodePtr fileList(const QList<NodePtr>& paths, const QList<std::pair<NodePtr, NodePtr>>& more = {}) {
-    QList<std::pair<NodePtr, NodePtr>> entries = more;
-    entries.prepend({string(QStringLiteral("FileList")), array(paths)});
-    return dictionary(entries);
+NodePtr fileList(const QList<NodePtr>& paths, const QList<NodePtr>& more = {}) {
+    return dictionary(QList<NodePtr>{string(QStringLiteral("FileList")), array(paths)} + more);
 }
 
-QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes) {
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-    return path;
-}
-
+// A file list as the old application saved it, with values of other kinds the reader must step over.
 QByteArray sampleDocument() {
     const NodePtr kick = string(QStringLiteral("/Users/ann/Samples/kick.aif"));
-    return Archiver().archive(
-        fileList({kick, string(QStringLiteral("/Users/ann/Samples/Snare \u00e9t\u00e9.wav"), true), kick},
-                 {{string(QStringLiteral("Version")), integer(3)},
-                  {string(QStringLiteral("Color")), other("NSColor")}}));
+    return Archiver().archive(fileList(
+        {kick, string(QStringLiteral("/Users/ann/Samples/Snare \u00e9t\u00e9.wav"), true), kick},
+        {string("Version"), integer(-40000), string("Zoom"), real(0.25), string("Color"), other("NSColor"),
+         string("Bookmarks"), array({data(QByteArray("\x00\x01\x02", 3)), nil()})}));
 }
 
 } // namespace
 
 TEST(ClipwrightDocument, ReadsTheFileListInOrder) {
     QTemporaryDir dir;
-    const QByteArray bytes = sampleDocument();
-    ASSERT_TRUE(bytes.startsWith(QByteArray("\x04\x0bstreamtyped\x81\xe8\x03\x84\x01@\x84\x84\x84", 22)));
-    const auto paths = TWReadClipwrightDocument(writeFile(dir, QStringLiteral("Old.clipwright"), bytes));
+    const auto paths = TWReadClipwrightDocument(
+        ModelTest::writeBytes(dir.filePath(QStringLiteral("Old.clipwright")), sampleDocument()));
     ASSERT_TRUE(paths) << paths.error().description().toStdString();
     // The third path is a reference to the first string object.
     EXPECT_EQ(*paths, (QStringList{QStringLiteral("/Users/ann/Samples/kick.aif"),
@@ -267,97 +227,60 @@ TEST(ClipwrightDocument, ReadsTheFileListInOrder) {
     }
 }
 
-TEST(ClipwrightDocument, DecodesPropertyListValues) {
-    const NodePtr root = dictionary({{string(QStringLiteral("n")), integer(-40000)},
-                                     {string(QStringLiteral("x")), real(0.25)},
-                                     {string(QStringLiteral("d")), data(QByteArray("\x00\x01\x02", 3))},
-                                     {string(QStringLiteral("a")), array({integer(1), nil(), string("s")})},
-                                     {integer(7), string(QStringLiteral("a key that is not a string"))}});
-    const auto value = TWDecodeTypedStream(Archiver().archive(root), QStringLiteral("values"));
-    ASSERT_TRUE(value) << value.error().description().toStdString();
-    const QVariantMap map = value->toMap();
-    EXPECT_EQ(map.value("n"), QVariant(qint64(-40000)));
-    EXPECT_EQ(map.value("x"), QVariant(0.25));
-    EXPECT_EQ(map.value("d"), QVariant(QByteArray("\x00\x01\x02", 3)));
-    EXPECT_EQ(map.value("a"), QVariant(QVariantList{qint64(1), QVariant(), QStringLiteral("s")}));
-    EXPECT_EQ(map.size(), 4);
-}
-
-TEST(ClipwrightDocument, RefusesWhatIsNoFileList) {
-    struct Case {
-        const char* what;
-        NodePtr root;
-        int32_t code;
-        const char* mentions;
-    };
-    const Case cases[] = {
-        {"root array", array({string("/a.wav")}), LXErrUnsupported, "not a dictionary"},
-        {"root of unknown class", other("NSColor"), LXErrUnsupported, "NSColor"},
-        {"no FileList", dictionary({{string("Files"), array({})}}), LXErrDamaged, "FileList"},
-        {"FileList a string", dictionary({{string("FileList"), string("/a.wav")}}), LXErrDamaged, "a string"},
-        {"FileList holds a number", fileList({string("/a.wav"), integer(3)}), LXErrDamaged, "item 2"},
-        {"FileList holds nil", fileList({nil()}), LXErrDamaged, "item 1"},
-    };
-    for (const Case& c : cases) {
-        const auto result =
-            TWParseClipwrightDocument(Archiver().archive(c.root), QStringLiteral("/x/Old.clipwright"));
-        ASSERT_FALSE(result) << c.what;
-        EXPECT_EQ(result.error().code(), c.code) << c.what;
-        EXPECT_TRUE(result.error().description().contains(QString::fromLatin1(c.mentions)))
-            << c.what << ": " << result.error().description().toStdString();
-        EXPECT_TRUE(result.error().description().contains(QStringLiteral("Old.clipwright"))) << c.what;
-    }
-    const auto empty = TWParseClipwrightDocument(Archiver().archive(fileList({})), QStringLiteral("empty"));
-    ASSERT_TRUE(empty);
-    EXPECT_TRUE(empty->isEmpty());
-}
-
-TEST(ClipwrightDocument, RefusesOtherFilesAndUnreadablePaths) {
-    QTemporaryDir dir;
-    for (const QByteArray& bytes :
-         {QByteArray(), QByteArray("bplist00\xd1\x01\x02", 11), QByteArray("FileList = (\"/a.wav\");"),
-          QByteArray("\x03\x0bstreamtyped\x81\xe8\x03", 16)}) {
-        const auto result = TWReadClipwrightDocument(writeFile(dir, QStringLiteral("x.clipwright"), bytes));
-        ASSERT_FALSE(result) << bytes.toHex().toStdString();
-        EXPECT_FALSE(result.error().isFileError());
-    }
-    const auto missing = TWReadClipwrightDocument(dir.filePath(QStringLiteral("missing.clipwright")));
-    ASSERT_FALSE(missing);
-    EXPECT_TRUE(missing.error().isFileError());
-    const auto folder = TWReadClipwrightDocument(dir.path());
-    ASSERT_FALSE(folder);
-    EXPECT_TRUE(folder.error().isFileError());
-}
-
-TEST(ClipwrightDocument, RefusesCyclesAndDeepNesting) {
-    NodePtr self = dictionary({});
-    self->entries.append({string(QStringLiteral("FileList")), self});
-    const auto cycle = TWParseClipwrightDocument(Archiver().archive(self), QStringLiteral("cycle"));
-    self->entries.clear(); // break the cycle so the test does not leak
-    ASSERT_FALSE(cycle);
-    EXPECT_TRUE(cycle.error().message().contains(QStringLiteral("contains itself")));
-    EXPECT_GT(cycle.error().offset(), 0);
-
+// Archives that are no file list, or that would make a reader loop, overflow its stack or hold memory
+// squared, are refused with a reason.
+TEST(ClipwrightDocument, RefusesWhatIsNoFileListAndHostileArchives) {
+    NodePtr self = dictionary({string(QStringLiteral("FileList"))});
+    self->items.append(self);
     // Four times the reader's limit: deep enough to be refused, shallow enough for this recursive writer
     // (and the nodes' destructors) under the sanitizers' larger frames.
     NodePtr deep = array({string("/a.wav")});
     for (int i = 0; i < 256; ++i)
         deep = array({deep});
-    const auto nested =
-        TWParseClipwrightDocument(Archiver().archive(fileList({deep})), QStringLiteral("deep"));
-    ASSERT_FALSE(nested);
-    EXPECT_TRUE(nested.error().message().contains(QStringLiteral("nested")));
-
-    // A string whose class has a thousand superclasses: refused, not held in memory squared.
     NodePtr tall = string(QStringLiteral("/a.wav"));
-    QStringList subclasses;
     for (int i = 0; i < 1000; ++i)
-        subclasses.append(QStringLiteral("Sub%1").arg(i));
-    tall->classes = subclasses + tall->classes;
-    const auto chain =
-        TWParseClipwrightDocument(Archiver().archive(fileList({tall})), QStringLiteral("tall"));
-    ASSERT_FALSE(chain);
-    EXPECT_TRUE(chain.error().message().contains(QStringLiteral("superclasses")));
+        tall->classes.prepend(QStringLiteral("Sub%1").arg(i));
+    const struct {
+        NodePtr root;
+        int32_t code;
+        const char* mentions;
+    } cases[] = {
+        {array({string("/a.wav")}), LXErrUnsupported, "not a dictionary"},
+        {other("NSColor"), LXErrUnsupported, "NSColor"},
+        {dictionary({string("Files"), array({})}), LXErrDamaged, "FileList"},
+        {fileList({string("/a.wav"), integer(3)}), LXErrDamaged, "item 2"},
+        {self, LXErrDamaged, "contains itself"},
+        {fileList({deep}), LXErrDamaged, "nested too deeply"},
+        {fileList({tall}), LXErrDamaged, "too many superclasses"},
+    };
+    for (const auto& c : cases) {
+        const auto result =
+            TWParseClipwrightDocument(Archiver().archive(c.root), QStringLiteral("/x/Old.clipwright"));
+        ASSERT_FALSE(result) << c.mentions;
+        EXPECT_EQ(result.error().code(), c.code) << c.mentions;
+        EXPECT_TRUE(result.error().description().contains(QString::fromLatin1(c.mentions)) &&
+                    result.error().description().contains(QStringLiteral("Old.clipwright")))
+            << result.error().description().toStdString();
+    }
+    self->items.clear(); // break the cycle so the test does not leak
+    const auto empty = TWParseClipwrightDocument(Archiver().archive(fileList({})), QStringLiteral("empty"));
+    ASSERT_TRUE(empty);
+    EXPECT_TRUE(empty->isEmpty());
+
+    // Files that are no archive at all, and paths that cannot be read.
+    QTemporaryDir dir;
+    for (const QByteArray& bytes : {QByteArray(), QByteArray("bplist00\xd1\x01\x02", 11),
+                                    QByteArray("\x03\x0bstreamtyped\x81\xe8\x03", 16)}) {
+        const auto result = TWReadClipwrightDocument(
+            ModelTest::writeBytes(dir.filePath(QStringLiteral("x.clipwright")), bytes));
+        ASSERT_FALSE(result) << bytes.toHex().toStdString();
+        EXPECT_FALSE(result.error().isFileError());
+    }
+    for (const QString& unreadable : {dir.filePath(QStringLiteral("missing.clipwright")), dir.path()}) {
+        const auto result = TWReadClipwrightDocument(unreadable);
+        ASSERT_FALSE(result);
+        EXPECT_TRUE(result.error().isFileError());
+    }
 }
 
 // Damaged documents must give an error, never a crash, a hang or a read outside the data (run under

@@ -33,14 +33,6 @@ QString writeBytes(const QString& path, const QByteArray& bytes) {
     return path;
 }
 
-QString writeTruncatedWav(const QString& path) {
-    writeAudio(path, 4410);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadWrite));
-    file.resize(file.size() - 1000); // as if the recording had been cut off
-    return path;
-}
-
 QString writeDamagedWav(const QString& path) {
     const QString complete = writeAudio(path + QStringLiteral(".whole.wav"));
     QFile source(complete);

@@ -27,8 +27,6 @@ namespace ModelTest {
 QString writeAudio(const QString& path, int64_t frames = 441);
 // A file holding exactly these bytes.
 QString writeBytes(const QString& path, const QByteArray& bytes);
-// A WAV whose RIFF and data sizes claim more than the file holds: readable, with a repair warning.
-QString writeTruncatedWav(const QString& path);
 
 // Runs the event loop until the condition holds or the time is up (then false). Each pass waits for the
 // next event, so nothing spins.
