@@ -13,6 +13,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
+#include <memory>
 #include <vector>
 
 // File layout written here. WAV: RIFF header, a JUNK chunk reserved for the ds64 chunk the file
@@ -56,14 +57,11 @@ public:
         m_aiff = desc.format == LXFormat::AIFF || desc.format == LXFormat::AIFC;
         LXSampleEncoding& e = m_desc.encoding;
         if (m_aiff) {
-            if (e.bytes == 1)
-                e = LXSampleEncoding::pcm(8, e.bigEndian, false);
-            if (e.isFloat() || !e.bigEndian)
-                m_desc.format = LXFormat::AIFC;
+            if (e.bytes == 1) e = LXSampleEncoding::pcm(8, e.bigEndian, false);
+            if (e.isFloat() || !e.bigEndian) m_desc.format = LXFormat::AIFC;
         } else {
             const bool big = e.bigEndian; // RIFX keeps its byte order
-            if (e.bytes == 1)
-                e = LXSampleEncoding::pcm(8, big, true);
+            if (e.bytes == 1) e = LXSampleEncoding::pcm(8, big, true);
             m_desc.format = LXFormat::WAVE;
         }
         m_blockAlign = e.bytes * m_desc.channels;
@@ -71,11 +69,10 @@ public:
 
     LXStatus begin() {
         const QByteArray header = m_aiff ? aiffHeader(0, 0) : waveHeader(0, 0);
-        if (!LXWriteFully(m_fd.get(), header.constData(), header.size(), 0))
-            return writeError();
+        if (!LXWriteFully(m_fd.get(), header.constData(), header.size(), 0)) return writeError();
         m_dataOffset = header.size();
         m_offset = m_dataOffset;
-        m_buffer.reserve(kBufferBytes);
+        m_buffer = std::make_unique_for_overwrite<uint8_t[]>(size_t(kBufferBytes));
         return {};
     }
 
@@ -86,61 +83,57 @@ public:
         LX_TRY(flush());
         const int64_t dataBytes = m_frames * m_blockAlign;
         ByteWriter tail(m_aiff || m_desc.encoding.bigEndian);
-        if (dataBytes & 1)
-            tail.zeros(1);
+        if (dataBytes & 1) tail.zeros(1);
         const QList<LXChunk> chunks =
             m_aiff ? LXAiffChunks::encode(annotations, m_desc.rate, retainUnknownChunks)
-                   : LXWaveChunks::encode(annotations, m_desc.rate, m_desc.encoding.bigEndian, retainUnknownChunks);
+                   : LXWaveChunks::encode(annotations, m_desc.rate, m_desc.encoding.bigEndian,
+                                          retainUnknownChunks);
         for (const LXChunk& chunk : chunks) {
             tail.bytes(chunk.id.leftJustified(4, ' ', true));
             tail.u32(uint32_t(chunk.data.size()));
             tail.bytes(chunk.data);
-            if (chunk.data.size() & 1)
-                tail.zeros(1);
+            if (chunk.data.size() & 1) tail.zeros(1);
         }
         if (!LXWriteFully(m_fd.get(), tail.data().constData(), tail.data().size(), m_offset))
             return writeError();
         const int64_t total = m_offset + tail.data().size();
         const QByteArray header = m_aiff ? aiffHeader(total, dataBytes) : waveHeader(total, dataBytes);
-        if (!LXWriteFully(m_fd.get(), header.constData(), header.size(), 0))
-            return writeError();
-        if (::ftruncate(m_fd.get(), total) != 0)
-            return writeError();
+        if (!LXWriteFully(m_fd.get(), header.constData(), header.size(), 0)) return writeError();
+        if (::ftruncate(m_fd.get(), total) != 0) return writeError();
         LX_TRY(LXFile::syncDescriptor(m_fd.get(), m_path));
         m_fd.reset();
         return {};
     }
 
 private:
-    LXError writeError() const { return LXFileError::fromErrno(QStringLiteral("cannot write the file"), m_path); }
+    LXError writeError() const {
+        return LXFileError::fromErrno(QStringLiteral("cannot write the file"), m_path);
+    }
 
-    template <typename T>
-    LXStatus writeAs(const T* in, int64_t frames) {
+    template <typename T> LXStatus writeAs(const T* in, int64_t frames) {
         const int channels = m_desc.channels;
         const int64_t framesPerChunk = kBufferBytes / m_blockAlign;
         for (int64_t done = 0; done < frames;) {
             const int64_t n = std::min(framesPerChunk, frames - done);
             const size_t bytes = size_t(n * m_blockAlign);
-            if (m_buffer.size() + bytes > size_t(kBufferBytes))
-                LX_TRY(flush());
-            const size_t at = m_buffer.size();
-            m_buffer.resize(at + bytes);
-            LXEncodeSamples(m_desc.encoding, in + done * channels, m_buffer.data() + at, size_t(n * channels));
+            if (m_used + bytes > size_t(kBufferBytes)) LX_TRY(flush());
+            LXEncodeSamples(m_desc.encoding, in + done * channels, m_buffer.get() + m_used,
+                            size_t(n * channels));
+            m_used += bytes;
             done += n;
             m_frames += n;
         }
         if (m_aiff && m_frames * m_blockAlign > int64_t(std::numeric_limits<uint32_t>::max()) - 64)
-            return LXError(LXErrWriteFailed, QStringLiteral("an AIFF file cannot hold more than 4 GB of audio"), m_path);
+            return LXError(LXErrWriteFailed,
+                           QStringLiteral("an AIFF file cannot hold more than 4 GB of audio"), m_path);
         return {};
     }
 
     LXStatus flush() {
-        if (m_buffer.empty())
-            return {};
-        if (!LXWriteFully(m_fd.get(), m_buffer.data(), int64_t(m_buffer.size()), m_offset))
-            return writeError();
-        m_offset += int64_t(m_buffer.size());
-        m_buffer.clear();
+        if (m_used == 0) return {};
+        if (!LXWriteFully(m_fd.get(), m_buffer.get(), int64_t(m_used), m_offset)) return writeError();
+        m_offset += int64_t(m_used);
+        m_used = 0;
         return {};
     }
 
@@ -218,8 +211,7 @@ private:
         if (aifc) {
             pascal.append(char(compressionName.size()));
             pascal.append(compressionName);
-            if (pascal.size() & 1)
-                pascal.append('\0');
+            if (pascal.size() & 1) pascal.append('\0');
         }
         w.id("COMM");
         w.u32(uint32_t(18 + (aifc ? 4 + pascal.size() : 0)));
@@ -248,24 +240,29 @@ private:
     int64_t m_dataOffset = 0;
     int64_t m_offset = 0;
     int64_t m_frames = 0;
-    std::vector<uint8_t> m_buffer;
+    std::unique_ptr<uint8_t[]> m_buffer; // encoded audio not yet written, m_used bytes of it
+    size_t m_used = 0;
 };
 
 } // namespace
 
-void LXSetRiffSizeLimit(int64_t bytes) { g_riffSizeLimit = bytes; }
+void LXSetRiffSizeLimit(int64_t bytes) {
+    g_riffSizeLimit = bytes;
+}
 
 LXResult<std::unique_ptr<LXAudioSink>> LXCreatePcmSink(const QString& path, const LXStreamDescription& desc) {
     if (desc.channels < 1 || desc.channels > 1024 || !(desc.rate > 0))
         return LXError(LXErrInvalidParameter,
-                       QStringLiteral("cannot write %1 channels at %2 Hz").arg(desc.channels).arg(desc.rate), path);
+                       QStringLiteral("cannot write %1 channels at %2 Hz").arg(desc.channels).arg(desc.rate),
+                       path);
     const LXSampleEncoding& e = desc.encoding;
     const bool valid = e.isFloat() ? (e.bytes == 4 || e.bytes == 8) : (e.bytes >= 1 && e.bytes <= 4);
     if (!valid)
-        return LXError(LXErrInvalidParameter, QStringLiteral("cannot write %1-bit samples").arg(e.bits), path);
-    LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!fd.isOpen())
-        return LXFileError::fromErrno(QStringLiteral("cannot create the file"), path);
+        return LXError(LXErrInvalidParameter, QStringLiteral("cannot write %1-bit samples").arg(e.bits),
+                       path);
+    LXFileDescriptor fd(
+        ::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!fd.isOpen()) return LXFileError::fromErrno(QStringLiteral("cannot create the file"), path);
     auto sink = std::make_unique<PcmSink>(std::move(fd), path, desc);
     LX_TRY(sink->begin());
     return std::unique_ptr<LXAudioSink>(std::move(sink));
