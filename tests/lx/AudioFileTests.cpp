@@ -555,6 +555,7 @@ protected:
         writer.setFormat(GetParam());
         writer.annotations() = a;
         const Sound sound{.channels = 1};
+        writer.setChannels(sound.channels);
         const std::vector<double> samples = generate(sound);
         EXPECT_TRUE(writer.writeFrames(samples.data(), sound.frames));
         EXPECT_TRUE(writer.endWrite());
