@@ -28,8 +28,8 @@ const QString kIndex = QStringLiteral("index");
 class ProcessLock {
 public:
     explicit ProcessLock(const QString& journal) {
-        (void)LXFile::createDirectoryAtPath(QFileInfo(journal).path());
         const QFileInfo info(journal);
+        (void)LXFile::createDirectoryAtPath(info.path());
         const QString path = info.path() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".lock");
         m_fd =
             LXFileDescriptor(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
