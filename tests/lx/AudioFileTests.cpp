@@ -514,12 +514,6 @@ TEST_F(AudioFileTest, DamagedFilesGiveReadableErrors) {
 
 namespace {
 
-constexpr double kRate = 44100.0;
-
-double at(int64_t frame) {
-    return double(frame) / kRate;
-}
-
 LXAnnotations annotations() {
     LXAnnotations a;
     for (const char* key :
@@ -538,12 +532,15 @@ LXAnnotations annotations() {
                                 {"loudnessValue", -23.5},
                                 {"codingHistory", "A=PCM,F=44100\r\n"}};
     a.metadata.addMetadata(LXMetadata(values), true);
-    a.labels.markers.addMarkerWithPosition(at(441), "Hit");
-    a.labels.markers.addMarkerWithPosition(at(22050), "Middle");
-    a.labels.slices.addSliceWithPosition(at(11025));
-    a.labels.regions.addRegionWithRange(LXRange::rangeWithLocation(at(4410), at(8820)), "Phrase");
-    a.labels.loops.addLoopWithType(LXLoopType::Forward, LXRange(at(30000), at(40000)));
-    a.labels.loops.addLoopWithType(LXLoopType::Alternating, LXRange(at(20000), at(30000)), 3);
+    a.labels.markers.addMarkerWithPosition(TestAudio::seconds(441), "Hit");
+    a.labels.markers.addMarkerWithPosition(TestAudio::seconds(22050), "Middle");
+    a.labels.slices.addSliceWithPosition(TestAudio::seconds(11025));
+    a.labels.regions.addRegionWithRange(
+        LXRange::rangeWithLocation(TestAudio::seconds(4410), TestAudio::seconds(8820)), "Phrase");
+    a.labels.loops.addLoopWithType(LXLoopType::Forward,
+                                   LXRange(TestAudio::seconds(30000), TestAudio::seconds(40000)));
+    a.labels.loops.addLoopWithType(LXLoopType::Alternating,
+                                   LXRange(TestAudio::seconds(20000), TestAudio::seconds(30000)), 3);
     a.unknownChunks.append({"zzzz", QByteArray("\x01\x02\x03", 3)});
     return a;
 }

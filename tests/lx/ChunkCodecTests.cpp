@@ -5,6 +5,8 @@
 #include "LXAiffChunks.h"
 #include "LXWaveChunks.h"
 
+#include "TestAudio.h"
+
 #include <gtest/gtest.h>
 
 #include <random>
@@ -19,10 +21,6 @@ void PrintTo(const LXLabel& label, std::ostream* os) {
 namespace {
 
 constexpr double kRate = 44100.0;
-
-double at(int64_t frame) {
-    return double(frame) / kRate;
-}
 
 LXAnnotations fullAnnotations() {
     LXAnnotations a;
@@ -68,15 +66,19 @@ LXAnnotations fullAnnotations() {
     m.remove("nominalBitRate");
 
     LXLabels& l = a.labels;
-    l.markers.addMarkerWithPosition(at(100), "Intro \u00e9");
-    l.markers.addMarkerWithPosition(at(44100));
-    l.slices.addSliceWithPosition(at(2205));
-    l.slices.addSliceWithPosition(at(4410));
-    l.regions.addRegionWithRange(LXRange::rangeWithLocation(at(1000), at(5000)), "Verse");
-    l.regions.addRegionWithRange(LXRange::rangeWithLocation(at(0), at(1)));
-    l.loops.addLoopWithType(LXLoopType::Forward, LXRange(at(8000), at(16000)));
-    l.loops.addLoopWithType(LXLoopType::Alternating, LXRange(at(20000), at(30000)), 3);
-    l.loops.addLoopWithType(LXLoopType::Backward, LXRange(at(30000), at(30002)));
+    l.markers.addMarkerWithPosition(TestAudio::seconds(100), "Intro \u00e9");
+    l.markers.addMarkerWithPosition(TestAudio::seconds(44100));
+    l.slices.addSliceWithPosition(TestAudio::seconds(2205));
+    l.slices.addSliceWithPosition(TestAudio::seconds(4410));
+    l.regions.addRegionWithRange(
+        LXRange::rangeWithLocation(TestAudio::seconds(1000), TestAudio::seconds(5000)), "Verse");
+    l.regions.addRegionWithRange(LXRange::rangeWithLocation(TestAudio::seconds(0), TestAudio::seconds(1)));
+    l.loops.addLoopWithType(LXLoopType::Forward,
+                            LXRange(TestAudio::seconds(8000), TestAudio::seconds(16000)));
+    l.loops.addLoopWithType(LXLoopType::Alternating,
+                            LXRange(TestAudio::seconds(20000), TestAudio::seconds(30000)), 3);
+    l.loops.addLoopWithType(LXLoopType::Backward,
+                            LXRange(TestAudio::seconds(30000), TestAudio::seconds(30002)));
     return a;
 }
 
@@ -149,10 +151,12 @@ TEST(AiffChunks, EveryKeyAndLabelKindSurvivesARoundTrip) {
 
 TEST(AiffChunks, LoopsThatFitTheInstrumentChunkNeedNoPrivateChunk) {
     LXAnnotations in;
-    in.labels.markers.addMarkerWithPosition(at(10), "Hit");
-    in.labels.loops.addLoopWithType(LXLoopType::Forward, LXRange(at(100), at(200)));
-    in.labels.loops.addLoopWithType(LXLoopType::Alternating, LXRange(at(300), at(400)));
-    in.labels.slices.addSliceWithPosition(at(50));
+    in.labels.markers.addMarkerWithPosition(TestAudio::seconds(10), "Hit");
+    in.labels.loops.addLoopWithType(LXLoopType::Forward,
+                                    LXRange(TestAudio::seconds(100), TestAudio::seconds(200)));
+    in.labels.loops.addLoopWithType(LXLoopType::Alternating,
+                                    LXRange(TestAudio::seconds(300), TestAudio::seconds(400)));
+    in.labels.slices.addSliceWithPosition(TestAudio::seconds(50));
     QList<LXChunk> chunks = LXAiffChunks::encode(in, kRate, false);
     // Another program drops our APPL chunk: the loops live on in INST, the slices are gone, and the
     // markers the loops point at are not mistaken for markers of the file.
@@ -174,9 +178,10 @@ TEST(WaveChunkLabels, CuePointsThatBelongToLoopsAreNotMarkers) {
                             num(0, 4) + num(8000, 4) + num(8999, 4) + num(0, 8);
     const LXAnnotations a = LXWaveChunks::decode({{"cue ", cue}, {"smpl", smpl}}, kRate, false);
     ASSERT_EQ(a.labels.markers.count(), 1);
-    EXPECT_EQ(a.labels.markers.labelAtIndex(0).start, at(50));
+    EXPECT_EQ(a.labels.markers.labelAtIndex(0).start, TestAudio::seconds(50));
     ASSERT_EQ(a.labels.loops.count(), 1);
-    EXPECT_TRUE(a.labels.loops.labelAtIndex(0).range().isEqualToRange(LXRange(at(8000), at(9000))));
+    EXPECT_TRUE(a.labels.loops.labelAtIndex(0).range().isEqualToRange(
+        LXRange(TestAudio::seconds(8000), TestAudio::seconds(9000))));
 }
 
 TEST(ChunkCodecText, IsUtf8WhenValidAndLatin1Otherwise) {
@@ -224,7 +229,7 @@ TEST(ChunksDamaged, TornListsGiveWhatWasWhole) {
         cue += num(id, 4) + num(id * 100, 4) + "data" + num(0, 8) + num(id * 100, 4);
     const LXAnnotations wave = LXWaveChunks::decode({{"cue ", cue + "xyz"}}, kRate, false);
     ASSERT_EQ(wave.labels.markers.count(), 2);
-    EXPECT_EQ(wave.labels.markers.labelAtIndex(1).start, at(200));
+    EXPECT_EQ(wave.labels.markers.labelAtIndex(1).start, TestAudio::seconds(200));
     EXPECT_TRUE(wave.unknownChunks.isEmpty());
 
     for (bool padded : {true, false}) {

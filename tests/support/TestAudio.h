@@ -87,4 +87,9 @@ QString runTool(const QString& program, const QStringList& args, int* exitCode =
 // Whether a program is on PATH: tests that need one skip with a message when it is missing.
 bool haveTool(const QString& program);
 
+// Label positions are seconds: frame n of a file at 44.1 kHz (the rate of the default sound).
+inline double seconds(int64_t frame, double rate = 44100.0) {
+    return double(frame) / rate;
+}
+
 } // namespace TestAudio
