@@ -1,11 +1,11 @@
-#include "LXAudioFileWriter.h"
-#include "LXFile.h"
-#include "TWActions.h"
-#include "TWCommandLine.h"
-#include "TWCommandLineInteraction.h"
-#include "TWPreferences.h"
-#include "TWSupportFolders.h"
-#include "TWWorkspace.h"
+#include "actions/TWActions.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXFile.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWCommandLineInteraction.h"
+#include "platform/TWPreferences.h"
+#include "platform/TWSupportFolders.h"
+#include "shell/TWCommandLine.h"
 
 #include <QCoreApplication>
 

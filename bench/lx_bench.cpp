@@ -1,10 +1,10 @@
 // End-to-end throughput of the audio-file framework beside sox (and cp) doing the same job on the same
 // files in the same run. See README.md for what each figure means.
 
-#include "LXAudioFile.h"
-#include "LXAudioFileWriter.h"
-#include "LXFile.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXFile.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

@@ -1,7 +1,7 @@
-#include "TWActions.h"
+#include "actions/TWActions.h"
 
-#include "TWActionRegistry.h"
-#include "TWLevelActions.h"
+#include "actions/level/TWLevelActions.h"
+#include "engine/TWActionRegistry.h"
 
 void TWRegisterActions() {
     static const bool registered = [] {

@@ -1,8 +1,8 @@
 // The action's settings, instructions and saved state. The processing loop is in TWActionLoop.cpp.
 
-#include "TWAction.h"
+#include "engine/TWAction.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QCoreApplication>
 #include <QThread>

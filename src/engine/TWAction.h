@@ -1,10 +1,10 @@
 #pragma once
 
-#include "TWActionError.h"
-#include "TWInstructionKey.h"
-#include "TWSaveInfo.h"
+#include "engine/TWActionError.h"
+#include "engine/TWInstructionKey.h"
+#include "engine/TWSaveInfo.h"
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 #include <QList>
 #include <QStringList>

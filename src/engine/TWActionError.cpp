@@ -1,4 +1,4 @@
-#include "TWActionError.h"
+#include "engine/TWActionError.h"
 
 TWActionError::TWActionError(int32_t code, QString phase, QString cause)
     : LXError(code, cause.isEmpty() ? failureReasonForError(code) : cause), m_phase(std::move(phase)),

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXError.h"
+#include "lx/LXError.h"
 
 #include <QString>
 

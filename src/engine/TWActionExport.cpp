@@ -1,10 +1,10 @@
-#include "TWActionExport.h"
+#include "engine/TWActionExport.h"
 
-#include "TWFileEntry.h"
-#include "TWSupportFolders.h"
+#include "model/TWFileEntry.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXAudioFile.h"
-#include "LXFile.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXFile.h"
 
 #include <QFileInfo>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWAction.h"
+#include "engine/TWAction.h"
 
 // The base of actions that write files of their own format (encoders, archives, uploads): the action
 // writes each file to a path in the temporary folder, and the loop moves it to the destination. Exports

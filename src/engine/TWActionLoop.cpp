@@ -1,21 +1,21 @@
 // The processing loop that carries one action over its entries, and the notifications it sends to the
 // workspace.
 
-#include "TWAction.h"
-#include "TWHandOver.h"
-#include "TWSaveInfo.h"
-#include "TWUndoJournal.h"
-#include "TWWriterSaving.h"
+#include "engine/TWAction.h"
+#include "engine/TWHandOver.h"
+#include "engine/TWSaveInfo.h"
+#include "engine/TWUndoJournal.h"
+#include "engine/TWWriterSaving.h"
 
-#include "TWFileEntry.h"
-#include "TWFolderEntry.h"
-#include "TWGroupEntry.h"
-#include "TWPreferences.h"
-#include "TWWorkspace.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWPreferences.h"
 
-#include "LXAudioFile.h"
-#include "LXAudioFileWriter.h"
-#include "LXFile.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXFile.h"
 
 #include <QFileInfo>
 #include <QSet>

@@ -1,4 +1,4 @@
-#include "TWActionRegistry.h"
+#include "engine/TWActionRegistry.h"
 
 #include <QMutex>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWAction.h"
+#include "engine/TWAction.h"
 
 #include <QStringList>
 

@@ -1,4 +1,4 @@
-#include "TWHandOver.h"
+#include "engine/TWHandOver.h"
 
 #include <QMetaObject>
 #include <QThread>

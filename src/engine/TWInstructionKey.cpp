@@ -1,6 +1,6 @@
-#include "TWInstructionKey.h"
+#include "engine/TWInstructionKey.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <cmath>
 

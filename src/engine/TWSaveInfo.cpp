@@ -1,10 +1,10 @@
-#include "TWSaveInfo.h"
+#include "engine/TWSaveInfo.h"
 
-#include "TWSupportFolders.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXAudioFile.h"
-#include "LXFile.h"
-#include "LXWaveformCache.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXFile.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QFileInfo>
 

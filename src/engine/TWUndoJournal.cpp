@@ -1,9 +1,9 @@
-#include "TWUndoJournal.h"
+#include "engine/TWUndoJournal.h"
 
-#include "TWSupportFolders.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXFile.h"
-#include "LXFileDescriptor.h"
+#include "lx/LXFile.h"
+#include "lx/LXFileDescriptor.h"
 
 #include <QDateTime>
 #include <QFile>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "TWSaveInfo.h"
+#include "engine/TWSaveInfo.h"
 
-#include "LXResult.h"
+#include "lx/LXResult.h"
 
 #include <QList>
 #include <QMutex>

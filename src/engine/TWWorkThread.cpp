@@ -1,12 +1,12 @@
-#include "TWWorkThread.h"
+#include "engine/TWWorkThread.h"
 
-#include "TWAction.h"
-#include "TWActionRegistry.h"
-#include "TWHandOver.h"
+#include "engine/TWAction.h"
+#include "engine/TWActionRegistry.h"
+#include "engine/TWHandOver.h"
 
-#include "TWFileEntry.h"
-#include "TWPreferences.h"
-#include "TWWorkspace.h"
+#include "model/TWFileEntry.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWPreferences.h"
 
 namespace {
 

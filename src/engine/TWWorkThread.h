@@ -1,8 +1,8 @@
 #pragma once
 
-#include "TWActionError.h"
+#include "engine/TWActionError.h"
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 #include <QObject>
 #include <QVariantList>

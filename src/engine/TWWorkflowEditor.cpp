@@ -1,8 +1,8 @@
-#include "TWWorkflowEditor.h"
+#include "engine/TWWorkflowEditor.h"
 
-#include "TWActionRegistry.h"
+#include "engine/TWActionRegistry.h"
 
-#include "TWPreferences.h"
+#include "platform/TWPreferences.h"
 
 #include <algorithm>
 

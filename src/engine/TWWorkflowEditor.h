@@ -1,8 +1,8 @@
 #pragma once
 
-#include "TWWorkflowFile.h"
+#include "engine/TWWorkflowFile.h"
 
-#include "LXResult.h"
+#include "lx/LXResult.h"
 
 #include <QVariantList>
 

@@ -1,8 +1,8 @@
-#include "TWWorkflowFile.h"
+#include "engine/TWWorkflowFile.h"
 
-#include "TWActionRegistry.h"
+#include "engine/TWActionRegistry.h"
 
-#include "TWPropertyList.h"
+#include "platform/TWPropertyList.h"
 
 #include <QFileInfo>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "TWAction.h"
+#include "engine/TWAction.h"
 
-#include "LXResult.h"
+#include "lx/LXResult.h"
 
 #include <QString>
 #include <QStringList>

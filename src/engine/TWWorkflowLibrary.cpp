@@ -1,11 +1,11 @@
-#include "TWWorkflowLibrary.h"
+#include "engine/TWWorkflowLibrary.h"
 
-#include "TWWorkflowFile.h"
+#include "engine/TWWorkflowFile.h"
 
-#include "TWPreferences.h"
-#include "TWSupportFolders.h"
+#include "platform/TWPreferences.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,17 +1,17 @@
 // The workspace's runs, progress and undo: the side of TWWorkspace that talks to the work thread.
 
-#include "TWWorkspace.h"
+#include "model/TWWorkspace.h"
 
-#include "TWHandOver.h"
-#include "TWUndoJournal.h"
-#include "TWWorkThread.h"
+#include "engine/TWHandOver.h"
+#include "engine/TWUndoJournal.h"
+#include "engine/TWWorkThread.h"
 
-#include "TWDesktop.h"
-#include "TWFileEntry.h"
-#include "TWGroupEntry.h"
-#include "TWInteraction.h"
-#include "TWLocalizedStrings.h"
-#include "TWPreferences.h"
+#include "model/TWFileEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWLocalizedStrings.h"
+#include "platform/TWDesktop.h"
+#include "platform/TWInteraction.h"
+#include "platform/TWPreferences.h"
 
 #include <QThread>
 #include <QTimer>

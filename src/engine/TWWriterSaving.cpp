@@ -1,12 +1,12 @@
-#include "TWWriterSaving.h"
+#include "engine/TWWriterSaving.h"
 
-#include "TWInteraction.h"
+#include "platform/TWInteraction.h"
 
-#include "LXAudioFile.h"
-#include "LXAudioFileWriter.h"
-#include "LXAudioFilename.h"
-#include "LXFile.h"
-#include "LXWaveformCache.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXAudioFilename.h"
+#include "lx/LXFile.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QFileInfo>
 

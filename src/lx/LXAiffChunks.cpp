@@ -25,9 +25,9 @@
 //   'META'  values, as in the WAV private chunk (encodeMetaRecord in LXChunkCoding.h)
 // Any other APPL chunk is an unknown chunk.
 
-#include "LXAiffChunks.h"
+#include "lx/LXAiffChunks.h"
 
-#include "LXChunkCoding.h"
+#include "lx/LXChunkCoding.h"
 
 #include <QSet>
 

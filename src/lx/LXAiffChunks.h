@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXAnnotations.h"
+#include "lx/LXAnnotations.h"
 
 // The metadata and label chunks of AIFF and AIFF-C files (big-endian always). The chunk layouts and
 // the keys they map to are described at the top of LXAiffChunks.cpp.

@@ -1,8 +1,8 @@
 // One pass over a file that measures its levels and builds the waveform overview the file list and
 // the waveform view draw.
 
-#include "LXAudioFile.h"
-#include "LXWaveformCache.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXWaveformCache.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,8 +15,7 @@ constexpr int64_t kMinFramesPerPoint = 64;
 } // namespace
 
 bool LXAudioFile::analyze(int type) {
-    if (type != 1 && type != 0)
-        return false;
+    if (type != 1 && type != 0) return false;
     const int channels = numberOfChannels();
     const int64_t total = frames();
     const int64_t perPoint =
@@ -38,12 +37,10 @@ bool LXAudioFile::analyze(int type) {
     double squares = 0.0;
     float peak = 0.0f;
     qint64 clipped = 0;
-    if (m_delegate)
-        m_delegate->reset();
+    if (m_delegate) m_delegate->reset();
     for (int64_t pos = 0; pos < total;) {
         const int64_t n = std::min(kAnalysisBlockFrames, total - pos);
-        if (!readFrames(pos, n, block.data()))
-            return false;
+        if (!readFrames(pos, n, block.data())) return false;
         for (int64_t f = 0; f < n; ++f) {
             const int64_t point = (pos + f) / perPoint;
             const bool first = (pos + f) % perPoint == 0;
@@ -61,8 +58,7 @@ bool LXAudioFile::analyze(int type) {
             }
         }
         pos += n;
-        if (m_delegate && m_delegate->update(float(double(pos) / double(total))) != LXContinue)
-            return false;
+        if (m_delegate && m_delegate->update(float(double(pos) / double(total))) != LXContinue) return false;
     }
     double dc = 0.0;
     for (double s : sums)

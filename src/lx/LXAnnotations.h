@@ -1,7 +1,7 @@
 #pragma once
 
-#include "LXLabel.h"
-#include "LXMetadata.h"
+#include "lx/LXLabel.h"
+#include "lx/LXMetadata.h"
 
 #include <QByteArray>
 #include <QList>

@@ -5,9 +5,9 @@
 // formats go through libsndfile (LXSndfileBackend). LXAudioFile and LXAudioFileWriter are built on
 // these and never see which one they hold.
 
-#include "LXAnnotations.h"
-#include "LXAudioFormat.h"
-#include "LXResult.h"
+#include "lx/LXAnnotations.h"
+#include "lx/LXAudioFormat.h"
+#include "lx/LXResult.h"
 
 #include <QString>
 #include <memory>
@@ -42,7 +42,8 @@ public:
 
 // libsndfile: CAF, AU, W64, FLAC, Ogg Vorbis, MP3 (read only) and whatever else it reads.
 LXResult<std::unique_ptr<LXAudioReader>> LXOpenSndfileReader(const QString& path);
-LXResult<std::unique_ptr<LXAudioSink>> LXCreateSndfileSink(const QString& path, const LXStreamDescription& desc);
+LXResult<std::unique_ptr<LXAudioSink>> LXCreateSndfileSink(const QString& path,
+                                                           const LXStreamDescription& desc);
 
 // Our own code: WAV (RIFF, RIFX, RF64, BW64) and AIFF/AIFC.
 LXResult<std::unique_ptr<LXAudioReader>> LXOpenPcmReader(const QString& path);

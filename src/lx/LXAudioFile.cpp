@@ -1,7 +1,7 @@
-#include "LXAudioFile.h"
+#include "lx/LXAudioFile.h"
 
-#include "LXFile.h"
-#include "LXWaveformCache.h"
+#include "lx/LXFile.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QFileInfo>
 #include <algorithm>
@@ -13,12 +13,10 @@ constexpr int64_t kSampleCacheFrames = 4096;
 
 LXResult<std::unique_ptr<LXAudioReader>> openReader(const QString& path) {
     auto native = LXOpenPcmReader(path);
-    if (native || native.error().code() != LXErrUnsupported)
-        return native;
+    if (native || native.error().code() != LXErrUnsupported) return native;
     // Not a PCM WAV or AIFF: compressed WAV codecs, CAF, FLAC, Ogg, MP3 and the rest.
     auto other = LXOpenSndfileReader(path);
-    if (other || other.error().code() != LXErrUnsupported)
-        return other;
+    if (other || other.error().code() != LXErrUnsupported) return other;
     return LXError(LXErrUnsupported, QStringLiteral("is not an audio file this program can read"), path);
 }
 
@@ -27,15 +25,13 @@ LXResult<std::unique_ptr<LXAudioReader>> openReader(const QString& path) {
 LXAudioFile::~LXAudioFile() = default;
 
 QStringList LXAudioFile::splitSetMembers(const QString& path) {
-    if (!LXAudioFilename::isSplitMember(path))
-        return {};
+    if (!LXAudioFilename::isSplitMember(path)) return {};
     const QString lead = LXAudioFilename::leadPathOfSplitMember(path);
     const QString base = lead.left(lead.size() - 2); // without ".L"
     QStringList members;
     for (const QString& suffix : LXAudioFilename::channelSuffixes()) {
         const QString member = base + u'.' + suffix;
-        if (QFileInfo::exists(member))
-            members.append(member);
+        if (QFileInfo::exists(member)) members.append(member);
     }
     return members;
 }
@@ -44,13 +40,11 @@ LXResult<std::unique_ptr<LXAudioFile>> LXAudioFile::open(const QString& pathIn) 
     const QString path = LXFile::conformPath(pathIn);
     std::unique_ptr<LXAudioFile> file(new LXAudioFile);
     QStringList members = splitSetMembers(path);
-    if (members.size() < 2)
-        members = QStringList{path};
+    if (members.size() < 2) members = QStringList{path};
 
     for (const QString& member : members) {
         auto reader = openReader(member);
-        if (!reader)
-            return reader.error();
+        if (!reader) return reader.error();
         file->m_readers.push_back(std::move(*reader));
     }
     const LXAudioReader& lead = *file->m_readers.front();
@@ -64,11 +58,11 @@ LXResult<std::unique_ptr<LXAudioFile>> LXAudioFile::open(const QString& pathIn) 
         for (const auto& reader : file->m_readers) {
             const LXStreamDescription& d = reader->description();
             if (d.rate != file->m_desc.rate)
-                return LXError(LXErrDamaged, QStringLiteral("the files of the set have different sample rates"), path);
+                return LXError(LXErrDamaged,
+                               QStringLiteral("the files of the set have different sample rates"), path);
             file->m_desc.frames = std::max(file->m_desc.frames, d.frames);
             channels += d.channels;
-            if (!file->m_warning)
-                file->m_warning = reader->warning();
+            if (!file->m_warning) file->m_warning = reader->warning();
         }
         file->m_desc.channels = channels;
     }
@@ -76,22 +70,19 @@ LXResult<std::unique_ptr<LXAudioFile>> LXAudioFile::open(const QString& pathIn) 
 }
 
 QString LXAudioFile::pathForChannel(int channel) const {
-    if (isInterleaved())
-        return m_paths.first();
+    if (isInterleaved()) return m_paths.first();
     return m_paths.value(channel);
 }
 
 QString LXAudioFile::displayName() const {
-    if (isInterleaved())
-        return QFileInfo(path()).fileName();
+    if (isInterleaved()) return QFileInfo(path()).fileName();
     return QFileInfo(LXAudioFilename(path()).pathForChannel(0)).completeBaseName();
 }
 
 LXAudioFilename LXAudioFile::filename() const {
     LXAudioFilename name(path());
     name.setNumberOfFiles(int(m_paths.size()));
-    if (!isInterleaved())
-        name.setScheme(LXAudioFilename::SplitChannels);
+    if (!isInterleaved()) name.setScheme(LXAudioFilename::SplitChannels);
     return name;
 }
 
@@ -109,8 +100,7 @@ LXChannelSet LXAudioFile::channelSet() const {
     return set;
 }
 
-template <typename T>
-LXResult<int64_t> LXAudioFile::readInto(int64_t start, int64_t count, T* out) {
+template <typename T> LXResult<int64_t> LXAudioFile::readInto(int64_t start, int64_t count, T* out) {
     const int channels = m_desc.channels;
     if (start < 0 || count < 0)
         return LXError(LXErrInvalidParameter, QStringLiteral("invalid read position %1").arg(start), path());
@@ -118,8 +108,7 @@ LXResult<int64_t> LXAudioFile::readInto(int64_t start, int64_t count, T* out) {
     if (m_readers.size() == 1) {
         if (inside > 0) {
             auto got = m_readers.front()->read(start, inside, out);
-            if (!got)
-                return got.error();
+            if (!got) return got.error();
         }
     } else {
         // A split set: read each member's channels and interleave them.
@@ -130,8 +119,7 @@ LXResult<int64_t> LXAudioFile::readInto(int64_t start, int64_t count, T* out) {
             member.assign(size_t(inside * memberChannels), T(0));
             if (inside > 0) {
                 auto got = reader->read(start, inside, member.data());
-                if (!got)
-                    return got.error();
+                if (!got) return got.error();
             }
             for (int64_t f = 0; f < inside; ++f)
                 for (int c = 0; c < memberChannels; ++c)
@@ -152,8 +140,7 @@ LXResult<int64_t> LXAudioFile::readFrames(int64_t start, int64_t count, double* 
 }
 
 float LXAudioFile::readSample(int64_t frame, int channel) {
-    if (frame < 0 || frame >= m_desc.frames || channel < 0 || channel >= m_desc.channels)
-        return 0.0f;
+    if (frame < 0 || frame >= m_desc.frames || channel < 0 || channel >= m_desc.channels) return 0.0f;
     if (frame < m_cacheStart || frame >= m_cacheStart + m_cacheFrames) {
         m_cache.resize(size_t(kSampleCacheFrames * m_desc.channels));
         const int64_t start = frame - frame % kSampleCacheFrames;
@@ -176,8 +163,7 @@ QVariantMap LXAudioFile::fileEntry() const {
     info.insert(QStringLiteral("samples"), qint64(m_desc.frames));
     info.insert(QStringLiteral("length"), length());
     info.insert(QStringLiteral("range"), depth());
-    if (isFloat())
-        info.insert(QStringLiteral("float"), true);
+    if (isFloat()) info.insert(QStringLiteral("float"), true);
     qint64 size = 0;
     for (const QString& p : m_paths)
         size += std::max<int64_t>(0, LXFile::sizeOfFileAtPath(p));
@@ -191,8 +177,7 @@ QVariantMap LXAudioFile::fileEntry() const {
 }
 
 int32_t LXAudioFile::report(int64_t done, int64_t total) {
-    if (!m_delegate)
-        return LXContinue;
+    if (!m_delegate) return LXContinue;
     return m_delegate->update(total > 0 ? float(double(done) / double(total)) : 1.0f);
 }
 

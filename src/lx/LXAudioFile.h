@@ -1,11 +1,11 @@
 #pragma once
 
-#include "LXAnnotations.h"
-#include "LXAudioBackend.h"
-#include "LXAudioFilename.h"
-#include "LXProgressDelegate.h"
-#include "LXRange.h"
-#include "LXResult.h"
+#include "lx/LXAnnotations.h"
+#include "lx/LXAudioBackend.h"
+#include "lx/LXAudioFilename.h"
+#include "lx/LXProgressDelegate.h"
+#include "lx/LXRange.h"
+#include "lx/LXResult.h"
 
 #include <QList>
 #include <QString>
@@ -74,7 +74,8 @@ public:
 
     // Sample operations (LXAudioFileOperations.cpp). Each returns LXContinue on success, the
     // delegate's code when it ended the work, or an LXErrorCode.
-    int32_t changeAmplitude(const QVariantMap& parameters, LXAudioFileWriter& writer); // "gain": linear factor
+    int32_t changeAmplitude(const QVariantMap& parameters,
+                            LXAudioFileWriter& writer); // "gain": linear factor
     int32_t balance(LXAudioFileWriter& writer, bool rms);
     int32_t copyRange(const LXRange& range, LXAudioFileWriter& writer);
     int32_t copyToWriter(LXAudioFileWriter& writer);
@@ -112,8 +113,7 @@ public:
 
 private:
     LXAudioFile() = default;
-    template <typename T>
-    LXResult<int64_t> readInto(int64_t start, int64_t count, T* interleaved);
+    template <typename T> LXResult<int64_t> readInto(int64_t start, int64_t count, T* interleaved);
     int32_t report(int64_t done, int64_t total);
     void adoptPaths(const QStringList& paths);
 

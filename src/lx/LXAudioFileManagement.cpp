@@ -1,11 +1,11 @@
 // File-level operations of LXAudioFile: copies, moves, trash, deletion, header repair and analysis.
 // Every move and deletion is told to the waveform cache so cached overviews follow their files.
 
-#include "LXAudioFile.h"
-#include "LXFile.h"
-#include "LXFileDescriptor.h"
-#include "LXPcmContainer.h"
-#include "LXWaveformCache.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXFile.h"
+#include "lx/LXFileDescriptor.h"
+#include "lx/LXPcmContainer.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -17,8 +17,7 @@ namespace {
 
 // The paths the set's files get when its lead file is given the path `lead`.
 QStringList pathsForLead(const LXAudioFile& file, const QString& lead) {
-    if (file.isInterleaved())
-        return {lead};
+    if (file.isInterleaved()) return {lead};
     LXAudioFilename name(lead);
     name.setScheme(LXAudioFilename::SplitChannels);
     name.setNumberOfFiles(int(file.paths().size()));
@@ -35,8 +34,7 @@ LXResult<QString> LXAudioFile::duplicateToPath(const QString& proposedPath) {
     }
     auto anyExists = [&] {
         for (const QString& p : name.paths())
-            if (LXFile::existsAtPath(p))
-                return true;
+            if (LXFile::existsAtPath(p)) return true;
         return false;
     };
     for (int number = 1; anyExists(); ++number)
@@ -80,8 +78,7 @@ LXStatus LXAudioFile::moveToTrash() {
 
 LXStatus LXAudioFile::deleteFiles() {
     for (const QString& p : m_paths) {
-        if (!LXFile::existsAtPath(p))
-            continue;
+        if (!LXFile::existsAtPath(p)) continue;
         LX_TRY(LXFile::deleteFileAtPath(p));
         LXWaveformCache::shared().removeEntryAtPath(p);
     }
@@ -90,21 +87,21 @@ LXStatus LXAudioFile::deleteFiles() {
 
 LXStatus LXAudioFile::repairAtPath(const QString& path) {
     LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDWR | O_CLOEXEC));
-    if (!fd.isOpen())
-        return LXFileError::fromErrno(QStringLiteral("cannot open the file for repair"), path);
+    if (!fd.isOpen()) return LXFileError::fromErrno(QStringLiteral("cannot open the file for repair"), path);
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0)
         return LXFileError::fromErrno(QStringLiteral("cannot read the file's attributes"), path);
     const int raw = fd.get();
-    auto parsed = LXParsePcmContainer(
-        [raw](int64_t offset, void* buffer, int64_t count) { return LXReadFully(raw, buffer, count, offset); },
-        st.st_size, path);
+    auto parsed =
+        LXParsePcmContainer([raw](int64_t offset, void* buffer,
+                                  int64_t count) { return LXReadFully(raw, buffer, count, offset); },
+                            st.st_size, path);
     if (!parsed)
-        return LXError(parsed.error().code(), QStringLiteral("cannot be repaired: %1").arg(parsed.error().message()),
-                       path, parsed.error().offset());
+        return LXError(parsed.error().code(),
+                       QStringLiteral("cannot be repaired: %1").arg(parsed.error().message()), path,
+                       parsed.error().offset());
     const LXPcmLayout& layout = *parsed;
-    if (!layout.warning)
-        return {}; // nothing wrong
+    if (!layout.warning) return {}; // nothing wrong
 
     int64_t fileSize = st.st_size;
     const int64_t audioEnd = layout.dataOffset + layout.dataBytes;
@@ -124,7 +121,8 @@ LXStatus LXAudioFile::repairAtPath(const QString& path) {
     bool ok = true;
     if (layout.container == LXContainer::Aiff || layout.container == LXContainer::Aifc) {
         if (fileSize - 8 > 0xFFFFFFFFLL)
-            return LXError(LXErrUnsupported, QStringLiteral("cannot be repaired: larger than an AIFF file can be"), path);
+            return LXError(LXErrUnsupported,
+                           QStringLiteral("cannot be repaired: larger than an AIFF file can be"), path);
         const int64_t ssndPayload = layout.dataChunkOffset + 8;
         ok = put32(4, uint32_t(fileSize - 8), true) &&
              put32(layout.commChunkOffset + 10, uint32_t(layout.desc.frames), true) &&
@@ -132,16 +130,19 @@ LXStatus LXAudioFile::repairAtPath(const QString& path) {
     } else if (layout.container == LXContainer::Rf64) {
         // ds64 holds the real sizes: RIFF size, data size, frame count.
         uint8_t sizes[24];
-        const uint64_t values[3] = {uint64_t(fileSize - 8), uint64_t(layout.dataBytes), uint64_t(layout.desc.frames)};
+        const uint64_t values[3] = {uint64_t(fileSize - 8), uint64_t(layout.dataBytes),
+                                    uint64_t(layout.desc.frames)};
         for (int v = 0; v < 3; ++v)
             for (int i = 0; i < 8; ++i)
                 sizes[v * 8 + i] = uint8_t(values[v] >> (8 * i));
         ok = LXWriteFully(raw, sizes, 24, 20);
     } else {
         if (fileSize - 8 > 0xFFFFFFFFLL)
-            return LXError(LXErrUnsupported, QStringLiteral("cannot be repaired: larger than a WAV file can be"), path);
+            return LXError(LXErrUnsupported,
+                           QStringLiteral("cannot be repaired: larger than a WAV file can be"), path);
         const bool big = layout.container == LXContainer::Rifx;
-        ok = put32(4, uint32_t(fileSize - 8), big) && put32(layout.dataChunkOffset + 4, uint32_t(layout.dataBytes), big);
+        ok = put32(4, uint32_t(fileSize - 8), big) &&
+             put32(layout.dataChunkOffset + 4, uint32_t(layout.dataBytes), big);
     }
     if (!ok || ::fsync(raw) != 0)
         return LXFileError::fromErrno(QStringLiteral("cannot repair the file"), path);

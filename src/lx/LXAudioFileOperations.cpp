@@ -1,8 +1,8 @@
 // Whole-file sample operations of LXAudioFile: each streams the file in blocks through a writer or a
 // measurement, reports progress once a block, and stops with the delegate's code.
 
-#include "LXAudioFile.h"
-#include "LXAudioFileWriter.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
-#include "LXAudioFileWriter.h"
+#include "lx/LXAudioFileWriter.h"
 
-#include "LXAudioFile.h"
-#include "LXFile.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXFile.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -20,7 +20,9 @@ namespace {
 constexpr int64_t kSampleBufferFrames = 4096;
 std::atomic<bool> g_retainUnrecognizedData{true};
 
-bool isAiff(uint32_t format) { return format == LXFormat::AIFF || format == LXFormat::AIFC; }
+bool isAiff(uint32_t format) {
+    return format == LXFormat::AIFF || format == LXFormat::AIFC;
+}
 
 // A fresh, hidden name beside the final file, created exclusively so no two writers share one.
 // A hidden file beside the destination, locked (flock) for as long as its descriptor stays open: a file
@@ -37,7 +39,8 @@ LXResult<TemporaryFile> createTemporaryFile(const QString& directory, const QStr
                                  .arg(directory, baseName)
                                  .arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'))
                                  .arg(LXAudioFileWriter::kTemporarySuffix);
-        LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+        LXFileDescriptor fd(
+            ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
         if (fd.isOpen()) {
             (void)::flock(fd.get(), LOCK_EX | LOCK_NB);
             return TemporaryFile{path, std::move(fd)};
@@ -50,8 +53,12 @@ LXResult<TemporaryFile> createTemporaryFile(const QString& directory, const QStr
 
 } // namespace
 
-void LXAudioFileWriter::setRetainUnrecognizedDataDefault(bool retain) { g_retainUnrecognizedData = retain; }
-bool LXAudioFileWriter::retainUnrecognizedDataDefault() { return g_retainUnrecognizedData; }
+void LXAudioFileWriter::setRetainUnrecognizedDataDefault(bool retain) {
+    g_retainUnrecognizedData = retain;
+}
+bool LXAudioFileWriter::retainUnrecognizedDataDefault() {
+    return g_retainUnrecognizedData;
+}
 
 LXAudioFileWriter::LXAudioFileWriter(const QString& directory)
     : m_directory(directory.isEmpty() ? QDir::currentPath() : LXFile::conformPath(directory)),
@@ -78,24 +85,27 @@ LXAudioFileWriter::LXAudioFileWriter(const LXAudioFile& source)
 LXAudioFileWriter::~LXAudioFileWriter() {
     m_sinks.clear();
     for (int i = 0; i < m_tempPaths.size(); ++i)
-        if (m_savedPaths.value(i).isEmpty())
-            QFile::remove(m_tempPaths.at(i));
+        if (m_savedPaths.value(i).isEmpty()) QFile::remove(m_tempPaths.at(i));
 }
 
 void LXAudioFileWriter::setFormat(uint32_t format) {
-    if (format == m_desc.format)
-        return;
+    if (format == m_desc.format) return;
     m_desc.format = format;
     // Each container has its natural byte order; a RIFX source converted to AIFF and back is
     // little-endian again.
     m_desc.encoding.bigEndian = isAiff(format);
     if (m_desc.encoding.bytes == 1 && !m_desc.encoding.isFloat())
-        m_desc.encoding.type = isAiff(format) ? LXSampleEncoding::Type::SignedInt : LXSampleEncoding::Type::UnsignedInt;
+        m_desc.encoding.type =
+            isAiff(format) ? LXSampleEncoding::Type::SignedInt : LXSampleEncoding::Type::UnsignedInt;
 }
 
-QString LXAudioFileWriter::formatExtension() const { return LXFormat::extension(m_desc.format); }
+QString LXAudioFileWriter::formatExtension() const {
+    return LXFormat::extension(m_desc.format);
+}
 
-void LXAudioFileWriter::setRate(double rate) { m_desc.rate = rate; }
+void LXAudioFileWriter::setRate(double rate) {
+    m_desc.rate = rate;
+}
 
 void LXAudioFileWriter::setDepth(int bits) {
     m_desc.encoding = LXSampleEncoding::pcm(bits, isAiff(m_desc.format) || m_desc.encoding.bigEndian,
@@ -106,10 +116,18 @@ void LXAudioFileWriter::setFloat(int bits) {
     m_desc.encoding = LXSampleEncoding::ieeeFloat(bits, isAiff(m_desc.format) || m_desc.encoding.bigEndian);
 }
 
-void LXAudioFileWriter::setEncoding(const LXSampleEncoding& encoding) { m_desc.encoding = encoding; }
-void LXAudioFileWriter::setChannels(int channels) { m_desc.channels = channels; }
-void LXAudioFileWriter::setInterleaved(bool interleaved) { m_interleaved = interleaved; }
-void LXAudioFileWriter::setDirectory(const QString& directory) { m_directory = LXFile::conformPath(directory); }
+void LXAudioFileWriter::setEncoding(const LXSampleEncoding& encoding) {
+    m_desc.encoding = encoding;
+}
+void LXAudioFileWriter::setChannels(int channels) {
+    m_desc.channels = channels;
+}
+void LXAudioFileWriter::setInterleaved(bool interleaved) {
+    m_interleaved = interleaved;
+}
+void LXAudioFileWriter::setDirectory(const QString& directory) {
+    m_directory = LXFile::conformPath(directory);
+}
 
 bool LXAudioFileWriter::needsDoublePrecision() const {
     return !m_desc.encoding.isFloat() && m_desc.encoding.bytes == 4;
@@ -118,32 +136,30 @@ bool LXAudioFileWriter::needsDoublePrecision() const {
 LXStatus LXAudioFileWriter::openSinks() {
     const int files = numberOfFiles();
     LXStreamDescription desc = m_desc;
-    if (!m_interleaved)
-        desc.channels = 1;
+    if (!m_interleaved) desc.channels = 1;
     for (int i = 0; i < files; ++i) {
         auto temp = createTemporaryFile(m_directory, m_baseName);
-        if (!temp)
-            return temp.error();
+        if (!temp) return temp.error();
         m_tempPaths.append(temp->path);
         m_tempLocks.push_back(std::move(temp->lock));
         auto sink = LXFormat::isNative(desc.format) ? LXCreatePcmSink(temp->path, desc)
                                                     : LXCreateSndfileSink(temp->path, desc);
-        if (!sink)
-            return sink.error();
+        if (!sink) return sink.error();
         m_sinks.push_back(std::move(*sink));
     }
     return {};
 }
 
 LXStatus LXAudioFileWriter::beginWrite() {
-    if (m_state == State::Writing)
-        return {};
+    if (m_state == State::Writing) return {};
     if (m_state != State::Setup)
-        return LXError(LXErrInvalidParameter, QStringLiteral("the writer has already been used"), m_directory);
-    if (m_desc.channels < 1 || !(m_desc.rate > 0))
-        return LXError(LXErrInvalidParameter,
-                       QStringLiteral("cannot write %1 channels at %2 Hz").arg(m_desc.channels).arg(m_desc.rate),
+        return LXError(LXErrInvalidParameter, QStringLiteral("the writer has already been used"),
                        m_directory);
+    if (m_desc.channels < 1 || !(m_desc.rate > 0))
+        return LXError(
+            LXErrInvalidParameter,
+            QStringLiteral("cannot write %1 channels at %2 Hz").arg(m_desc.channels).arg(m_desc.rate),
+            m_directory);
     if (auto opened = openSinks(); !opened) {
         m_state = State::Failed;
         return opened;
@@ -152,8 +168,7 @@ LXStatus LXAudioFileWriter::beginWrite() {
     return {};
 }
 
-template <typename T>
-LXStatus LXAudioFileWriter::writeInterleaved(const T* interleaved, int64_t frames) {
+template <typename T> LXStatus LXAudioFileWriter::writeInterleaved(const T* interleaved, int64_t frames) {
     LX_TRY(beginWrite());
     if (m_state != State::Writing)
         return LXError(LXErrInvalidParameter, QStringLiteral("the writer is not writing"), m_directory);
@@ -181,24 +196,20 @@ LXStatus LXAudioFileWriter::writeFrames(const double* interleaved, int64_t frame
 }
 
 void LXAudioFileWriter::writeSample(float sample, int channel) {
-    if (channel < 0 || channel >= m_desc.channels)
-        return;
+    if (channel < 0 || channel >= m_desc.channels) return;
     const size_t frameSize = size_t(m_desc.channels);
     if (m_sampleBuffer.size() != size_t(kSampleBufferFrames) * frameSize)
         m_sampleBuffer.assign(size_t(kSampleBufferFrames) * frameSize, 0.0f);
     m_sampleBuffer[size_t(m_bufferedFrames) * frameSize + size_t(channel)] = sample;
-    if (++m_nextChannel < m_desc.channels)
-        return;
+    if (++m_nextChannel < m_desc.channels) return;
     m_nextChannel = 0;
     if (++m_bufferedFrames == kSampleBufferFrames) {
-        if (auto flushed = flushSamples(); !flushed && !m_sampleError)
-            m_sampleError = flushed.error();
+        if (auto flushed = flushSamples(); !flushed && !m_sampleError) m_sampleError = flushed.error();
     }
 }
 
 LXStatus LXAudioFileWriter::flushSamples() {
-    if (m_bufferedFrames == 0)
-        return {};
+    if (m_bufferedFrames == 0) return {};
     const int64_t frames = m_bufferedFrames;
     m_bufferedFrames = 0;
     auto written = writeFrames(m_sampleBuffer.data(), frames);
@@ -207,19 +218,18 @@ LXStatus LXAudioFileWriter::flushSamples() {
 }
 
 LXStatus LXAudioFileWriter::endWrite() {
-    if (m_state == State::Finished)
-        return {};
+    if (m_state == State::Finished) return {};
     LX_TRY(beginWrite());
     if (m_nextChannel != 0) { // a frame left half written is completed with silence
         m_nextChannel = 0;
         ++m_bufferedFrames;
     }
     LX_TRY(flushSamples());
-    if (m_sampleError)
-        return *m_sampleError;
+    if (m_sampleError) return *m_sampleError;
     LXAnnotations annotations = m_annotations;
-    const bool converted = m_sourceFormat != LXFormat::Unknown &&
-                           (isAiff(m_desc.format) != isAiff(m_sourceFormat) || !LXFormat::isNative(m_desc.format));
+    const bool converted =
+        m_sourceFormat != LXFormat::Unknown &&
+        (isAiff(m_desc.format) != isAiff(m_sourceFormat) || !LXFormat::isNative(m_desc.format));
     if (converted)
         annotations.unknownChunks.clear(); // a WAV chunk means nothing inside an AIFF file, and vice versa
     for (size_t i = 0; i < m_sinks.size(); ++i) {
@@ -235,9 +245,13 @@ LXStatus LXAudioFileWriter::endWrite() {
     return {};
 }
 
-QString LXAudioFileWriter::temporaryPath(int file) const { return m_tempPaths.value(file); }
+QString LXAudioFileWriter::temporaryPath(int file) const {
+    return m_tempPaths.value(file);
+}
 
-QString LXAudioFileWriter::savedPath(int file) const { return m_savedPaths.value(file); }
+QString LXAudioFileWriter::savedPath(int file) const {
+    return m_savedPaths.value(file);
+}
 
 LXStatus LXAudioFileWriter::saveFile(int file, const QString& pathIn) {
     if (m_state != State::Finished)
@@ -247,12 +261,10 @@ LXStatus LXAudioFileWriter::saveFile(int file, const QString& pathIn) {
     const QString path = LXFile::conformPath(pathIn);
     const QString temp = m_tempPaths.at(file);
     if (::rename(QFile::encodeName(temp).constData(), QFile::encodeName(path).constData()) != 0) {
-        if (errno != EXDEV)
-            return LXFileError::fromErrno(QStringLiteral("cannot save the file"), path);
+        if (errno != EXDEV) return LXFileError::fromErrno(QStringLiteral("cannot save the file"), path);
         // Another file system: copy beside the target first, so the final step is still a rename.
         auto near = createTemporaryFile(QFileInfo(path).path(), QFileInfo(path).fileName());
-        if (!near)
-            return near.error();
+        if (!near) return near.error();
         QFile::remove(near->path);
         LX_TRY(LXFile::copyPath(temp, near->path));
         LX_TRY(LXFile::syncPath(near->path));
@@ -286,12 +298,13 @@ void LXAudioFileWriter::removeAbandonedTemporaryFiles(const QString& directory) 
     // Young files are left alone: a writer in another process may not have locked its file yet.
     const QDateTime settled = QDateTime::currentDateTimeUtc().addSecs(-10);
     const QDir folder(directory);
-    const QStringList names =
-        folder.entryList({QStringLiteral(".*") + kTemporarySuffix}, QDir::Files | QDir::Hidden | QDir::System);
+    const QStringList names = folder.entryList({QStringLiteral(".*") + kTemporarySuffix},
+                                               QDir::Files | QDir::Hidden | QDir::System);
     for (const QString& name : names) {
         const QString path = folder.filePath(name);
         LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
         if (!fd.isOpen() || ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) continue;
-        if (LXFile::modificationDateOfFileAtPath(path) < settled) (void)::unlink(QFile::encodeName(path).constData());
+        if (LXFile::modificationDateOfFileAtPath(path) < settled)
+            (void)::unlink(QFile::encodeName(path).constData());
     }
 }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "LXAnnotations.h"
-#include "LXAudioBackend.h"
-#include "LXFileDescriptor.h"
-#include "LXResult.h"
+#include "lx/LXAnnotations.h"
+#include "lx/LXAudioBackend.h"
+#include "lx/LXFileDescriptor.h"
+#include "lx/LXResult.h"
 
 #include <QString>
 #include <QStringList>
@@ -36,8 +36,8 @@ public:
 
     void setFormat(uint32_t format);
     void setRate(double rate);
-    void setDepth(int bits);        // integer PCM of that many bits
-    void setFloat(int bits = 32);   // IEEE float of 32 or 64 bits
+    void setDepth(int bits);      // integer PCM of that many bits
+    void setFloat(int bits = 32); // IEEE float of 32 or 64 bits
     void setEncoding(const LXSampleEncoding& encoding);
     void setChannels(int channels);
     void setInterleaved(bool interleaved); // false: one mono file per channel
@@ -68,7 +68,9 @@ public:
     LXLabelList& sliceList() { return m_annotations.labels.slices; }
     LXLabelList& regionList() { return m_annotations.labels.regions; }
     LXLabelList& loopList() { return m_annotations.labels.loops; }
-    void addMetadata(const LXMetadata& metadata, bool overwrite) { m_annotations.metadata.addMetadata(metadata, overwrite); }
+    void addMetadata(const LXMetadata& metadata, bool overwrite) {
+        m_annotations.metadata.addMetadata(metadata, overwrite);
+    }
 
     // Writing. beginWrite is implicit in the first writeFrames.
     LXStatus beginWrite();
@@ -95,8 +97,7 @@ public:
 private:
     LXStatus flushSamples();
     LXStatus openSinks();
-    template <typename T>
-    LXStatus writeInterleaved(const T* interleaved, int64_t frames);
+    template <typename T> LXStatus writeInterleaved(const T* interleaved, int64_t frames);
 
     LXStreamDescription m_desc;
     bool m_interleaved = true;

@@ -1,9 +1,9 @@
-#include "LXAudioFilename.h"
+#include "lx/LXAudioFilename.h"
 
 #include <QFileInfo>
 
 const QStringList& LXAudioFilename::channelSuffixes() {
-    static const QStringList suffixes = {"L",  "R",  "C",  "Lfe", "Ls", "Rs", "Cs",  "Lc",
+    static const QStringList suffixes = {"L",  "R",  "C",  "Lfe", "Ls", "Rs",  "Cs", "Lc",
                                          "Rc", "Lw", "Rw", "Lh",  "Rh", "Lsb", "Rsb"};
     return suffixes;
 }
@@ -15,8 +15,7 @@ bool LXAudioFilename::isSplitMember(const QString& path) {
 }
 
 QString LXAudioFilename::leadPathOfSplitMember(const QString& path) {
-    if (!isSplitMember(path))
-        return path;
+    if (!isSplitMember(path)) return path;
     return path.left(path.lastIndexOf(u'.')) + QStringLiteral(".L");
 }
 
@@ -38,12 +37,13 @@ LXAudioFilename::LXAudioFilename(const QString& path) {
     }
 }
 
-QString LXAudioFilename::path() const { return pathForChannel(0); }
+QString LXAudioFilename::path() const {
+    return pathForChannel(0);
+}
 
 QString LXAudioFilename::pathForChannel(int channel) const {
     QString name = m_stem;
-    if (m_number != kNoNumber)
-        name += u'-' + QString::number(m_number);
+    if (m_number != kNoNumber) name += u'-' + QString::number(m_number);
     if (m_scheme == SplitChannels) {
         // A split set: "take.L", "take.R", ...; beyond the named layouts, "take.15", "take.16".
         const QStringList& suffixes = channelSuffixes();

@@ -1,4 +1,4 @@
-#include "LXAudioFormat.h"
+#include "lx/LXAudioFormat.h"
 
 namespace LXFormat {
 
@@ -9,42 +9,45 @@ struct Entry {
     const char* name;
 };
 constexpr Entry kFormats[] = {
-    {WAVE, "wav", "WAVE"},       {RF64, "wav", "RF64"},         {AIFF, "aif", "AIFF"},
-    {AIFC, "aif", "AIFC"},       {CAF, "caf", "Core Audio"},    {AU, "au", "Sun/NeXT"},
-    {W64, "w64", "Sony Wave64"}, {FLAC, "flac", "FLAC"},        {Ogg, "ogg", "Ogg Vorbis"},
-    {MP3, "mp3", "MPEG Layer 3"}, {SD2, "sd2", "Sound Designer II"},
+    {WAVE, "wav", "WAVE"},
+    {RF64, "wav", "RF64"},
+    {AIFF, "aif", "AIFF"},
+    {AIFC, "aif", "AIFC"},
+    {CAF, "caf", "Core Audio"},
+    {AU, "au", "Sun/NeXT"},
+    {W64, "w64", "Sony Wave64"},
+    {FLAC, "flac", "FLAC"},
+    {Ogg, "ogg", "Ogg Vorbis"},
+    {MP3, "mp3", "MPEG Layer 3"},
+    {SD2, "sd2", "Sound Designer II"},
 };
 } // namespace
 
 QString extension(uint32_t format) {
     for (const Entry& e : kFormats)
-        if (e.format == format)
-            return QString::fromLatin1(e.extension);
+        if (e.format == format) return QString::fromLatin1(e.extension);
     return {};
 }
 
 QString name(uint32_t format) {
     for (const Entry& e : kFormats)
-        if (e.format == format)
-            return QString::fromLatin1(e.name);
+        if (e.format == format) return QString::fromLatin1(e.name);
     return QStringLiteral("Unknown");
 }
 
 uint32_t fromExtension(const QString& extension) {
     const QString ext = extension.toLower();
-    if (ext == u"aiff" || ext == u"aifc")
-        return ext == u"aifc" ? AIFC : AIFF;
-    if (ext == u"snd")
-        return AU;
-    if (ext == u"oga")
-        return Ogg;
+    if (ext == u"aiff" || ext == u"aifc") return ext == u"aifc" ? AIFC : AIFF;
+    if (ext == u"snd") return AU;
+    if (ext == u"oga") return Ogg;
     for (const Entry& e : kFormats)
-        if (ext == QLatin1String(e.extension))
-            return e.format;
+        if (ext == QLatin1String(e.extension)) return e.format;
     return Unknown;
 }
 
-bool isNative(uint32_t format) { return format == WAVE || format == RF64 || format == AIFF || format == AIFC; }
+bool isNative(uint32_t format) {
+    return format == WAVE || format == RF64 || format == AIFF || format == AIFC;
+}
 
 } // namespace LXFormat
 

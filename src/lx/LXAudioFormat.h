@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXResultCode.h"
+#include "lx/LXResultCode.h"
 
 #include <QString>
 #include <cstdint>

@@ -3,8 +3,8 @@
 // Byte-level helpers shared by the WAV and AIFF chunk codecs (LXWaveChunks, LXAiffChunks). Internal to
 // those two files: nothing else should include this.
 
-#include "LXMetadata.h"
-#include "LXRange.h"
+#include "lx/LXMetadata.h"
+#include "lx/LXRange.h"
 
 #include <QByteArray>
 #include <QByteArrayView>

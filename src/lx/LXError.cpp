@@ -1,4 +1,4 @@
-#include "LXError.h"
+#include "lx/LXError.h"
 
 #include <QFileInfo>
 #include <cerrno>
@@ -8,15 +8,14 @@ LXError::LXError(int32_t code, QString message, QString path, qint64 offset)
     : LXError(Domain::Audio, code, std::move(message), std::move(path), offset) {}
 
 LXError::LXError(Domain domain, int32_t code, QString message, QString path, qint64 offset)
-    : m_domain(domain), m_code(code), m_message(std::move(message)), m_path(std::move(path)), m_offset(offset) {}
+    : m_domain(domain), m_code(code), m_message(std::move(message)), m_path(std::move(path)),
+      m_offset(offset) {}
 
 QString LXError::description() const {
     QString text;
-    if (!m_path.isEmpty())
-        text = QStringLiteral("'%1': ").arg(QFileInfo(m_path).fileName());
+    if (!m_path.isEmpty()) text = QStringLiteral("'%1': ").arg(QFileInfo(m_path).fileName());
     text += m_message;
-    if (m_offset >= 0)
-        text += QStringLiteral(" (at byte %1)").arg(m_offset);
+    if (m_offset >= 0) text += QStringLiteral(" (at byte %1)").arg(m_offset);
     return text;
 }
 
@@ -25,8 +24,8 @@ LXFileError::LXFileError(QString message, QString path, int errnum)
 
 LXFileError LXFileError::fromErrno(const QString& what, const QString& path) {
     const int errnum = errno;
-    return LXFileError(QStringLiteral("%1: %2").arg(what, QString::fromLocal8Bit(std::strerror(errnum))), path,
-                       errnum);
+    return LXFileError(QStringLiteral("%1: %2").arg(what, QString::fromLocal8Bit(std::strerror(errnum))),
+                       path, errnum);
 }
 
 LXProgressError::LXProgressError(int32_t code, QString message)
@@ -35,10 +34,18 @@ LXProgressError::LXProgressError(int32_t code, QString message)
 LXProgressError LXProgressError::errorWithCode(int32_t code, const QString& action) {
     QString why;
     switch (code) {
-    case LXStopped: why = QStringLiteral("stopped"); break;
-    case LXCancelled: why = QStringLiteral("cancelled"); break;
-    case LXUserStopped: why = QStringLiteral("stopped by the user"); break;
-    default: why = QStringLiteral("ended with code %1").arg(code); break;
+    case LXStopped:
+        why = QStringLiteral("stopped");
+        break;
+    case LXCancelled:
+        why = QStringLiteral("cancelled");
+        break;
+    case LXUserStopped:
+        why = QStringLiteral("stopped by the user");
+        break;
+    default:
+        why = QStringLiteral("ended with code %1").arg(code);
+        break;
     }
     return LXProgressError(code, QStringLiteral("%1 %2").arg(action, why));
 }

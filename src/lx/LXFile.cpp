@@ -1,7 +1,7 @@
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
-#include "LXAudioFormat.h"
-#include "LXFileDescriptor.h"
+#include "lx/LXAudioFormat.h"
+#include "lx/LXFileDescriptor.h"
 
 #include <QDir>
 #include <QFile>
@@ -79,7 +79,6 @@ LXResult<QStringList> directoryNames(const QString& path) {
     if (errno != 0) return LXFileError::fromErrno(QStringLiteral("Cannot read the folder"), path);
     return names;
 }
-
 
 // Carries the user's extended attributes (the creator code among them) over to a copy. A target file
 // system without extended attributes still gets the data, so failures are ignored.
@@ -357,7 +356,8 @@ QDateTime modificationDateOfFileAtPath(const QString& path) {
     struct stat st;
     if (!lstatPath(path, &st)) return {};
     // In UTC: a local time would consult the time zone (tzset) on whichever thread asks, racing the others.
-    return QDateTime::fromMSecsSinceEpoch(qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000, Qt::UTC);
+    return QDateTime::fromMSecsSinceEpoch(qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000,
+                                          Qt::UTC);
 }
 
 int64_t sizeOfFileAtPath(const QString& path) {

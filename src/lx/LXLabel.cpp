@@ -1,4 +1,4 @@
-#include "LXLabel.h"
+#include "lx/LXLabel.h"
 
 #include <algorithm>
 #include <limits>
@@ -7,7 +7,9 @@ void LXLabelList::addMarkerWithPosition(double seconds, const QString& name) {
     m_labels.append({m_kind, seconds, 0.0, name});
 }
 
-void LXLabelList::addSliceWithPosition(double seconds) { m_labels.append({m_kind, seconds, 0.0, {}}); }
+void LXLabelList::addSliceWithPosition(double seconds) {
+    m_labels.append({m_kind, seconds, 0.0, {}});
+}
 
 void LXLabelList::addRegionWithRange(const LXRange& range, const QString& name) {
     m_labels.append({m_kind, range.start(), range.length(), name});
@@ -23,8 +25,7 @@ void LXLabelList::addLoopWithType(LXLoopType type, const LXRange& range, int pla
 void LXLabelList::addLabel(const LXLabel& label) {
     LXLabel copy = label;
     copy.kind = m_kind;
-    if (m_kind == LXLabelKind::Marker || m_kind == LXLabelKind::Slice)
-        copy.length = 0.0;
+    if (m_kind == LXLabelKind::Marker || m_kind == LXLabelKind::Slice) copy.length = 0.0;
     m_labels.append(copy);
 }
 
@@ -43,8 +44,7 @@ void LXLabelList::removeDuplicates() {
         const bool seen = std::any_of(kept.begin(), kept.end(), [&](const LXLabel& k) {
             return k.start == label.start && k.length == label.length;
         });
-        if (!seen)
-            kept.append(label);
+        if (!seen) kept.append(label);
     }
     m_labels = kept;
 }
@@ -60,8 +60,7 @@ void LXLabelList::sortByPosition() {
 }
 
 double LXLabelList::firstPosition() const {
-    if (m_labels.isEmpty())
-        return 0.0;
+    if (m_labels.isEmpty()) return 0.0;
     double first = std::numeric_limits<double>::max();
     for (const LXLabel& label : m_labels)
         first = std::min(first, label.start);
@@ -69,8 +68,7 @@ double LXLabelList::firstPosition() const {
 }
 
 double LXLabelList::lastPosition() const {
-    if (m_labels.isEmpty())
-        return 0.0;
+    if (m_labels.isEmpty()) return 0.0;
     double last = std::numeric_limits<double>::lowest();
     for (const LXLabel& label : m_labels)
         last = std::max(last, label.end());
@@ -79,12 +77,18 @@ double LXLabelList::lastPosition() const {
 
 LXLabelList& LXLabels::list(LXLabelKind kind) {
     switch (kind) {
-    case LXLabelKind::Marker: return markers;
-    case LXLabelKind::Slice: return slices;
-    case LXLabelKind::Region: return regions;
-    case LXLabelKind::Loop: break;
+    case LXLabelKind::Marker:
+        return markers;
+    case LXLabelKind::Slice:
+        return slices;
+    case LXLabelKind::Region:
+        return regions;
+    case LXLabelKind::Loop:
+        break;
     }
     return loops;
 }
 
-const LXLabelList& LXLabels::list(LXLabelKind kind) const { return const_cast<LXLabels*>(this)->list(kind); }
+const LXLabelList& LXLabels::list(LXLabelKind kind) const {
+    return const_cast<LXLabels*>(this)->list(kind);
+}

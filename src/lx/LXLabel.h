@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXRange.h"
+#include "lx/LXRange.h"
 
 #include <QList>
 #include <QString>
@@ -70,6 +70,8 @@ struct LXLabels {
 
     LXLabelList& list(LXLabelKind kind);
     const LXLabelList& list(LXLabelKind kind) const;
-    bool isEmpty() const { return markers.isEmpty() && slices.isEmpty() && regions.isEmpty() && loops.isEmpty(); }
+    bool isEmpty() const {
+        return markers.isEmpty() && slices.isEmpty() && regions.isEmpty() && loops.isEmpty();
+    }
     bool operator==(const LXLabels&) const = default;
 };

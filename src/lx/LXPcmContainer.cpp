@@ -1,4 +1,4 @@
-#include "LXPcmContainer.h"
+#include "lx/LXPcmContainer.h"
 
 #include <QFileInfo>
 #include <cmath>
@@ -6,20 +6,33 @@
 
 namespace {
 
-uint16_t le16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
-uint32_t le32(const uint8_t* p) { return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24; }
-uint64_t le64(const uint8_t* p) { return uint64_t(le32(p)) | uint64_t(le32(p + 4)) << 32; }
-uint16_t be16(const uint8_t* p) { return uint16_t(p[0] << 8 | p[1]); }
-uint32_t be32(const uint8_t* p) { return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | uint32_t(p[3]); }
+uint16_t le16(const uint8_t* p) {
+    return uint16_t(p[0] | p[1] << 8);
+}
+uint32_t le32(const uint8_t* p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+uint64_t le64(const uint8_t* p) {
+    return uint64_t(le32(p)) | uint64_t(le32(p + 4)) << 32;
+}
+uint16_t be16(const uint8_t* p) {
+    return uint16_t(p[0] << 8 | p[1]);
+}
+uint32_t be32(const uint8_t* p) {
+    return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | uint32_t(p[3]);
+}
 
-bool isChunkIdByte(uint8_t c) { return c >= 0x20 && c < 0x7F; }
+bool isChunkIdByte(uint8_t c) {
+    return c >= 0x20 && c < 0x7F;
+}
 bool looksLikeChunkId(const uint8_t* p) {
     return isChunkIdByte(p[0]) && isChunkIdByte(p[1]) && isChunkIdByte(p[2]) && isChunkIdByte(p[3]);
 }
 
 class Parser {
 public:
-    Parser(const LXByteSource& read, int64_t size, const QString& path) : m_read(read), m_size(size), m_path(path) {}
+    Parser(const LXByteSource& read, int64_t size, const QString& path)
+        : m_read(read), m_size(size), m_path(path) {}
 
     LXResult<LXPcmLayout> parse();
 
@@ -29,8 +42,7 @@ private:
     }
     LXError unsupported(const QString& why) const { return LXError(LXErrUnsupported, why, m_path); }
     void warn(const QString& why, int64_t offset) {
-        if (!m_layout.warning)
-            m_layout.warning = LXError(LXErrRepairable, why, m_path, offset);
+        if (!m_layout.warning) m_layout.warning = LXError(LXErrRepairable, why, m_path, offset);
     }
     bool readAt(int64_t offset, void* buffer, int64_t count) const {
         return offset >= 0 && count >= 0 && offset + count <= m_size && m_read(offset, buffer, count);
@@ -86,7 +98,9 @@ LXResult<LXPcmLayout> Parser::parse() {
     int64_t end = declaredEnd;
     if (m_layout.container == LXContainer::Rf64 || declaredEnd != m_size) {
         if (m_layout.container != LXContainer::Rf64 && declaredEnd > m_size)
-            warn(QStringLiteral("the header claims %1 bytes but the file has %2").arg(declaredEnd).arg(m_size), 4);
+            warn(
+                QStringLiteral("the header claims %1 bytes but the file has %2").arg(declaredEnd).arg(m_size),
+                4);
         end = m_size;
     }
     LX_TRY(walkChunks(12, end));
@@ -118,13 +132,13 @@ LXResult<void> Parser::walkChunks(int64_t pos, int64_t end) {
                 return damaged(QStringLiteral("the file has two audio chunks"), pos, LXErrBadChunk);
             m_haveData = true;
             m_layout.dataChunkOffset = pos;
-            if (!m_aiff && m_haveDs64 && size == 0xFFFFFFFF)
-                size = int64_t(m_ds64Data);
+            if (!m_aiff && m_haveDs64 && size == 0xFFFFFFFF) size = int64_t(m_ds64Data);
             int64_t audioStart = payload;
             if (m_aiff) {
                 uint8_t ssnd[8];
                 if (!readAt(payload, ssnd, 8))
-                    return damaged(QStringLiteral("the sound data chunk is truncated"), payload, LXErrTruncated);
+                    return damaged(QStringLiteral("the sound data chunk is truncated"), payload,
+                                   LXErrTruncated);
                 audioStart = payload + 8 + be32(ssnd);
             }
             m_layout.dataOffset = audioStart;
@@ -158,8 +172,8 @@ LXResult<void> Parser::walkChunks(int64_t pos, int64_t end) {
                                    pos, LXErrBadChunk);
                 QByteArray data(qsizetype(size), Qt::Uninitialized);
                 if (size > 0 && !readAt(payload, data.data(), size))
-                    return damaged(QStringLiteral("cannot read the '%1' chunk").arg(QString::fromLatin1(id)), payload,
-                                   LXErrReadFailed);
+                    return damaged(QStringLiteral("cannot read the '%1' chunk").arg(QString::fromLatin1(id)),
+                                   payload, LXErrReadFailed);
                 if (!m_aiff && id == "fmt ") {
                     LX_TRY(readWaveFormat(data, payload));
                 } else if (m_aiff && id == "COMM") {
@@ -182,8 +196,7 @@ LXResult<void> Parser::walkChunks(int64_t pos, int64_t end) {
             uint8_t peek[4];
             const bool padded = readAt(next + 1, peek, 4) && looksLikeChunkId(peek);
             const bool unpadded = readAt(next, peek, 4) && looksLikeChunkId(peek);
-            if (padded || !unpadded)
-                next += 1;
+            if (padded || !unpadded) next += 1;
         }
         pos = next;
     }
@@ -202,14 +215,13 @@ LXResult<void> Parser::readWaveFormat(const QByteArray& fmt, int64_t offset) {
     int validBits = bits;
     if (tag == 0xFFFE) {
         if (fmt.size() < 40)
-            return damaged(QStringLiteral("the extensible format chunk is too short"), offset, LXErrBadHeader);
+            return damaged(QStringLiteral("the extensible format chunk is too short"), offset,
+                           LXErrBadHeader);
         validBits = u16(p + 18);
         tag = u16(p + 24); // the sub-format GUID begins with the format tag
-        if (validBits == 0 || validBits > bits)
-            validBits = bits;
+        if (validBits == 0 || validBits > bits) validBits = bits;
     }
-    if (tag != 1 && tag != 3)
-        return unsupported(QStringLiteral("the WAV codec %1 is not PCM").arg(tag));
+    if (tag != 1 && tag != 3) return unsupported(QStringLiteral("the WAV codec %1 is not PCM").arg(tag));
     if (channels < 1 || channels > 1024 || rate == 0 || rate > 10'000'000)
         return damaged(QStringLiteral("the format chunk holds %1 channels at %2 Hz").arg(channels).arg(rate),
                        offset, LXErrBadHeader);
@@ -226,10 +238,11 @@ LXResult<void> Parser::readWaveFormat(const QByteArray& fmt, int64_t offset) {
     const bool floatOK = tag == 3 && (bytes == 4 || bytes == 8);
     const bool intOK = tag == 1 && bytes >= 1 && bytes <= 8 && bits >= 1 && bits <= bytes * 8;
     if (!floatOK && !intOK)
-        return damaged(QStringLiteral("the format chunk's sample size (%1 bits in %2 bytes a frame) is invalid")
-                           .arg(bits)
-                           .arg(blockAlign),
-                       offset, LXErrBadHeader);
+        return damaged(
+            QStringLiteral("the format chunk's sample size (%1 bits in %2 bytes a frame) is invalid")
+                .arg(bits)
+                .arg(blockAlign),
+            offset, LXErrBadHeader);
     m_layout.desc.channels = channels;
     m_layout.desc.rate = rate;
     m_layout.blockAlign = bytes * channels;
@@ -254,16 +267,18 @@ LXResult<void> Parser::readAiffCommon(const QByteArray& comm, int64_t offset) {
     QByteArray compression = "NONE";
     if (m_layout.container == LXContainer::Aifc) {
         if (comm.size() < 22)
-            return damaged(QStringLiteral("the common chunk has no compression type"), offset, LXErrBadHeader);
+            return damaged(QStringLiteral("the common chunk has no compression type"), offset,
+                           LXErrBadHeader);
         compression = comm.mid(18, 4);
     }
     LXSampleEncoding encoding;
     if (compression == "NONE" || compression == "twos" || compression == "sowt") {
         if (bits < 1 || bits > 32)
-            return damaged(QStringLiteral("the common chunk's sample size of %1 bits is invalid").arg(bits), offset,
-                           LXErrBadHeader);
+            return damaged(QStringLiteral("the common chunk's sample size of %1 bits is invalid").arg(bits),
+                           offset, LXErrBadHeader);
         encoding = LXSampleEncoding::pcm(((bits + 7) / 8) * 8, compression != "sowt");
-    } else if (compression == "in24" || compression == "in32" || compression == "42ni" || compression == "23ni") {
+    } else if (compression == "in24" || compression == "in32" || compression == "42ni" ||
+               compression == "23ni") {
         const bool big = compression.startsWith("in");
         encoding = LXSampleEncoding::pcm(compression.endsWith("24") || compression == "42ni" ? 24 : 32, big);
     } else if (compression == "fl32" || compression == "FL32") {
@@ -273,7 +288,8 @@ LXResult<void> Parser::readAiffCommon(const QByteArray& comm, int64_t offset) {
     } else if (compression == "raw ") {
         encoding = LXSampleEncoding::pcm(8, true, true);
     } else {
-        return unsupported(QStringLiteral("the AIFC compression '%1' is not PCM").arg(QString::fromLatin1(compression)));
+        return unsupported(
+            QStringLiteral("the AIFC compression '%1' is not PCM").arg(QString::fromLatin1(compression)));
     }
     m_layout.desc.channels = channels;
     m_layout.desc.rate = rate;
@@ -286,7 +302,8 @@ LXResult<void> Parser::readAiffCommon(const QByteArray& comm, int64_t offset) {
 
 LXResult<void> Parser::finish() {
     if (!m_haveFormat)
-        return damaged(m_aiff ? QStringLiteral("the file has no common chunk") : QStringLiteral("the file has no format chunk"),
+        return damaged(m_aiff ? QStringLiteral("the file has no common chunk")
+                              : QStringLiteral("the file has no format chunk"),
                        12, LXErrBadHeader);
     if (!m_haveData) {
         // An AIFF without sound data is legal when it has no frames.
@@ -302,11 +319,14 @@ LXResult<void> Parser::finish() {
         if (m_aiffFrames < available)
             frames = m_aiffFrames; // trailing bytes in the sound chunk are not audio
         else
-            warn(QStringLiteral("the header claims %1 frames but the file holds %2").arg(m_aiffFrames).arg(available),
+            warn(QStringLiteral("the header claims %1 frames but the file holds %2")
+                     .arg(m_aiffFrames)
+                     .arg(available),
                  12);
     }
     if (m_layout.dataBytes % m_layout.blockAlign != 0 && !m_aiff)
-        warn(QStringLiteral("the audio ends in the middle of a frame"), m_layout.dataOffset + m_layout.dataBytes);
+        warn(QStringLiteral("the audio ends in the middle of a frame"),
+             m_layout.dataOffset + m_layout.dataBytes);
     m_layout.desc.frames = frames;
     m_layout.dataBytes = frames * m_layout.blockAlign;
     return {};
@@ -324,23 +344,21 @@ double LXReadExtended(const uint8_t b[10]) {
     uint64_t mantissa = 0;
     for (int i = 0; i < 8; ++i)
         mantissa = (mantissa << 8) | b[2 + i];
-    if (exponent == 0 && mantissa == 0)
-        return 0.0;
-    if (exponent == 0x7FFF)
-        return std::nan("");
+    if (exponent == 0 && mantissa == 0) return 0.0;
+    if (exponent == 0x7FFF) return std::nan("");
     return sign * std::ldexp(double(mantissa), exponent - 16383 - 63);
 }
 
 void LXWriteExtended(double value, uint8_t b[10]) {
     std::memset(b, 0, 10);
-    if (value == 0.0 || !std::isfinite(value))
-        return;
+    if (value == 0.0 || !std::isfinite(value)) return;
     if (value < 0) {
         b[0] = 0x80;
         value = -value;
     }
     int exponent = 0;
-    const double fraction = std::frexp(value, &exponent); // value = fraction * 2^exponent, fraction in [0.5, 1)
+    const double fraction =
+        std::frexp(value, &exponent); // value = fraction * 2^exponent, fraction in [0.5, 1)
     const uint64_t mantissa = uint64_t(std::ldexp(fraction, 64));
     const int biased = exponent - 1 + 16383;
     b[0] |= uint8_t((biased >> 8) & 0x7F);

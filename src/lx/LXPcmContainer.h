@@ -4,9 +4,9 @@
 // stored, and the chunks around it. Parsing is separate from file access so that it can be fed any
 // bytes (the fuzz target does).
 
-#include "LXAnnotations.h"
-#include "LXAudioFormat.h"
-#include "LXResult.h"
+#include "lx/LXAnnotations.h"
+#include "lx/LXAudioFormat.h"
+#include "lx/LXResult.h"
 
 #include <functional>
 #include <optional>
@@ -16,14 +16,14 @@ enum class LXContainer { Riff, Rifx, Rf64, Aiff, Aifc };
 struct LXPcmLayout {
     LXContainer container = LXContainer::Riff;
     LXStreamDescription desc;
-    int validBits = 16;     // the depth a user sees; desc.encoding.bits may be larger (24 in 32)
-    int blockAlign = 4;     // bytes per frame
-    int64_t dataOffset = 0; // first byte of audio
-    int64_t dataBytes = 0;  // bytes of audio present in the file, whole frames
-    int64_t declaredDataBytes = 0; // what the header claims (may disagree after a crash)
-    int64_t dataChunkOffset = -1;  // header of the data or SSND chunk
-    int64_t commChunkOffset = -1;  // header of the AIFF COMM chunk
-    QList<LXChunk> chunks;  // the other chunks, in file order
+    int validBits = 16;             // the depth a user sees; desc.encoding.bits may be larger (24 in 32)
+    int blockAlign = 4;             // bytes per frame
+    int64_t dataOffset = 0;         // first byte of audio
+    int64_t dataBytes = 0;          // bytes of audio present in the file, whole frames
+    int64_t declaredDataBytes = 0;  // what the header claims (may disagree after a crash)
+    int64_t dataChunkOffset = -1;   // header of the data or SSND chunk
+    int64_t commChunkOffset = -1;   // header of the AIFF COMM chunk
+    QList<LXChunk> chunks;          // the other chunks, in file order
     std::optional<LXError> warning; // readable, but the header's sizes are wrong
 };
 

@@ -1,9 +1,9 @@
-#include "LXAiffChunks.h"
-#include "LXAudioBackend.h"
-#include "LXFileDescriptor.h"
-#include "LXPcmContainer.h"
-#include "LXSampleCodec.h"
-#include "LXWaveChunks.h"
+#include "lx/LXAiffChunks.h"
+#include "lx/LXAudioBackend.h"
+#include "lx/LXFileDescriptor.h"
+#include "lx/LXPcmContainer.h"
+#include "lx/LXSampleCodec.h"
+#include "lx/LXWaveChunks.h"
 
 #include <QFile>
 #include <cerrno>
@@ -15,11 +15,9 @@ bool LXReadFully(int fd, void* buffer, long long count, long long offset) {
     auto* p = static_cast<char*>(buffer);
     while (count > 0) {
         const ssize_t n = ::pread(fd, p, size_t(count), offset);
-        if (n < 0 && errno == EINTR)
-            continue;
+        if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
-            if (n == 0)
-                errno = EIO; // the file shrank under us
+            if (n == 0) errno = EIO; // the file shrank under us
             return false;
         }
         p += n, count -= n, offset += n;
@@ -31,10 +29,8 @@ bool LXWriteFully(int fd, const void* buffer, long long count, long long offset)
     const auto* p = static_cast<const char*>(buffer);
     while (count > 0) {
         const ssize_t n = ::pwrite(fd, p, size_t(count), offset);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
         p += n, count -= n, offset += n;
     }
     return true;
@@ -60,12 +56,15 @@ public:
     const LXStreamDescription& description() const override { return m_layout.desc; }
     const LXAnnotations& annotations() const override { return m_annotations; }
     std::optional<LXError> warning() const override { return m_layout.warning; }
-    LXResult<int64_t> read(int64_t frame, int64_t count, float* out) override { return readAs(frame, count, out); }
-    LXResult<int64_t> read(int64_t frame, int64_t count, double* out) override { return readAs(frame, count, out); }
+    LXResult<int64_t> read(int64_t frame, int64_t count, float* out) override {
+        return readAs(frame, count, out);
+    }
+    LXResult<int64_t> read(int64_t frame, int64_t count, double* out) override {
+        return readAs(frame, count, out);
+    }
 
 private:
-    template <typename T>
-    LXResult<int64_t> readAs(int64_t frame, int64_t count, T* out) {
+    template <typename T> LXResult<int64_t> readAs(int64_t frame, int64_t count, T* out) {
         const int64_t frames = m_layout.desc.frames;
         if (frame < 0 || count < 0)
             return LXError(LXErrInvalidParameter, QStringLiteral("invalid read position"), m_path);
@@ -80,7 +79,8 @@ private:
             const int64_t offset = m_layout.dataOffset + (frame + done) * align;
             if (!LXReadFully(m_fd.get(), m_bytes.data(), n * align, offset))
                 return LXFileError::fromErrno(QStringLiteral("cannot read the audio"), m_path);
-            LXDecodeSamples(m_layout.desc.encoding, m_bytes.data(), out + done * channels, size_t(n * channels));
+            LXDecodeSamples(m_layout.desc.encoding, m_bytes.data(), out + done * channels,
+                            size_t(n * channels));
             done += n;
         }
         return todo;
@@ -97,18 +97,17 @@ private:
 
 LXResult<std::unique_ptr<LXAudioReader>> LXOpenPcmReader(const QString& path) {
     LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
-    if (!fd.isOpen())
-        return LXFileError::fromErrno(QStringLiteral("cannot open the file"), path);
+    if (!fd.isOpen()) return LXFileError::fromErrno(QStringLiteral("cannot open the file"), path);
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0)
         return LXFileError::fromErrno(QStringLiteral("cannot read the file's attributes"), path);
     if (S_ISDIR(st.st_mode))
         return LXError(LXErrUnsupported, QStringLiteral("is a folder, not an audio file"), path);
     const int raw = fd.get();
-    auto layout = LXParsePcmContainer(
-        [raw](int64_t offset, void* buffer, int64_t count) { return LXReadFully(raw, buffer, count, offset); },
-        st.st_size, path);
-    if (!layout)
-        return layout.error();
+    auto layout =
+        LXParsePcmContainer([raw](int64_t offset, void* buffer,
+                                  int64_t count) { return LXReadFully(raw, buffer, count, offset); },
+                            st.st_size, path);
+    if (!layout) return layout.error();
     return std::unique_ptr<LXAudioReader>(new PcmReader(std::move(fd), std::move(*layout), path));
 }

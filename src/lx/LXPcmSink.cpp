@@ -1,10 +1,10 @@
-#include "LXAiffChunks.h"
-#include "LXAudioBackend.h"
-#include "LXFile.h"
-#include "LXFileDescriptor.h"
-#include "LXPcmContainer.h"
-#include "LXSampleCodec.h"
-#include "LXWaveChunks.h"
+#include "lx/LXAiffChunks.h"
+#include "lx/LXAudioBackend.h"
+#include "lx/LXFile.h"
+#include "lx/LXFileDescriptor.h"
+#include "lx/LXPcmContainer.h"
+#include "lx/LXSampleCodec.h"
+#include "lx/LXWaveChunks.h"
 
 #include <QFile>
 #include <atomic>

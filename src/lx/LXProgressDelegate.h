@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXResultCode.h"
+#include "lx/LXResultCode.h"
 
 // Receives progress from every long framework operation, once a block, on the thread doing the work.
 // update() answers LXContinue to go on; any other code ends the operation, which returns that code.

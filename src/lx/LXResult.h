@@ -1,16 +1,15 @@
 #pragma once
 
-#include "LXError.h"
+#include "lx/LXError.h"
 
-#include <utility>
 #include <optional>
+#include <utility>
 #include <variant>
 
 // A value or the reason there is none. Factories return this instead of half-built objects:
 //   auto file = LXAudioFile::open(path);
 //   if (!file) return file.error();
-template <typename T>
-class [[nodiscard]] LXResult {
+template <typename T> class [[nodiscard]] LXResult {
 public:
     LXResult(T value) : m_value(std::move(value)) {}
     LXResult(LXError error) : m_value(std::move(error)) {}
@@ -32,8 +31,7 @@ private:
     std::variant<T, LXError> m_value;
 };
 
-template <>
-class [[nodiscard]] LXResult<void> {
+template <> class [[nodiscard]] LXResult<void> {
 public:
     LXResult() = default;
     LXResult(LXError error) : m_error(std::move(error)) {}
@@ -49,9 +47,8 @@ private:
 using LXStatus = LXResult<void>;
 
 // Propagates an error out of a function that returns an LXResult of any kind.
-#define LX_TRY(expr)                                                                                             \
-    do {                                                                                                         \
-        auto lx_try_result_ = (expr);                                                                            \
-        if (!lx_try_result_)                                                                                     \
-            return lx_try_result_.error();                                                                       \
+#define LX_TRY(expr)                                                                                         \
+    do {                                                                                                     \
+        auto lx_try_result_ = (expr);                                                                        \
+        if (!lx_try_result_) return lx_try_result_.error();                                                  \
     } while (false)

@@ -1,4 +1,4 @@
-#include "LXSampleCodec.h"
+#include "lx/LXSampleCodec.h"
 
 #include <algorithm>
 #include <cmath>

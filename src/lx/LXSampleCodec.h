@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXAudioFormat.h"
+#include "lx/LXAudioFormat.h"
 
 #include <cstddef>
 #include <cstdint>

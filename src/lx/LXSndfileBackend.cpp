@@ -1,8 +1,8 @@
 // Readers and sinks over libsndfile, for every format our own code does not handle.
 
-#include "LXAudioBackend.h"
-#include "LXFile.h"
-#include "LXFileDescriptor.h"
+#include "lx/LXAudioBackend.h"
+#include "lx/LXFile.h"
+#include "lx/LXFileDescriptor.h"
 
 #include <QFile>
 #include <QFileInfo>

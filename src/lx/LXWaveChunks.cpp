@@ -40,9 +40,9 @@
 // from the product, ...) goes into a private chunk 'CLPW': records laid out like RIFF sub-chunks, of
 // which 'META' holds the values (see encodeMetaRecord in LXChunkCoding.h). Readers skip unknown records.
 
-#include "LXWaveChunks.h"
+#include "lx/LXWaveChunks.h"
 
-#include "LXChunkCoding.h"
+#include "lx/LXChunkCoding.h"
 
 #include <QHash>
 #include <QSet>

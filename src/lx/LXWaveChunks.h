@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXAnnotations.h"
+#include "lx/LXAnnotations.h"
 
 // The metadata and label chunks of WAV files (RIFF, RIFX and RF64). The chunk layouts and the keys
 // they map to are described at the top of LXWaveChunks.cpp.

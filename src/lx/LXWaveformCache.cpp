@@ -1,6 +1,6 @@
-#include "LXWaveformCache.h"
+#include "lx/LXWaveformCache.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QCryptographicHash>
 #include <QDataStream>
@@ -58,17 +58,14 @@ QString LXWaveformCache::entryPath(const QString& audioPath) const {
 
 bool LXWaveformCache::load(const QString& audioPath, Entry* entry) const {
     QFile file(entryPath(audioPath));
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
+    if (!file.open(QIODevice::ReadOnly)) return false;
     QDataStream in(&file);
     quint32 magic = 0, version = 0;
     in >> magic >> version;
-    if (magic != kMagic || version != kVersion)
-        return false;
+    if (magic != kMagic || version != kVersion) return false;
     in >> entry->path >> entry->size >> entry->modified >> entry->analysis >> entry->overview.channels >>
         entry->overview.framesPerPoint >> entry->overview.minima >> entry->overview.maxima;
-    if (in.status() != QDataStream::Ok || entry->path != audioPath)
-        return false;
+    if (in.status() != QDataStream::Ok || entry->path != audioPath) return false;
     // Stale once the file changed.
     return LXFile::sizeOfFileAtPath(audioPath) == entry->size &&
            LXFile::modificationDateOfFileAtPath(audioPath) == entry->modified;
@@ -77,8 +74,7 @@ bool LXWaveformCache::load(const QString& audioPath, Entry* entry) const {
 QVariantMap LXWaveformCache::analysisForPath(const QString& path) const {
     QMutexLocker lock(&m_mutex);
     Entry entry;
-    if (!m_enabled || !load(path, &entry))
-        return {};
+    if (!m_enabled || !load(path, &entry)) return {};
     return entry.analysis;
 }
 
@@ -91,47 +87,44 @@ bool LXWaveformCache::hasEntryForPath(const QString& path) const {
 bool LXWaveformCache::overviewForPath(const QString& path, LXWaveformOverview* overview) const {
     QMutexLocker lock(&m_mutex);
     Entry entry;
-    if (!m_enabled || !load(path, &entry))
-        return false;
+    if (!m_enabled || !load(path, &entry)) return false;
     *overview = entry.overview;
     return true;
 }
 
-bool LXWaveformCache::store(const QString& path, const QVariantMap& analysis, const LXWaveformOverview& overview) {
+bool LXWaveformCache::store(const QString& path, const QVariantMap& analysis,
+                            const LXWaveformOverview& overview) {
     QMutexLocker lock(&m_mutex);
-    if (!m_enabled || !QDir().mkpath(m_directory))
-        return false;
+    if (!m_enabled || !QDir().mkpath(m_directory)) return false;
     QSaveFile file(entryPath(path));
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
+    if (!file.open(QIODevice::WriteOnly)) return false;
     QDataStream out(&file);
     out << kMagic << kVersion << path << qint64(LXFile::sizeOfFileAtPath(path))
-        << LXFile::modificationDateOfFileAtPath(path) << analysis << overview.channels << overview.framesPerPoint
-        << overview.minima << overview.maxima;
+        << LXFile::modificationDateOfFileAtPath(path) << analysis << overview.channels
+        << overview.framesPerPoint << overview.minima << overview.maxima;
     return file.commit();
 }
 
 void LXWaveformCache::moveEntry(const QString& from, const QString& to) {
     QMutexLocker lock(&m_mutex);
     QFile file(entryPath(from));
-    if (!file.open(QIODevice::ReadOnly))
-        return;
+    if (!file.open(QIODevice::ReadOnly)) return;
     QDataStream in(&file);
     quint32 magic = 0, version = 0;
     Entry entry;
     in >> magic >> version >> entry.path >> entry.size >> entry.modified >> entry.analysis >>
-        entry.overview.channels >> entry.overview.framesPerPoint >> entry.overview.minima >> entry.overview.maxima;
+        entry.overview.channels >> entry.overview.framesPerPoint >> entry.overview.minima >>
+        entry.overview.maxima;
     file.close();
     QFile::remove(entryPath(from));
-    if (magic != kMagic || version != kVersion || in.status() != QDataStream::Ok)
-        return;
+    if (magic != kMagic || version != kVersion || in.status() != QDataStream::Ok) return;
     QSaveFile moved(entryPath(to));
-    if (!moved.open(QIODevice::WriteOnly))
-        return;
+    if (!moved.open(QIODevice::WriteOnly)) return;
     QDataStream out(&moved);
     // A rename keeps size and modification time, so the entry stays current under its new path.
-    out << kMagic << kVersion << to << entry.size << entry.modified << entry.analysis << entry.overview.channels
-        << entry.overview.framesPerPoint << entry.overview.minima << entry.overview.maxima;
+    out << kMagic << kVersion << to << entry.size << entry.modified << entry.analysis
+        << entry.overview.channels << entry.overview.framesPerPoint << entry.overview.minima
+        << entry.overview.maxima;
     moved.commit();
 }
 

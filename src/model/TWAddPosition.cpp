@@ -1,4 +1,4 @@
-#include "TWAddPosition.h"
+#include "model/TWAddPosition.h"
 
 namespace TWAddPosition {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 #include <optional>
 

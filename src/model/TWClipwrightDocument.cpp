@@ -23,9 +23,9 @@
 // file list) and stands for "something else" in the result; structures and other compound types end
 // the reading with an error.
 
-#include "TWClipwrightDocument.h"
+#include "model/TWClipwrightDocument.h"
 
-#include "LXFileDescriptor.h"
+#include "lx/LXFileDescriptor.h"
 
 #include <QFile>
 #include <QRegularExpression>

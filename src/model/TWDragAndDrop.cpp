@@ -1,6 +1,6 @@
-#include "TWDragAndDrop.h"
+#include "model/TWDragAndDrop.h"
 
-#include "TWWorkspace.h"
+#include "model/TWWorkspace.h"
 
 namespace TWDragAndDrop {
 

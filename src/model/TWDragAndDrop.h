@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 // Drag and drop of rows inside the file table and of files from outside, as plain rules over the tree,
 // so that the table's delegate only translates its view's arguments.

@@ -1,8 +1,8 @@
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
-#include "TWFileEntry.h"
-#include "TWFormatters.h"
-#include "TWWorkspace.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFormatters.h"
+#include "model/TWWorkspace.h"
 
 #include <QSet>
 

@@ -1,10 +1,10 @@
-#include "TWEntryFactory.h"
+#include "model/TWEntryFactory.h"
 
-#include "TWFileEntry.h"
-#include "TWFolderEntry.h"
-#include "TWGroupEntry.h"
-#include "TWServerEntry.h"
-#include "TWSmartGroupEntry.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWServerEntry.h"
+#include "model/TWSmartGroupEntry.h"
 
 #include <QHash>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 // Makes entries from the class names stored under "Class", so that a stored tree can be rebuilt.
 namespace TWEntryFactory {

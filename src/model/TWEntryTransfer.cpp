@@ -1,9 +1,9 @@
-#include "TWEntryTransfer.h"
+#include "model/TWEntryTransfer.h"
 
-#include "TWInteraction.h"
-#include "TWLocalizedStrings.h"
+#include "model/TWLocalizedStrings.h"
+#include "platform/TWInteraction.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,15 +1,15 @@
-#include "TWFileEntry.h"
+#include "model/TWFileEntry.h"
 
-#include "TWDesktop.h"
-#include "TWEntryTransfer.h"
-#include "TWInteraction.h"
-#include "TWLocalizedStrings.h"
-#include "TWWorkspace.h"
+#include "model/TWEntryTransfer.h"
+#include "model/TWLocalizedStrings.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWDesktop.h"
+#include "platform/TWInteraction.h"
 
-#include "LXAudioFile.h"
-#include "LXAudioFilename.h"
-#include "LXAudioFormat.h"
-#include "LXFile.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFilename.h"
+#include "lx/LXAudioFormat.h"
+#include "lx/LXFile.h"
 
 #include <QDir>
 #include <QFileInfo>

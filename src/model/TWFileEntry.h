@@ -1,9 +1,9 @@
 #pragma once
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
-#include "LXError.h"
-#include "LXProgressDelegate.h"
+#include "lx/LXError.h"
+#include "lx/LXProgressDelegate.h"
 
 #include <QDateTime>
 
@@ -11,7 +11,7 @@
 #include <atomic>
 #include <memory>
 
-#include "LXAudioFile.h"
+#include "lx/LXAudioFile.h"
 
 // Entry states: the integer part of a status. The fraction is the progress of the work the state names.
 namespace TWStatus {

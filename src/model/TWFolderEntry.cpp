@@ -1,13 +1,13 @@
-#include "TWFolderEntry.h"
+#include "model/TWFolderEntry.h"
 
-#include "TWDesktop.h"
-#include "TWEntryTransfer.h"
-#include "TWFileEntry.h"
-#include "TWWorkspace.h"
+#include "model/TWEntryTransfer.h"
+#include "model/TWFileEntry.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWDesktop.h"
 
-#include "LXAudioFilename.h"
-#include "LXFile.h"
-#include "LXWaveformCache.h"
+#include "lx/LXAudioFilename.h"
+#include "lx/LXFile.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QDir>
 #include <QFileInfo>

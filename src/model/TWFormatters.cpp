@@ -1,7 +1,7 @@
-#include "TWFormatters.h"
+#include "model/TWFormatters.h"
 
-#include "LXRange.h"
-#include "TWFormattersPrivate.h"
+#include "lx/LXRange.h"
+#include "model/TWFormattersPrivate.h"
 
 #include <QHash>
 #include <QLocale>

@@ -1,7 +1,7 @@
 // Formatters of what the audio-file framework reports about a file and what analysis measures.
 
-#include "LXAudioFormat.h"
-#include "TWFormattersPrivate.h"
+#include "lx/LXAudioFormat.h"
+#include "model/TWFormattersPrivate.h"
 
 #include <QDateTime>
 #include <QRegularExpression>
@@ -90,8 +90,7 @@ public:
     QString stringForObjectValue(const QVariant& value) const override {
         const auto code = codeValue(value);
         if (!code || *code <= 0 || *code > qint64(UINT32_MAX)) return {};
-        if (QString name = LXFormat::name(uint32_t(*code)); name != QLatin1String("Unknown"))
-            return name;
+        if (QString name = LXFormat::name(uint32_t(*code)); name != QLatin1String("Unknown")) return name;
         return lettersOfCode(*code).trimmed();
     }
 };

@@ -1,6 +1,6 @@
 // Formatters of the musical and sampler properties of a file: notes, tuning, tempo, meter, key.
 
-#include "TWFormattersPrivate.h"
+#include "model/TWFormattersPrivate.h"
 
 #include <QRegularExpression>
 

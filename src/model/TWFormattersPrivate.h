@@ -2,7 +2,7 @@
 
 // Shared by the TWFormatters*.cpp files only.
 
-#include "TWFormatters.h"
+#include "model/TWFormatters.h"
 
 #include <atomic>
 #include <memory>

@@ -1,8 +1,8 @@
-#include "TWGroupEntry.h"
+#include "model/TWGroupEntry.h"
 
-#include "TWClipwrightDocument.h"
-#include "TWEntryFactory.h"
-#include "TWFileEntry.h"
+#include "model/TWClipwrightDocument.h"
+#include "model/TWEntryFactory.h"
+#include "model/TWFileEntry.h"
 
 #include <QFileInfo>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 // A named collection the user fills and orders freely. The workspace's root is a group named "root".
 class TWGroupEntry : public TWEntry {

@@ -1,4 +1,4 @@
-#include "TWLocalizedStrings.h"
+#include "model/TWLocalizedStrings.h"
 
 #include <QHash>
 

@@ -1,6 +1,6 @@
-#include "TWServerEntry.h"
+#include "model/TWServerEntry.h"
 
-#include "TWWorkspace.h"
+#include "model/TWWorkspace.h"
 
 TWServerEntry::TWServerEntry() {
     m_isLeaf = false;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 // A container kept for remote locations: it keeps its children sorted and stores nothing of its own.
 // The file commands never make one; it comes back only from stored state.

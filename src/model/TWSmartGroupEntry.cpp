@@ -1,12 +1,12 @@
-#include "TWSmartGroupEntry.h"
+#include "model/TWSmartGroupEntry.h"
 
-#include "TWFileEntry.h"
-#include "TWFolderEntry.h"
-#include "TWMetadataQuery.h"
-#include "TWSupportFolders.h"
-#include "TWWorkspace.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWMetadataQuery.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QDir>
 #include <QSet>

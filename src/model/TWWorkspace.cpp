@@ -1,17 +1,17 @@
 // The workspace's model: the tree, the selection, the stop code, redisplay requests and persistence. The
 // commands that change the file list are in TWWorkspaceFiles.cpp.
 
-#include "TWWorkspace.h"
+#include "model/TWWorkspace.h"
 
-#include "TWAddPosition.h"
-#include "TWDragAndDrop.h"
-#include "TWFileEntry.h"
-#include "TWFormatters.h"
-#include "TWGroupEntry.h"
-#include "TWLocalizedStrings.h"
-#include "TWPreferences.h"
+#include "model/TWAddPosition.h"
+#include "model/TWDragAndDrop.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFormatters.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWLocalizedStrings.h"
+#include "platform/TWPreferences.h"
 
-#include "LXAudioFile.h"
+#include "lx/LXAudioFile.h"
 
 #include <QCoreApplication>
 #include <QThread>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWEntry.h"
+#include "model/TWEntry.h"
 
 #include <QObject>
 #include <QStringList>
@@ -10,8 +10,8 @@
 #include <mutex>
 #include <optional>
 
-#include "LXAudioFile.h"
-#include "LXError.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXError.h"
 
 class QThread;
 class QUndoStack;
@@ -214,7 +214,7 @@ private:
 
     // Run state (main thread only).
     QThread* m_workThread = nullptr;
-    TWWorkThread* m_worker = nullptr; // lives on m_workThread
+    TWWorkThread* m_worker = nullptr;  // lives on m_workThread
     QUndoStack* m_undoStack = nullptr; // a child of the workspace
     QStringList m_scriptResults;
     QString m_lastErrorDescription;

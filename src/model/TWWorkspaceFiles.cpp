@@ -1,17 +1,17 @@
 // The commands that change the file list: add, group, remove, delete, trash, move, copy, repair, refresh
 // and rename. Every one runs on the main thread.
 
-#include "TWWorkspace.h"
+#include "model/TWWorkspace.h"
 
-#include "TWEntryTransfer.h"
-#include "TWFileEntry.h"
-#include "TWFolderEntry.h"
-#include "TWGroupEntry.h"
-#include "TWInteraction.h"
-#include "TWLocalizedStrings.h"
-#include "TWSmartGroupEntry.h"
+#include "model/TWEntryTransfer.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWLocalizedStrings.h"
+#include "model/TWSmartGroupEntry.h"
+#include "platform/TWInteraction.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QDir>
 #include <QFileInfo>

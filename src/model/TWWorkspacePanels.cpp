@@ -1,9 +1,9 @@
-#include "TWWorkspacePanels.h"
+#include "model/TWWorkspacePanels.h"
 
-#include "TWDesktop.h"
-#include "TWInteraction.h"
-#include "TWPreferences.h"
-#include "TWWorkspace.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWDesktop.h"
+#include "platform/TWInteraction.h"
+#include "platform/TWPreferences.h"
 
 #include <QFileInfo>
 

@@ -1,4 +1,4 @@
-#include "TWCommandLineInteraction.h"
+#include "platform/TWCommandLineInteraction.h"
 
 #include <QMutexLocker>
 #include <QRegularExpression>

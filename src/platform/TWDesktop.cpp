@@ -1,6 +1,6 @@
-#include "TWDesktop.h"
+#include "platform/TWDesktop.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

@@ -1,4 +1,4 @@
-#include "TWInteraction.h"
+#include "platform/TWInteraction.h"
 
 #include <atomic>
 

@@ -1,9 +1,9 @@
-#include "TWMetadataIndex.h"
+#include "platform/TWMetadataIndex.h"
 
-#include "LXAudioFile.h"
-#include "LXAudioFilename.h"
-#include "LXFile.h"
-#include "TWPredicate.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFilename.h"
+#include "lx/LXFile.h"
+#include "platform/TWPredicate.h"
 
 #include <QCoreApplication>
 #include <QDir>

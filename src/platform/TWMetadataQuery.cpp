@@ -1,4 +1,4 @@
-#include "TWMetadataQuery.h"
+#include "platform/TWMetadataQuery.h"
 
 #include <atomic>
 

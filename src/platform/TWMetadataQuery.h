@@ -1,6 +1,6 @@
 #pragma once
-#include "TWMetadataIndex.h"
-#include "TWPredicate.h"
+#include "platform/TWMetadataIndex.h"
+#include "platform/TWPredicate.h"
 
 #include <QObject>
 #include <QString>

@@ -1,6 +1,6 @@
-#include "TWPredicate.h"
+#include "platform/TWPredicate.h"
 
-#include "TWPropertyList.h"
+#include "platform/TWPropertyList.h"
 
 #include <QDateTime>
 #include <QFile>

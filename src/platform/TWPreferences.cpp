@@ -1,6 +1,6 @@
-#include "TWPreferences.h"
+#include "platform/TWPreferences.h"
 
-#include "TWPropertyList.h"
+#include "platform/TWPropertyList.h"
 
 #include <QDateTime>
 #include <QDir>

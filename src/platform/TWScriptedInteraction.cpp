@@ -1,4 +1,4 @@
-#include "TWScriptedInteraction.h"
+#include "platform/TWScriptedInteraction.h"
 
 #include <QMutexLocker>
 

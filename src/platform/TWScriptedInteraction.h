@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWInteraction.h"
+#include "platform/TWInteraction.h"
 
 #include <QList>
 #include <QMutex>

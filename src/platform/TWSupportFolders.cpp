@@ -1,6 +1,6 @@
-#include "TWSupportFolders.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QStandardPaths>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LXResult.h"
+#include "lx/LXResult.h"
 
 #include <QString>
 

@@ -1,13 +1,13 @@
 // The action commands: options become instruction keys, typed by the action's own key table, and the
 // files become the "paths" of a one-action run with source 3.
 
-#include "TWActionCommands.h"
+#include "shell/TWActionCommands.h"
 
-#include "TWRunner.h"
+#include "shell/TWRunner.h"
 
-#include "TWActionRegistry.h"
+#include "engine/TWActionRegistry.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QFileInfo>
 

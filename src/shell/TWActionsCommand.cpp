@@ -1,8 +1,8 @@
 // clipwright actions: every action with its name, keys, required keys and defaults.
 
-#include "TWActionCommands.h"
+#include "shell/TWActionCommands.h"
 
-#include "TWActionRegistry.h"
+#include "engine/TWActionRegistry.h"
 
 namespace TWCommandLine {
 

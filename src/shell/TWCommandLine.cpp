@@ -1,6 +1,6 @@
-#include "TWCommandLine.h"
+#include "shell/TWCommandLine.h"
 
-#include "TWActionCommands.h"
+#include "shell/TWActionCommands.h"
 
 #include <QCoreApplication>
 

@@ -1,9 +1,9 @@
 // clipwright find: a smart-group query over a folder, printing the paths of the audio files found.
 
-#include "LXFile.h"
-#include "TWCommandLine.h"
-#include "TWPropertyList.h"
-#include "TWSmartGroupEntry.h"
+#include "lx/LXFile.h"
+#include "model/TWSmartGroupEntry.h"
+#include "platform/TWPropertyList.h"
+#include "shell/TWCommandLine.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

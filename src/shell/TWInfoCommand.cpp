@@ -1,10 +1,10 @@
 // clipwright info: each file's entry information, as the file list shows it.
 
-#include "LXMetadata.h"
-#include "TWCommandLine.h"
-#include "TWFileEntry.h"
-#include "TWFormatters.h"
-#include "TWWorkspace.h"
+#include "lx/LXMetadata.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFormatters.h"
+#include "model/TWWorkspace.h"
+#include "shell/TWCommandLine.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,7 +1,7 @@
-#include "TWProgressBar.h"
+#include "shell/TWProgressBar.h"
 
-#include "TWFileEntry.h"
-#include "TWWorkspace.h"
+#include "model/TWFileEntry.h"
+#include "model/TWWorkspace.h"
 
 #include <cmath>
 #include <cstdio>

@@ -1,14 +1,14 @@
 // clipwright run: a workflow file (or a workflow of the library, by title) over files; clipwright
 // workflows: the library's workflows.
 
-#include "TWCommandLine.h"
-#include "TWRunner.h"
+#include "shell/TWCommandLine.h"
+#include "shell/TWRunner.h"
 
-#include "TWWorkflowFile.h"
-#include "TWWorkflowLibrary.h"
-#include "TWWorkspace.h"
+#include "engine/TWWorkflowFile.h"
+#include "engine/TWWorkflowLibrary.h"
+#include "model/TWWorkspace.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 namespace TWCommandLine {
 

@@ -1,12 +1,12 @@
-#include "TWRunner.h"
+#include "shell/TWRunner.h"
 
-#include "TWProgressBar.h"
+#include "shell/TWProgressBar.h"
 
-#include "TWFileEntry.h"
-#include "TWGroupEntry.h"
-#include "TWWorkspace.h"
+#include "model/TWFileEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWWorkspace.h"
 
-#include "LXFile.h"
+#include "lx/LXFile.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

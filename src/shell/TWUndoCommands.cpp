@@ -1,10 +1,10 @@
 // clipwright undo / redo: the in-place runs of earlier invocations, from the undo journal on disk.
 
-#include "TWCommandLine.h"
+#include "shell/TWCommandLine.h"
 
-#include "TWUndoJournal.h"
+#include "engine/TWUndoJournal.h"
 
-#include "TWWorkspace.h"
+#include "model/TWWorkspace.h"
 
 #include <unistd.h>
 

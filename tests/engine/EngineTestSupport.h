@@ -6,17 +6,17 @@
 #include "ModelTestSupport.h"
 #include "TestAudio.h"
 
-#include "TWAction.h"
-#include "TWActionRegistry.h"
-#include "TWFileEntry.h"
-#include "TWGroupEntry.h"
-#include "TWLevelActions.h"
-#include "TWPreferences.h"
-#include "TWSupportFolders.h"
-#include "TWUndoJournal.h"
+#include "actions/level/TWLevelActions.h"
+#include "engine/TWAction.h"
+#include "engine/TWActionRegistry.h"
+#include "engine/TWUndoJournal.h"
+#include "model/TWFileEntry.h"
+#include "model/TWGroupEntry.h"
+#include "platform/TWPreferences.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXAudioFile.h"
-#include "LXAudioFileWriter.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,12 +2,12 @@
 // files in temporary folders. Python's plistlib (Debian's /usr/bin/python3) reads and writes property
 // lists independently of libplist.
 
-#include "TWActionRegistry.h"
-#include "TWPreferences.h"
-#include "TWPropertyList.h"
-#include "TWWorkflowEditor.h"
-#include "TWWorkflowFile.h"
-#include "TWWorkflowLibrary.h"
+#include "engine/TWActionRegistry.h"
+#include "engine/TWWorkflowEditor.h"
+#include "engine/TWWorkflowFile.h"
+#include "engine/TWWorkflowLibrary.h"
+#include "platform/TWPreferences.h"
+#include "platform/TWPropertyList.h"
 
 #include "ModelTestSupport.h"
 

@@ -1,28 +1,26 @@
 // Feeds arbitrary bytes to the WAV/AIFF parser, the metadata chunk decoders and the sample decoder,
 // as a file on disk would.
 
-#include "LXAiffChunks.h"
-#include "LXPcmContainer.h"
-#include "LXSampleCodec.h"
-#include "LXWaveChunks.h"
+#include "lx/LXAiffChunks.h"
+#include "lx/LXPcmContainer.h"
+#include "lx/LXSampleCodec.h"
+#include "lx/LXWaveChunks.h"
 
 #include <cstring>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const LXByteSource read = [&](int64_t offset, void* buffer, int64_t count) {
-        if (offset < 0 || count < 0 || uint64_t(offset + count) > size)
-            return false;
+        if (offset < 0 || count < 0 || uint64_t(offset + count) > size) return false;
         std::memcpy(buffer, data + offset, size_t(count));
         return true;
     };
     auto layout = LXParsePcmContainer(read, int64_t(size), QStringLiteral("fuzz"));
-    if (!layout)
-        return 0;
+    if (!layout) return 0;
     const bool aiff = layout->container == LXContainer::Aiff || layout->container == LXContainer::Aifc;
-    const LXAnnotations annotations =
-        aiff ? LXAiffChunks::decode(layout->chunks, layout->desc.rate)
-             : LXWaveChunks::decode(layout->chunks, layout->desc.rate, layout->container == LXContainer::Rifx);
+    const LXAnnotations annotations = aiff ? LXAiffChunks::decode(layout->chunks, layout->desc.rate)
+                                           : LXWaveChunks::decode(layout->chunks, layout->desc.rate,
+                                                                  layout->container == LXContainer::Rifx);
     // What was decoded must encode again without trouble.
     (void)(aiff ? LXAiffChunks::encode(annotations, layout->desc.rate, true)
                 : LXWaveChunks::encode(annotations, layout->desc.rate, false, true));

@@ -2,11 +2,11 @@
 // every operation, files as other programs and accidents leave them, and metadata through whole files
 // (read back by sndfile-info as well). The bit-exact test also cross-checks the test-audio generator.
 
-#include "LXAudioFile.h"
-#include "LXAudioFileWriter.h"
-#include "LXPcmContainer.h"
-#include "LXWaveformCache.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXPcmContainer.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,8 +2,8 @@
 // other programs write them, unknown chunks, and damaged and hostile chunks. AudioFileTests checks
 // whole files written with these chunks against libsndfile.
 
-#include "LXAiffChunks.h"
-#include "LXWaveChunks.h"
+#include "lx/LXAiffChunks.h"
+#include "lx/LXWaveChunks.h"
 
 #include "TestAudio.h"
 

@@ -1,8 +1,8 @@
 // File-system services on real files in a temporary folder (and /dev/shm as a second file system).
 
-#include "LXAudioFormat.h"
-#include "LXFile.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFormat.h"
+#include "lx/LXFile.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
 // The libsndfile reader and sink, checked against sox, ffmpeg and metaflac reading the same files.
 
-#include "LXAudioBackend.h"
 #include "TestAudio.h"
+#include "lx/LXAudioBackend.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,9 +1,9 @@
 // Real audio files from Debian packages, written by programs other than ours: whatever sox
 // or ffmpeg can read, we read the same; whatever we cannot read gives a readable error.
 
-#include "LXAudioFile.h"
-#include "LXWaveformCache.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QDirIterator>
 #include <QFile>

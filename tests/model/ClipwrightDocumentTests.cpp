@@ -1,5 +1,5 @@
 #include "ModelTestSupport.h"
-#include "TWClipwrightDocument.h"
+#include "model/TWClipwrightDocument.h"
 
 #include <QHash>
 

@@ -1,13 +1,13 @@
 #include "ModelTestSupport.h"
 
-#include "TWFileEntry.h"
-#include "TWFolderEntry.h"
-#include "TWGroupEntry.h"
-#include "TWLocalizedStrings.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWLocalizedStrings.h"
 
-#include "LXAudioFile.h"
-#include "LXWaveformCache.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXWaveformCache.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,10 +1,10 @@
 #include "ModelTestSupport.h"
 
-#include "TWFileEntry.h"
-#include "TWFolderEntry.h"
-#include "TWGroupEntry.h"
-#include "TWLocalizedStrings.h"
-#include "TWServerEntry.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWLocalizedStrings.h"
+#include "model/TWServerEntry.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
-#include "TWFormatters.h"
+#include "model/TWFormatters.h"
 
-#include "LXAudioFile.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFile.h"
 
 #include <QTemporaryDir>
 #include <QUrl>

@@ -1,9 +1,9 @@
 #include "ModelTestSupport.h"
 
-#include "TWGroupEntry.h"
+#include "model/TWGroupEntry.h"
 
-#include "LXAudioFormat.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFormat.h"
 
 #include <QDir>
 #include <QEventLoop>

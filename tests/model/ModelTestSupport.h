@@ -1,9 +1,9 @@
 #pragma once
 
-#include "TWEntry.h"
-#include "TWInteraction.h"
-#include "TWScriptedInteraction.h"
-#include "TWWorkspace.h"
+#include "model/TWEntry.h"
+#include "model/TWWorkspace.h"
+#include "platform/TWInteraction.h"
+#include "platform/TWScriptedInteraction.h"
 
 #include <QByteArray>
 #include <QString>

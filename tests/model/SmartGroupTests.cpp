@@ -1,8 +1,8 @@
 #include "ModelTestSupport.h"
 
-#include "TWFileEntry.h"
-#include "TWSmartGroupEntry.h"
-#include "TWSupportFolders.h"
+#include "model/TWFileEntry.h"
+#include "model/TWSmartGroupEntry.h"
+#include "platform/TWSupportFolders.h"
 
 #include "TestAudio.h"
 

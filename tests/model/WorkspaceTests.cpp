@@ -1,15 +1,15 @@
 #include "ModelTestSupport.h"
 
-#include "TWAddPosition.h"
-#include "TWDragAndDrop.h"
-#include "TWFileEntry.h"
-#include "TWFolderEntry.h"
-#include "TWGroupEntry.h"
-#include "TWLocalizedStrings.h"
-#include "TWPreferences.h"
-#include "TWServerEntry.h"
-#include "TWSmartGroupEntry.h"
-#include "TWWorkspacePanels.h"
+#include "model/TWAddPosition.h"
+#include "model/TWDragAndDrop.h"
+#include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
+#include "model/TWGroupEntry.h"
+#include "model/TWLocalizedStrings.h"
+#include "model/TWServerEntry.h"
+#include "model/TWSmartGroupEntry.h"
+#include "model/TWWorkspacePanels.h"
+#include "platform/TWPreferences.h"
 
 #include <QDir>
 #include <QElapsedTimer>

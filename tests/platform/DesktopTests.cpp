@@ -1,6 +1,6 @@
 #include "IsolatedHome.h"
-#include "TWDesktop.h"
-#include "TWSupportFolders.h"
+#include "platform/TWDesktop.h"
+#include "platform/TWSupportFolders.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

@@ -1,5 +1,5 @@
-#include "TWCommandLineInteraction.h"
-#include "TWScriptedInteraction.h"
+#include "platform/TWCommandLineInteraction.h"
+#include "platform/TWScriptedInteraction.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 #include "IsolatedHome.h"
-#include "LXAudioFileWriter.h"
-#include "TWMetadataIndex.h"
-#include "TWMetadataQuery.h"
-#include "TWPredicate.h"
 #include "TestAudio.h"
+#include "lx/LXAudioFileWriter.h"
+#include "platform/TWMetadataIndex.h"
+#include "platform/TWMetadataQuery.h"
+#include "platform/TWPredicate.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "IsolatedHome.h"
-#include "TWPreferences.h"
-#include "TWPropertyList.h"
+#include "platform/TWPreferences.h"
+#include "platform/TWPropertyList.h"
 
 #include <gtest/gtest.h>
 

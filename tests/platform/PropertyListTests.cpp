@@ -1,4 +1,4 @@
-#include "TWPropertyList.h"
+#include "platform/TWPropertyList.h"
 
 #include <QDateTime>
 #include <QDir>

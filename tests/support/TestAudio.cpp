@@ -1,7 +1,7 @@
 #include "TestAudio.h"
 
-#include "LXAudioFileWriter.h"
-#include "LXAudioFilename.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXAudioFilename.h"
 
 #include <QFileInfo>
 #include <QProcess>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "LXAudioFormat.h"
-#include "LXResult.h"
+#include "lx/LXAudioFormat.h"
+#include "lx/LXResult.h"
 
 #include <QString>
 #include <QStringList>

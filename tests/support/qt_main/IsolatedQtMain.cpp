@@ -2,13 +2,13 @@
 // workspace queued calls, runs a work thread) and in a home of their own, so that no test reads or writes
 // the real user's preferences, trash, undo folder, caches or metadata index.
 
-#include "TWPreferences.h"
-#include "TWSupportFolders.h"
+#include "platform/TWPreferences.h"
+#include "platform/TWSupportFolders.h"
 
-#include "LXWaveformCache.h"
+#include "lx/LXWaveformCache.h"
 
 #ifdef CLIPWRIGHT_REGISTER_ACTIONS
-#include "TWActions.h"
+#include "actions/TWActions.h"
 #endif
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TWAction.h"
+#include "engine/TWAction.h"
 
 // Level changes: a fixed gain, even channels, and a peak or RMS target for each file or a whole batch.
 // Changes smaller than 1 % of the amplitude (about 0.09 dB) leave a file unchanged.

@@ -1,8 +1,8 @@
-#include "TWLevelActions.h"
+#include "actions/level/TWLevelActions.h"
 
-#include "TWFileEntry.h"
+#include "model/TWFileEntry.h"
 
-#include "LXAudioFile.h"
+#include "lx/LXAudioFile.h"
 
 #include <cmath>
 
