@@ -7,9 +7,9 @@
 LXError::LXError(int32_t code, QString message, QString path, qint64 offset)
     : LXError(Domain::Audio, code, std::move(message), std::move(path), offset) {}
 
-LXError::LXError(Domain domain, int32_t code, QString message, QString path, qint64 offset)
+LXError::LXError(Domain domain, int32_t code, QString message, QString path, qint64 offset, int errnum)
     : m_domain(domain), m_code(code), m_message(std::move(message)), m_path(std::move(path)),
-      m_offset(offset) {}
+      m_offset(offset), m_errnum(errnum) {}
 
 QString LXError::description() const {
     QString text;
@@ -20,7 +20,7 @@ QString LXError::description() const {
 }
 
 LXFileError::LXFileError(QString message, QString path, int errnum)
-    : LXError(Domain::File, -errnum, std::move(message), std::move(path), -1) {}
+    : LXError(Domain::File, LXErrFileSystem, std::move(message), std::move(path), -1, errnum) {}
 
 LXFileError LXFileError::fromErrno(const QString& what, const QString& path) {
     const int errnum = errno;

@@ -19,12 +19,13 @@ public:
     const QString& message() const { return m_message; }
     const QString& path() const { return m_path; }
     qint64 offset() const { return m_offset; } // byte offset in a damaged file, or -1
+    int errnum() const { return m_errnum; }    // the system's errno behind a file-system failure, or 0
 
     // One readable line: "'kick.wav': the 'cue ' chunk is damaged (at byte 1234)".
     QString description() const;
 
 protected:
-    LXError(Domain domain, int32_t code, QString message, QString path, qint64 offset);
+    LXError(Domain domain, int32_t code, QString message, QString path, qint64 offset, int errnum = 0);
 
 private:
     Domain m_domain = Domain::Audio;
@@ -32,9 +33,11 @@ private:
     QString m_message;
     QString m_path;
     qint64 m_offset = -1;
+    int m_errnum = 0;
 };
 
-// A failure of the file system (missing file, no permission, full disk). The code is -errno.
+// A failure of the file system (missing file, no permission, full disk): code LXErrFileSystem, with the
+// system's errno.
 class LXFileError : public LXError {
 public:
     LXFileError(QString message, QString path, int errnum);

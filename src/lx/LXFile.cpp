@@ -400,7 +400,7 @@ LXStatus copyPath(const QString& from, const QString& to) {
     LXStatus status = copyEntry(from, to);
     if (!status) {
         // Unless someone else's file appeared there meanwhile (the copy creates its target exclusively).
-        if (!(status.error().code() == -EEXIST && status.error().path() == to)) (void)deleteFileAtPath(to);
+        if (!(status.error().errnum() == EEXIST && status.error().path() == to)) (void)deleteFileAtPath(to);
         return status;
     }
     return syncParentDirectory(to);

@@ -19,18 +19,20 @@ enum LXResultCode : int32_t {
 
 // Error codes of LXError, grouped the way file entries show them: Unsupported shows as an unsupported
 // file; Damaged, Truncated, BadHeader, BadChunk, ReadFailed and WriteFailed as a bad file; a file
-// opened with the Repairable warning is still readable.
+// opened with the Repairable warning is still readable. They lie apart from the result codes above, so
+// that no number means two things; an invalid parameter is the same failure in both.
 enum LXErrorCode : int32_t {
-    LXErrDamaged = -1,
-    LXErrInvalidParameter = -2,
-    LXErrTruncated = -3,
-    LXErrBadHeader = -4,
-    LXErrBadChunk = -5,
-    LXErrUnsupported = -6,
-    LXErrReadFailed = -7,
-    LXErrWriteFailed = -8,
-    LXErrBusy = -9,
-    LXErrRepairable = -10,
+    LXErrInvalidParameter = LXInvalidParameter,
+    LXErrDamaged = -2001,
+    LXErrTruncated = -2002,
+    LXErrBadHeader = -2003,
+    LXErrBadChunk = -2004,
+    LXErrUnsupported = -2005,
+    LXErrReadFailed = -2006,
+    LXErrWriteFailed = -2007,
+    LXErrBusy = -2008,
+    LXErrRepairable = -2009,
+    LXErrFileSystem = -2010, // the system's own reason is the error's errnum()
 };
 
 // Four-character codes as integers, big-endian like the Mac's OSType: fourCC("WAVE").

@@ -126,7 +126,7 @@ TEST_F(FileServices, MoveReplacesAnExistingTargetAndCrossesFileSystems) {
     auto missing = LXFile::movePath(path("nothing.wav"), path("a/x.wav"));
     ASSERT_FALSE(missing);
     EXPECT_TRUE(missing.error().isFileError());
-    EXPECT_EQ(missing.error().code(), -ENOENT);
+    EXPECT_EQ(missing.error().errnum(), ENOENT);
     EXPECT_EQ(missing.error().path(), path("nothing.wav"));
 
     // From another file system, over an existing file: copied, renamed into place, source deleted.
@@ -166,7 +166,7 @@ TEST_F(FileServices, CopyKeepsTreesModesDatesLinksAndCreator) {
     EXPECT_EQ(LXFile::creatorCodeAtPath(path("src/big.wav")), 0u);
     auto creator = LXFile::setCreatorCodeAtPath(path("src/big.wav"), LXFourCC("CLPW"));
     const bool haveCreator =
-        creator || (creator.error().code() != -ENOTSUP && creator.error().code() != -EOPNOTSUPP);
+        creator || (creator.error().errnum() != ENOTSUP && creator.error().errnum() != EOPNOTSUPP);
     EXPECT_TRUE(haveCreator) << creator.error().description().toStdString();
 
     ASSERT_TRUE(LXFile::copyPath(path("src"), path("dst")));
@@ -187,7 +187,7 @@ TEST_F(FileServices, CopyKeepsTreesModesDatesLinksAndCreator) {
     writeFile(path("taken.wav"), "taken");
     auto refused = LXFile::copyPath(path("src/big.wav"), path("taken.wav"));
     ASSERT_FALSE(refused);
-    EXPECT_EQ(refused.error().code(), -EEXIST);
+    EXPECT_EQ(refused.error().errnum(), EEXIST);
     EXPECT_EQ(readFile(path("taken.wav")), "taken");
     EXPECT_FALSE(LXFile::copyPath(path("nothing"), path("copy")));
     EXPECT_FALSE(LXFile::existsAtPath(path("copy")));
@@ -257,7 +257,7 @@ TEST_F(FileServices, TrashFollowsTheFreedesktopLayout) {
     ASSERT_TRUE(LXFile::moveToTrash(path("folder")));
     EXPECT_TRUE(LXFile::existsAtPath(path("home/.local/share/Trash/files/folder/inside")));
     EXPECT_TRUE(LXFile::existsAtPath(path("home/.local/share/Trash/info/folder.trashinfo")));
-    EXPECT_EQ(LXFile::moveToTrash(path("nothing.wav")).error().code(), -ENOENT);
+    EXPECT_EQ(LXFile::moveToTrash(path("nothing.wav")).error().errnum(), ENOENT);
 }
 
 TEST_F(FileServices, PathsDatesAndFolders) {

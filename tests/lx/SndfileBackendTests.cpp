@@ -323,6 +323,7 @@ TEST_F(SndfileBackend, BadInputGivesAnErrorWithAReason) {
     const struct {
         QString path;
         int32_t code;
+        int errnum = 0;
     } files[] = {
         {write("noise.bin", noise), LXErrUnsupported},
         {write("empty.caf", {}), LXErrTruncated},
@@ -330,13 +331,14 @@ TEST_F(SndfileBackend, BadInputGivesAnErrorWithAReason) {
         {write("noise.flac", "fLaC" + noise), LXErrDamaged},
         {write("noise.ogg", "OggS" + noise), LXErrDamaged},
         {write("header.caf", caf.left(20)), LXErrDamaged},
-        {path("missing.caf"), -ENOENT},
-        {m_dir.path(), -EISDIR},
+        {path("missing.caf"), LXErrFileSystem, ENOENT},
+        {m_dir.path(), LXErrFileSystem, EISDIR},
     };
     for (const auto& f : files) {
         auto reader = LXOpenSndfileReader(f.path);
         ASSERT_FALSE(reader) << f.path.toStdString();
         EXPECT_EQ(reader.error().code(), f.code) << why(reader.error());
+        EXPECT_EQ(reader.error().errnum(), f.errnum) << why(reader.error());
         EXPECT_EQ(reader.error().path(), f.path);
     }
 
@@ -359,7 +361,7 @@ TEST_F(SndfileBackend, BadInputGivesAnErrorWithAReason) {
     auto nowhere =
         LXCreateSndfileSink(path("missing/x.caf"), describe(path("x.caf"), LXSampleEncoding::pcm(16, true)));
     ASSERT_FALSE(nowhere);
-    EXPECT_EQ(nowhere.error().code(), -ENOENT);
+    EXPECT_EQ(nowhere.error().errnum(), ENOENT);
 }
 
 } // namespace
