@@ -1,11 +1,7 @@
-#include "actions/TWActions.h"
-#include "lx/LXAudioFileWriter.h"
-#include "lx/LXFile.h"
-#include "model/TWWorkspace.h"
+#include "shell/TWSession.h"
+#include "shell/cli/TWCommandLine.h"
+
 #include "platform/TWCommandLineInteraction.h"
-#include "platform/TWPreferences.h"
-#include "platform/TWSupportFolders.h"
-#include "shell/TWCommandLine.h"
 
 #include <QCoreApplication>
 
@@ -14,22 +10,8 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationName(QStringLiteral("Clipwright"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CLIPWRIGHT_VERSION));
 
-    TWPreferences& preferences = TWPreferences::shared();
-    preferences.registerDefaults(TWPreferences::standardDefaults());
-    LXAudioFileWriter::setRetainUnrecognizedDataDefault(
-        preferences.boolValue(QStringLiteral("Retain Unrecognized Data")));
-    LXFile::setSynchronousWrites(preferences.boolValue(QStringLiteral("Synchronous Writes")));
-    (void)TWSupportFolders::createStandardFolders();
-
-    TWRegisterActions();
-
     // FIXME: with no command this will open the window once it exists.
     TWCommandLineInteraction interaction;
-    TWInteraction::setCurrent(&interaction);
-    TWWorkspace& workspace = TWWorkspace::workspace();
-    workspace.setHeadless(true);
-    const int status = TWCommandLine::run(app.arguments().mid(1));
-    workspace.stopWorkThread();
-    TWInteraction::setCurrent(nullptr);
-    return status;
+    const TWSession session(TWSession::FrontEnd::CommandLine, interaction);
+    return TWCommandLine::run(session, app.arguments().mid(1));
 }

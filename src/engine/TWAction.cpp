@@ -1,4 +1,5 @@
-// The action's settings, instructions and saved state. The processing loop is in TWActionLoop.cpp.
+// The action's settings, instructions, saved state and panel. The loops are TWFileLoop.cpp (this class's
+// own) and the shapes' classes.
 
 #include "engine/TWAction.h"
 
@@ -8,13 +9,10 @@
 #include <QThread>
 
 namespace {
-const QString kClass = QStringLiteral("class");
-const QString kActive = QStringLiteral("active");
-const QString kSource = QStringLiteral("source");
-const QString kDestination = QStringLiteral("destination");
-const QString kToNewFile = QStringLiteral("toNewFile");
-const QString kAddToList = QStringLiteral("addToList");
-const QString kDirectory = QStringLiteral("directory");
+const QString kDisclosed = QStringLiteral("disclosed");
+const QString kOptionsDisclosed = QStringLiteral("optionsDisclosed");
+const QString kPreview = QStringLiteral("preview");
+const QString kInstructions = QStringLiteral("instructions");
 } // namespace
 
 TWAction::TWAction() = default;
@@ -41,18 +39,29 @@ void TWAction::setDestination(TWDestinationTag tag, const QString& directory) {
     m_directory = tag == TWDestinationTag::ChosenDirectory ? LXFile::conformPath(directory) : QString();
 }
 
+QVariant TWAction::objectForInstructionKey(const QString& key) const {
+    if (const auto it = m_values.constFind(key); it != m_values.constEnd()) return *it;
+    for (const TWInstructionKey& declared : instructionKeys())
+        if (declared.name == key) return declared.defaultValue;
+    return {};
+}
+
+void TWAction::setObjectForInstructionKey(const QString& key, const QVariant& value) {
+    m_values.insert(key, value);
+}
+
 QVariantMap TWAction::instructions() const {
     QVariantMap instructions;
-    instructions.insert(kClass, className());
-    instructions.insert(kActive, m_active);
-    instructions.insert(kSource, qint64(m_source));
+    instructions.insert(TWKeys::actionClass.name, className());
+    instructions.insert(TWKeys::active.name, m_active);
+    instructions.insert(TWKeys::source.name, qint64(m_source));
     if (!onlyInPlace()) {
         QVariantMap destination;
-        destination.insert(kToNewFile, m_destinationTag != TWDestinationTag::InPlace);
-        destination.insert(kAddToList, true);
+        destination.insert(TWKeys::toNewFile.name, m_destinationTag != TWDestinationTag::InPlace);
+        destination.insert(TWKeys::addToList.name, true);
         if (m_destinationTag == TWDestinationTag::ChosenDirectory)
-            destination.insert(kDirectory, m_directory);
-        instructions.insert(kDestination, destination);
+            destination.insert(TWKeys::directory.name, m_directory);
+        instructions.insert(TWKeys::destination.name, destination);
     }
     for (const QString& key : allInstructionKeys()) {
         const QVariant value = objectForInstructionKey(key);
@@ -62,13 +71,13 @@ QVariantMap TWAction::instructions() const {
 }
 
 void TWAction::setInstructions(const QVariantMap& instructions) {
-    if (instructions.contains(kSource)) m_source = instructions.value(kSource).toInt();
+    if (instructions.contains(TWKeys::source.name)) m_source = TWKeys::source(instructions);
     for (const QString& key : allInstructionKeys())
         if (instructions.contains(key)) m_values.insert(key, instructions.value(key));
-    if (!instructions.contains(kDestination)) return;
-    const QVariantMap destination = instructions.value(kDestination).toMap();
-    const bool toNewFile = destination.value(kToNewFile).toBool();
-    const QString directory = destination.value(kDirectory).toString();
+    if (!instructions.contains(TWKeys::destination.name)) return;
+    const QVariantMap destination = TWKeys::destination(instructions);
+    const bool toNewFile = TWKeys::toNewFile(destination);
+    const QString directory = TWKeys::directory(destination);
     if (toNewFile && !directory.isEmpty())
         setDestination(TWDestinationTag::ChosenDirectory, directory);
     else
@@ -76,31 +85,54 @@ void TWAction::setInstructions(const QVariantMap& instructions) {
 }
 
 QVariantMap TWAction::state() const {
-    return {{kClass, className()},
-            {kActive, m_active},
-            {QStringLiteral("disclosed"), m_disclosed},
-            {QStringLiteral("optionsDisclosed"), m_optionsDisclosed},
-            {QStringLiteral("preview"), m_preview},
-            {QStringLiteral("instructions"), instructions()}};
+    return {{TWKeys::actionClass.name, className()},
+            {TWKeys::active.name, m_active},
+            {kDisclosed, m_disclosed},
+            {kOptionsDisclosed, m_optionsDisclosed},
+            {kPreview, m_preview},
+            {kInstructions, instructions()}};
 }
 
 void TWAction::setState(const QVariantMap& state) {
-    if (state.contains(kActive)) setActive(state.value(kActive).toBool());
-    if (state.contains(QStringLiteral("disclosed")))
-        m_disclosed = state.value(QStringLiteral("disclosed")).toBool();
-    if (state.contains(QStringLiteral("optionsDisclosed")))
-        m_optionsDisclosed = state.value(QStringLiteral("optionsDisclosed")).toBool();
-    if (state.contains(QStringLiteral("preview")))
-        setPreview(state.value(QStringLiteral("preview")).toBool());
-    if (state.contains(QStringLiteral("instructions")))
-        setInstructions(state.value(QStringLiteral("instructions")).toMap());
+    if (state.contains(TWKeys::active.name)) setActive(state.value(TWKeys::active.name).toBool());
+    if (state.contains(kDisclosed)) m_disclosed = state.value(kDisclosed).toBool();
+    if (state.contains(kOptionsDisclosed)) m_optionsDisclosed = state.value(kOptionsDisclosed).toBool();
+    if (state.contains(kPreview)) setPreview(state.value(kPreview).toBool());
+    if (state.contains(kInstructions)) setInstructions(state.value(kInstructions).toMap());
 }
 
 bool TWAction::requiredInstructionKeysExist(const QVariantMap& instructions) const {
-    if (!onlyInPlace() && !instructions.contains(kDestination)) return false;
+    if (!onlyInPlace() && !instructions.contains(TWKeys::destination.name)) return false;
     for (const QString& key : requiredInstructionKeys())
         if (!instructions.contains(key)) return false;
     return true;
+}
+
+QList<TWControl> TWAction::panelControls() const {
+    QList<TWControl> controls;
+    for (const TWInstructionKey& key : instructionKeys()) {
+        TWControl control;
+        control.key = key.name;
+        control.label = key.help;
+        control.unit = key.details.unit;
+        control.choices = key.details.choices;
+        if (key.details.range) {
+            control.minimum = key.details.range->minimum;
+            control.maximum = key.details.range->maximum;
+        }
+        if (!key.details.choices.isEmpty())
+            control.kind = TWControlKind::PopUp;
+        else if (key.type == TWValueType::Boolean)
+            control.kind = TWControlKind::CheckBox;
+        else
+            control.decimals = key.type == TWValueType::Number ? 1 : 0;
+        controls.append(control);
+    }
+    return controls;
+}
+
+QVariant TWAction::valueFromControl(const TWControl&, const QVariant& value) const {
+    return value;
 }
 
 bool TWAction::isInMainThread() {
@@ -109,18 +141,19 @@ bool TWAction::isInMainThread() {
     return !app || QThread::currentThread() == app->thread();
 }
 
-int32_t TWAction::preProcessWithEntries(const QList<TWFileEntryPtr>&, const QVariantMap&) {
-    return LXContinue;
+TWOutcome TWAction::preProcessWithEntries(const QList<TWFileEntryPtr>&, const QVariantMap&) {
+    return TWOutcome::success();
 }
 
 int TWAction::numberOfNewEntriesForAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&) {
     return 1;
 }
 
-int32_t TWAction::processAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&, LXAudioFileWriter&, int) {
-    return LXContinue;
+TWOutcome TWAction::processAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&, LXAudioFileWriter&,
+                                     int) {
+    return TWOutcome::success();
 }
 
-int32_t TWAction::postProcess() {
-    return LXContinue;
+TWPreview TWAction::previewForAudioFile(LXAudioFile&) const {
+    return {};
 }

@@ -1,39 +1,54 @@
 #pragma once
 
 #include "engine/TWActionError.h"
+#include "engine/TWCommonKeys.h"
 #include "engine/TWInstructionKey.h"
-#include "engine/TWSaveInfo.h"
+#include "engine/TWOutcome.h"
+#include "engine/TWPanelModel.h"
 
 #include "model/TWEntry.h"
+
+#include "lx/LXRange.h"
 
 #include <QList>
 #include <QStringList>
 #include <QVariantMap>
 
+#include <memory>
 #include <optional>
 
 class LXAudioFile;
 class LXAudioFileWriter;
+class TWActionRun;
+class TWFileOutputs;
 class TWFileEntry;
-
-// Which entries an action processes ("source").
-namespace TWSource {
-constexpr int AllEntries = 0;
-constexpr int Selection = 1;
-constexpr int PreviousResults = 2;
-constexpr int Paths = 3; // the paths under "paths"
-} // namespace TWSource
+class TWRunController;
 
 // Where results go: the destination matrix's tags.
 enum class TWDestinationTag { InPlace = 0, BesideSource = 1, ChosenDirectory = 2 };
+
+// What an action shows over the selected file's waveform while its preview is on, computed from the
+// file: times in seconds and curves in the order the action defines them, stretches of the file, and a
+// line of text under the panel ("3 files will be extracted"). Plain data: the waveform view draws it and
+// playback reads its play range from it.
+struct TWPreview {
+    QList<double> values;
+    QList<LXRange> ranges;
+    QString infoText;
+    bool isEmpty() const { return values.isEmpty() && ranges.isEmpty() && infoText.isEmpty(); }
+};
 
 // One step of a workflow. Everything it needs to run is in its instructions, a property-list dictionary
 // ("class", "active", "source", "destination", "paths" and the action's own keys), so an action can be
 // rebuilt from a workflow file, an editor or a command line alike.
 //
-// A concrete action declares its keys (instructionKeys) and overrides the hooks that processEntries()
-// calls; it never writes the loop again. Made with its default constructor on the work thread, one
-// object per run of the action: fields kept between the hooks need no locking.
+// A concrete action declares its keys once (instructionKeys: name, type, default, range, unit, help),
+// reads them through those keys in its hooks, and picks the shape of loop that carries it over the
+// entries by its base class: TWAction itself turns each file into outputs saved in place or as new files
+// (and TWActionExport into files of a format of its own); TWCombiningAction makes one file of all;
+// TWDescriptiveAction changes names or metadata with undo by instructions; TWHandOnAction hands files on.
+// No action writes a loop. Made with its default constructor; one object per run on the work thread, so
+// fields kept between the hooks need no locking.
 class TWAction {
 public:
     TWAction();
@@ -70,13 +85,16 @@ public:
     // that only makes new files never goes in place.
     void setDestination(TWDestinationTag tag, const QString& directory = {});
 
-    // The value of one of the action's own keys, invalid when unset.
-    virtual QVariant objectForInstructionKey(const QString& key) const { return m_values.value(key); }
+    // The value of one of the action's own keys: as set, else the key's default (a new action already
+    // holds valid instructions). Invalid for a key with no default that nobody set.
+    QVariant objectForInstructionKey(const QString& key) const;
+    void setObjectForInstructionKey(const QString& key, const QVariant& value);
 
     // Instructions and saved state -----------------------------------------------------------------------
     QVariantMap instructions() const;
-    // Applies "source" and "destination", then the action's own keys; unknown keys are ignored and a
-    // missing key leaves the setting as it was.
+    // Applies "source" and "destination", then the action's own keys as they stand (neither rounded nor
+    // limited, unlike values typed into the panel); unknown keys are ignored and a missing key leaves the
+    // setting as it was.
     virtual void setInstructions(const QVariantMap& instructions);
     // "class", "active", "disclosed", "optionsDisclosed", "preview", "instructions".
     QVariantMap state() const;
@@ -85,49 +103,51 @@ public:
     // is present (whatever its value).
     bool requiredInstructionKeysExist(const QVariantMap& instructions) const;
 
+    // Panel -------------------------------------------------------------------------------------------------
+    // The panel's controls, in order. By default one per key: a field for numbers and text, a check box
+    // for booleans, a pop-up for keys with choices.
+    virtual QList<TWControl> panelControls() const;
+    // The value the key takes when the user sets the control to `value` (the panel's rules: rounding,
+    // limits); invalid to refuse it. By default the value as given.
+    virtual QVariant valueFromControl(const TWControl& control, const QVariant& value) const;
+
+    // Preview: computed from the selected file while the preview is on.
+    void updatePreviewForAudioFile(LXAudioFile& file) { m_previewValues = previewForAudioFile(file); }
+    const TWPreview& previewValues() const { return m_previewValues; }
+    void clearPreview() { m_previewValues = {}; }
+
     static bool isInMainThread();
 
-    // The loop: confirms the destination and the instructions, then carries the action over the entries,
-    // saving each output as a new file or in place, and appends the resulting entries to results. Returns
-    // the action's error, if any; the files saved before it stay saved (and undoable).
-    virtual std::optional<TWActionError> processEntries(const QList<TWFileEntryPtr>& entries,
+    // The loop of the action's shape: confirms the destination and the instructions, then carries the
+    // action over the entries and appends the resulting entries to results. Returns the action's error, if
+    // any; the files saved before it stay saved (and undoable). The base is the per-file loop.
+    virtual std::optional<TWActionError> processEntries(TWRunController& runs,
+                                                        const QList<TWFileEntryPtr>& entries,
                                                         const QVariantMap& instructions,
                                                         QList<TWFileEntryPtr>& results);
 
 protected:
-    // Hooks, called on the work thread in this order. Each answers a result code: LXContinue to go on.
-    virtual int32_t preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
-                                          const QVariantMap& instructions);
-    // How many outputs the file gives (0: none).
+    // Hooks, called on the work thread. preProcessWithEntries comes once before the first file (any
+    // answer but success ends the action before a file is opened), postProcess once after the last,
+    // whatever happened.
+    virtual TWOutcome preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
+                                            const QVariantMap& instructions);
+    virtual void postProcess() {}
+
+    // The per-file loop's hooks. How many outputs the file gives (0: none).
     virtual int numberOfNewEntriesForAudioFile(LXAudioFile& file, TWFileEntry& entry,
                                                const QVariantMap& instructions);
     // Writes output number index into the writer (made from the file: its format, channels, metadata).
-    // LXUnchanged: the file needs no change and the writer is dropped.
-    virtual int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                                     LXAudioFileWriter& writer, int index);
-    virtual int32_t postProcess(); // after the last entry, whatever happened; its code is ignored
-
-    // Notifications to the workspace: direct on the main thread, otherwise handed over without waiting.
-    void notifyWillProcessWithAction(qsizetype count);
-    void notifyWillProcessEntry(const TWFileEntryPtr& entry);
-    void notifyDidProcessEntry(const TWFileEntryPtr& entry);
-    void notifyDidProcessWithAction(const QList<TWSaveInfo>& undoList, const QList<TWFileEntryPtr>& results,
-                                    const QString& undoSelector);
-
-    // The entry for a new file: from a writer (saved under the first free name in the destination) or,
-    // for an unchanged file, from the source (copied there). Inserted after the source entry unless the
-    // destination's "addToList" is NO. nullptr, with error set, when the file could not be saved.
-    TWFileEntryPtr newEntryFromSource(LXAudioFileWriter& writer, const TWFileEntryPtr& entry,
-                                      const QVariantMap& destination, std::optional<LXError>& error);
-    TWFileEntryPtr newEntryFromSource(LXAudioFile& file, const TWFileEntryPtr& entry,
-                                      const QVariantMap& destination, std::optional<LXError>& error);
-
-    // The action's own key values, as setInstructions stored them.
-    const QVariantMap& values() const { return m_values; }
+    // Unchanged: the file needs no change and the writer is dropped.
+    virtual TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                                       LXAudioFileWriter& writer, int index);
+    virtual TWPreview previewForAudioFile(LXAudioFile& file) const;
 
 private:
-    TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source,
-                                const QVariantMap& destination);
+    friend class TWWriterOutputs;
+    // Where the per-file loop's outputs go: writers saved in place or as new files. TWActionExport's
+    // outputs are files of a format of its own.
+    virtual std::unique_ptr<TWFileOutputs> makeOutputs(TWActionRun& run);
 
     bool m_active = true;
     bool m_disclosed = true;
@@ -137,9 +157,5 @@ private:
     TWDestinationTag m_destinationTag = TWDestinationTag::InPlace;
     QString m_directory;
     QVariantMap m_values;
-    std::optional<qint64> m_journalStep; // the undo journal's step of this run's in-place saves
+    TWPreview m_previewValues;
 };
-
-// Re-points every entry of the tree that shows `from` to `to` and refreshes it; on the main thread at
-// once, otherwise handed to it.
-void TWRepointEntries(const QString& from, const QString& to);

@@ -1,73 +1,57 @@
 #include "engine/TWActionExport.h"
 
-#include "model/TWFileEntry.h"
-#include "platform/TWSupportFolders.h"
+#include "engine/TWActionRun.h"
+#include "engine/TWFileOutputs.h"
 
-#include "lx/LXAudioFile.h"
+#include "model/TWFileEntry.h"
+
 #include "lx/LXFile.h"
+#include "lx/LXTemporaryFile.h"
 
 #include <QFileInfo>
 
-int32_t TWActionExport::processAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&, const QString&) {
-    return LXContinue;
+TWOutcome TWActionExport::processAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&, const QString&) {
+    return TWOutcome::success();
 }
 
-std::optional<TWActionError> TWActionExport::processEntries(const QList<TWFileEntryPtr>& entries,
-                                                            const QVariantMap& instructions,
-                                                            QList<TWFileEntryPtr>& results) {
-    if (!requiredInstructionKeysExist(instructions))
-        return TWActionError::errorWithCode(LXMissingInstructions, TWActionPhase::ConfirmingInstructions);
-    const QString directory = instructions.value(QStringLiteral("destination"))
-                                  .toMap()
-                                  .value(QStringLiteral("directory"))
-                                  .toString();
-    const QString temporaryFolder = TWSupportFolders::tempDirectory();
-    (void)LXFile::createDirectoryAtPath(temporaryFolder);
-    QStringList written;
-    std::optional<LXError> cause;
+// Files the action encodes itself, each into a locked temporary file beside its final path.
+class TWExportOutputs : public TWFileOutputs {
+public:
+    TWExportOutputs(TWActionRun& run, TWActionExport& action) : m_run(run), m_action(action) {}
 
-    notifyWillProcessWithAction(entries.size());
-    int32_t code = preProcessWithEntries(entries, instructions);
-    for (const TWFileEntryPtr& entry : entries) {
-        if (code != LXContinue) break;
-        auto opened = LXAudioFile::open(entry->path());
-        if (!opened) {
-            // Unlike the sample actions, an export that cannot read a file fails: the user asked for it.
-            cause = opened.error();
-            code = opened.error().code();
-            break;
-        }
-        LXAudioFile& file = **opened;
-        file.setProgressDelegate(entry.get());
-        entry->pushStatus(TWStatus::Processing);
-        notifyWillProcessEntry(entry);
-        const QString temporary =
-            temporaryFolder + u'/' + QFileInfo(entry->path()).completeBaseName() + u'.' + extension();
-        code = processAudioFile(file, *entry, instructions, temporary);
-        if (code == LXContinue) {
-            const QString folder = directory.isEmpty() ? QFileInfo(entry->path()).path() : directory;
-            const QString target = folder + u'/' + QFileInfo(temporary).fileName();
-            if (const LXStatus moved = LXFile::movePath(temporary, target); !moved) {
-                cause = moved.error();
-                code = moved.error().code();
-                (void)LXFile::deleteFileAtPath(temporary);
-            } else {
-                written.append(target);
+    TWOutcome make(LXAudioFile& file, const TWFileEntryPtr& entry, TWBusyEntry& busy, int,
+                   QList<TWFileEntryPtr>& results) override {
+        const QString folder = m_run.folderFor(*entry);
+        const QString name = QFileInfo(entry->path()).completeBaseName() + u'.' + m_action.extension();
+        auto temporary = LXCreateTemporaryFile(folder, name);
+        if (!temporary) return temporary.error();
+        busy.mark();
+        TWOutcome outcome = m_action.processAudioFile(file, *entry, m_run.instructions(), temporary->path);
+        const QString target = folder + u'/' + name;
+        if (outcome.goesOn()) {
+            if (const LXStatus moved = LXFile::movePath(temporary->path, target); moved) {
+                m_written.append(target);
                 results.append(entry);
+                return outcome;
+            } else {
+                outcome = moved.error();
             }
-        } else {
-            if (file.lastError() && file.lastError()->code() == code) cause = file.lastError();
-            (void)LXFile::deleteFileAtPath(temporary);
         }
-        entry->popStatus();
-        notifyDidProcessEntry(entry);
+        (void)LXFile::deleteFileAtPath(temporary->path);
+        return outcome.kind() == TWOutcome::Kind::Unchanged ? TWOutcome::success() : outcome;
     }
-    if (code == LXCancelled)
-        for (const QString& path : written)
+
+    void takeBack() override {
+        for (const QString& path : std::as_const(m_written))
             (void)LXFile::deleteFileAtPath(path);
-    notifyDidProcessWithAction({}, results, {});
-    postProcess();
-    if (code == LXContinue) return std::nullopt;
-    return cause ? TWActionError::errorWithCode(code, TWActionPhase::ProcessingFiles, *cause)
-                 : TWActionError::errorWithCode(code, TWActionPhase::ProcessingFiles);
+    }
+
+private:
+    TWActionRun& m_run;
+    TWActionExport& m_action;
+    QStringList m_written;
+};
+
+std::unique_ptr<TWFileOutputs> TWActionExport::makeOutputs(TWActionRun& run) {
+    return std::make_unique<TWExportOutputs>(run, *this);
 }

@@ -2,18 +2,24 @@
 
 #include "engine/TWAction.h"
 
-// The base of actions that write files of their own format (encoders, archives, uploads): the action
-// writes each file to a path in the temporary folder, and the loop moves it to the destination. Exports
-// replace nothing, so there is nothing to undo.
+// The base of actions that write files of a format of their own (encoders): the per-file loop with its
+// outputs written by the action to a path. Each file is written under a hidden temporary name in its
+// destination folder and takes its final name (the source's name with the export's extension, replacing
+// a file of that name) only when it is complete, so a stop, a cancel or a crash never leaves a partial
+// export under a real name. The results are the source entries; exports replace nothing, so there is
+// nothing to undo, and a cancel deletes the exports the run made.
 class TWActionExport : public TWAction {
 public:
-    std::optional<TWActionError> processEntries(const QList<TWFileEntryPtr>& entries,
-                                                const QVariantMap& instructions,
-                                                QList<TWFileEntryPtr>& results) override;
+    bool onlyMakesNewFiles() const override { return true; }
 
 protected:
     virtual QString extension() const { return {}; } // of the files written, without the dot
-    virtual int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                                     const QString& path);
+    // Encodes the file into a file at path (which exists, empty).
+    virtual TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                                       const QString& path);
     using TWAction::processAudioFile;
+
+private:
+    friend class TWExportOutputs;
+    std::unique_ptr<TWFileOutputs> makeOutputs(TWActionRun& run) override;
 };

@@ -23,19 +23,19 @@ void configure(LXAudioFilename& builder, const LXAudioFileWriter& writer) {
 enum class Conflict { Rename, Cancel };
 
 // The output's new name is taken by another file: rename (through a save panel) or give up.
-std::optional<QString> resolveConflict(const QString& path) {
+std::optional<QString> resolveConflict(const QString& path, TWInteraction& interaction) {
     TWAlert alert;
     alert.style = TWAlertStyle::Informational;
     alert.title = QStringLiteral("File Exists Alert");
     alert.message = QStringLiteral("File Exists Message");
     alert.buttons = {QStringLiteral("Rename"), QStringLiteral("Cancel")};
-    if (TWInteraction::current().runAlert(alert) != int(Conflict::Rename)) return std::nullopt;
+    if (interaction.runAlert(alert) != int(Conflict::Rename)) return std::nullopt;
     const QFileInfo info(path);
     TWSavePanelOptions panel;
     panel.directory = info.path();
     panel.name = info.fileName();
     panel.requiredExtension = info.suffix();
-    const QString chosen = TWInteraction::current().runSavePanel(panel);
+    const QString chosen = interaction.runSavePanel(panel);
     if (chosen.isEmpty()) return std::nullopt;
     return LXFile::conformPath(chosen);
 }
@@ -62,7 +62,8 @@ LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& pr
 }
 
 LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
-                                                  bool keepUndo, const TWBeforeCommit& beforeCommit) {
+                                                  bool keepUndo, TWInteraction& interaction,
+                                                  const TWBeforeCommit& beforeCommit) {
     LXAudioFilename builder = source.filename();
     configure(builder, writer);
     TWSaveInfo info;
@@ -73,7 +74,7 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
     for (int file = 0; file < writer.numberOfFiles(); ++file) {
         QString path = builder.pathForChannel(file);
         if (!oldPaths.contains(path) && LXFile::existsAtPath(path)) {
-            const std::optional<QString> chosen = resolveConflict(path);
+            const std::optional<QString> chosen = resolveConflict(path, interaction);
             if (!chosen) {
                 writer.deleteOutput();
                 return std::optional<TWSaveInfo>();

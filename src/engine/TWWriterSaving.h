@@ -11,6 +11,7 @@
 
 class LXAudioFile;
 class LXAudioFileWriter;
+class TWInteraction;
 
 // Saving a finished writer's output: as a new file that overwrites nothing, or in place of its source.
 namespace TWExtension {
@@ -27,9 +28,10 @@ using TWBeforeCommit = std::function<void(const TWSaveInfo&)>;
 
 // Replaces the source's files with the writer's output. With keepUndo the old files are kept in the undo
 // folder (the record says where). When the output's name differs from the source's (another format) and
-// a file has that name already, the user is asked to rename or cancel; nullopt when the user abandons the
-// save, in which case nothing on disk has changed and the output is deleted.
+// a file has that name already, the user is asked (through interaction) to rename or cancel; nullopt when
+// the user abandons the save, in which case nothing on disk has changed and the output is deleted.
 LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
-                                                  bool keepUndo, const TWBeforeCommit& beforeCommit = {});
+                                                  bool keepUndo, TWInteraction& interaction,
+                                                  const TWBeforeCommit& beforeCommit = {});
 
 } // namespace TWExtension

@@ -2,6 +2,7 @@
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXFile.h"
+#include "lx/LXTemporaryFile.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -22,33 +23,6 @@ std::atomic<bool> g_retainUnrecognizedData{true};
 
 bool isAiff(uint32_t format) {
     return format == LXFormat::AIFF || format == LXFormat::AIFC;
-}
-
-// A fresh, hidden name beside the final file, created exclusively so no two writers share one.
-// A hidden file beside the destination, locked (flock) for as long as its descriptor stays open: a file
-// no running writer holds is left over from a writer that died, and removeAbandonedTemporaryFiles may
-// delete it.
-struct TemporaryFile {
-    QString path;
-    LXFileDescriptor lock;
-};
-
-LXResult<TemporaryFile> createTemporaryFile(const QString& directory, const QString& baseName) {
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const QString path = QStringLiteral("%1/.%2.%3%4")
-                                 .arg(directory, baseName)
-                                 .arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'))
-                                 .arg(LXAudioFileWriter::kTemporarySuffix);
-        LXFileDescriptor fd(
-            ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-        if (fd.isOpen()) {
-            (void)::flock(fd.get(), LOCK_EX | LOCK_NB);
-            return TemporaryFile{path, std::move(fd)};
-        }
-        if (errno != EEXIST)
-            return LXFileError::fromErrno(QStringLiteral("cannot create a file in the folder"), directory);
-    }
-    return LXError(LXErrWriteFailed, QStringLiteral("cannot find a free temporary name"), directory);
 }
 
 } // namespace
@@ -138,7 +112,7 @@ LXStatus LXAudioFileWriter::openSinks() {
     LXStreamDescription desc = m_desc;
     if (!m_interleaved) desc.channels = 1;
     for (int i = 0; i < files; ++i) {
-        auto temp = createTemporaryFile(m_directory, m_baseName);
+        auto temp = LXCreateTemporaryFile(m_directory, m_baseName);
         if (!temp) return temp.error();
         m_tempPaths.append(temp->path);
         m_tempLocks.push_back(std::move(temp->lock));
@@ -263,7 +237,7 @@ LXStatus LXAudioFileWriter::saveFile(int file, const QString& pathIn) {
     if (::rename(QFile::encodeName(temp).constData(), QFile::encodeName(path).constData()) != 0) {
         if (errno != EXDEV) return LXFileError::fromErrno(QStringLiteral("cannot save the file"), path);
         // Another file system: copy beside the target first, so the final step is still a rename.
-        auto near = createTemporaryFile(QFileInfo(path).path(), QFileInfo(path).fileName());
+        auto near = LXCreateTemporaryFile(QFileInfo(path).path(), QFileInfo(path).fileName());
         if (!near) return near.error();
         QFile::remove(near->path);
         LX_TRY(LXFile::copyPath(temp, near->path));

@@ -101,10 +101,6 @@ std::unique_ptr<LXAudioFile> TWWorkspace::selectedAudioFile() const {
 
 // Work and redisplay ----------------------------------------------------------------------------------------
 
-void TWWorkspace::setWorking(bool working) {
-    if (m_isWorking.exchange(working) != working) emit workingChanged(working);
-}
-
 void TWWorkspace::postReload(TWEntry* entry, bool withChildren) {
     if (!entry) return;
     if (QThread::currentThread() == thread()) {
@@ -223,4 +219,30 @@ void TWWorkspace::loadEntries() {
         m_rootGroup->setName(QStringLiteral("root"));
     }
     refreshEntries();
+}
+
+// Runs, analysis and undo ---------------------------------------------------------------------------------
+
+void TWWorkspace::performInstructions(const QVariantList& instructions, bool inWorkThread) {
+    if (m_runService) m_runService->performInstructions(instructions, inWorkThread);
+}
+
+void TWWorkspace::analyzeEntries() {
+    if (m_runService) m_runService->analyzeEntries();
+}
+
+void TWWorkspace::analyzeSelectedEntries() {
+    if (m_runService) m_runService->analyzeSelectedEntries();
+}
+
+void TWWorkspace::undoInstructions(const QVariantList& instructions) {
+    if (m_runService) m_runService->undoInstructions(instructions);
+}
+
+bool TWWorkspace::flushUndoWithInteraction(bool interactive) {
+    return m_runService && m_runService->flushUndoWithInteraction(interactive);
+}
+
+bool TWWorkspace::isWorking() const {
+    return m_runService && m_runService->isWorking();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/TWEntry.h"
+#include "model/TWRunService.h"
 
 #include <QObject>
 #include <QStringList>
@@ -13,17 +14,15 @@
 #include "lx/LXAudioFile.h"
 #include "lx/LXError.h"
 
-class QThread;
-class QUndoStack;
 class TWFileEntry;
-class TWWorkThread;
 class TWFormatters;
 class TWGroupEntry;
 class TWSmartGroupEntry;
 
 // The one workspace: the root of the entry tree, the selection, the shared formatters, the stop code,
-// and every command that changes the file list. It never touches a widget: the window (and the command
-// line) observe it through its signals and call its commands.
+// and every command that changes the file list. Runs, analysis and undo keep their names here but are
+// carried out by the run service (the engine's run controller). It never touches a widget: the window
+// (and the command line) observe it through its signals and call its commands.
 //
 // Threads: the commands, the tree's structure and the selection belong to the main thread. The work
 // thread reads stopWorking() (atomic), may call reloadEntry()/reloadEntryAndChildren() (queued to the
@@ -59,8 +58,6 @@ public:
     // The code every progress delegate answers: LXContinue (-1002) to go on, LXStopped, LXCancelled...
     int32_t stopWorking() const { return m_stopWorking.load(std::memory_order_relaxed); }
     void setStopWorking(int32_t code) { m_stopWorking.store(code, std::memory_order_relaxed); }
-    bool isWorking() const { return m_isWorking.load(std::memory_order_relaxed); }
-    void setWorking(bool working);
 
     // Redisplay requests; safe from any thread (delivered on the main thread, never waiting). An entry
     // released before delivery is not announced.
@@ -117,54 +114,18 @@ public:
     TWEntry* draggingParent() const { return m_draggingParent; }
     const QList<TWEntryPtr>& draggingEntries() const { return m_draggingEntries; }
 
-    // Runs, progress and undo (TWWorkspaceActions.cpp, in the engine) ---------------------------------------
-    // Starts the work thread that serves runs and analysis passes, one request at a time.
-    void startWorkThread();
-    // Stops it, after the request it is serving (set the stop code first to end that sooner).
-    void stopWorkThread();
-    // Runs a list of instructions dictionaries: handed to the work thread (returns at once), or run here
-    // and now, every action regardless of "active", without the after-run preferences.
+    // Runs, analysis and undo: handed to the run service (the engine's run controller, set at start-up);
+    // without one they do nothing.
+    void setRunService(TWRunService* service) { m_runService = service; }
+    TWRunService* runService() const { return m_runService; }
     void performInstructions(const QVariantList& instructions, bool inWorkThread);
     void stopWorkflow() { setStopWorking(LXStopped); }
     void cancelWorkflow() { setStopWorking(LXCancelled); }
-    // Hands the entries that still need it (or the selection) to the work thread for analysis; the
-    // former only when "Auto Analyze" is on and nothing runs.
     void analyzeEntries();
     void analyzeSelectedEntries();
-
-    // The work thread's and the processing loop's reports, always delivered on the main thread.
-    void beginProcess();
-    // The run's error, if any (its message is the failure reason), and its whole description.
-    void endProcess(const std::optional<LXError>& error, const QString& description = {});
-    // The description of the last run's error; empty after a run that succeeded.
-    QString lastErrorDescription() const { return m_lastErrorDescription; }
-    // Headless (the command line): no desktop notices at the end of runs and no automatic analysis of new
-    // entries, which a one-off command would only wait for.
-    void setHeadless(bool headless) { m_headless = headless; }
-    bool isHeadless() const { return m_headless; }
-    void endAnalysis();
-    void willProcessWithAction(const QVariantMap& info); // "title", "maximum"
-    void willProcessEntry(const TWFileEntryPtr& entry);
-    void didProcessEntry(const TWFileEntryPtr& entry);
-    // "actionName", "results" (paths), "undoStep" (the undo journal's step, absent when there is nothing
-    // to undo), "undoSelector".
-    void didProcessWithAction(const QVariantMap& info);
-    void disablePreviews() { emit previewsDisabled(); }
-
-    // Undo and redo of in-place runs: one step on the undo stack per action run.
-    QUndoStack& undoStack();
-    void undoProcess(qint64 step); // switches the step's files (undo and redo alike)
-    // Runs instructions that restore names or metadata, here and now; they record their own redo step.
     void undoInstructions(const QVariantList& instructions);
-    // Deletes every kept copy and forgets every step, after asking when interactive; false when the
-    // user said no.
     bool flushUndoWithInteraction(bool interactive);
-
-    // The result paths of the actions run since the last take (what a waiting script command returns).
-    QStringList takeScriptResults();
-    QString progressTitle() const { return m_progressTitle; }
-    qint64 progressValue() const { return m_progressValue; }
-    qint64 progressMaximum() const { return m_progressMaximum; }
+    bool isWorking() const;
 
     // Persistence under the preference "Entries" ---------------------------------------------------------
     bool saveEntries(); // writes the root's state and synchronises the preferences
@@ -175,7 +136,6 @@ signals:
     void entryAndChildrenChanged(TWEntry* entry);
     void entriesReloaded(); // the whole tree may have changed
     void selectionChanged();
-    void workingChanged(bool working);
     void infoTextChanged(const QString& text);
     void workflowFileDropped(const QString& path);
     // The window selects the new row and starts editing its name.
@@ -186,14 +146,6 @@ signals:
     void analyzeEntriesRequested();
     void analyzeSelectionRequested();
     void renameFileRequested(const QVariantMap& instructions);
-    // Runs: began, the progress view's title/value/maximum changed, an entry is being processed, ended
-    // (title "Process successful", "Process stopped", "Error: ..."; failed for any error).
-    void processBegan();
-    void progressChanged(const QString& title, qint64 value, qint64 maximum);
-    void entryProcessing(TWEntry* entry);
-    void processEnded(const QString& title, bool failed);
-    void scriptResultsAdded(const QStringList& paths);
-    void previewsDisabled();
 
 private:
     TWWorkspace();
@@ -208,19 +160,8 @@ private:
     mutable std::mutex m_sortMutex;
     QList<TWSortDescriptor> m_sortDescriptors;
     std::atomic<int32_t> m_stopWorking;
-    std::atomic<bool> m_isWorking{false};
     TWEntry* m_draggingParent = nullptr;
     QList<TWEntryPtr> m_draggingEntries;
 
-    // Run state (main thread only).
-    QThread* m_workThread = nullptr;
-    TWWorkThread* m_worker = nullptr;  // lives on m_workThread
-    QUndoStack* m_undoStack = nullptr; // a child of the workspace
-    QStringList m_scriptResults;
-    QString m_lastErrorDescription;
-    bool m_headless = false;
-    QString m_progressTitle;
-    qint64 m_progressValue = 0;
-    qint64 m_progressMaximum = 0;
-    void endWithTitle(const QString& noun, const std::optional<LXError>& error);
+    TWRunService* m_runService = nullptr;
 };

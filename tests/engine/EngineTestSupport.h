@@ -9,6 +9,7 @@
 #include "actions/level/TWLevelActions.h"
 #include "engine/TWAction.h"
 #include "engine/TWActionRegistry.h"
+#include "engine/TWRunController.h"
 #include "engine/TWUndoJournal.h"
 #include "model/TWFileEntry.h"
 #include "model/TWGroupEntry.h"
@@ -87,8 +88,8 @@ public:
     QString className() const override { return QStringLiteral("TWTestGainToAiff"); }
 
 protected:
-    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                             LXAudioFileWriter& writer, int index) override {
+    TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                               LXAudioFileWriter& writer, int index) override {
         writer.setFormat(LXFormat::AIFF);
         return TWActionChangeGain::processAudioFile(file, entry, instructions, writer, index);
     }
@@ -107,8 +108,8 @@ public:
     QString className() const override { return QStringLiteral("TWTestStoppingGain"); }
 
 protected:
-    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                             LXAudioFileWriter& writer, int index) override {
+    TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                               LXAudioFileWriter& writer, int index) override {
         if (++m_calls == atCall) {
             TWWorkspace::workspace().setStopWorking(code);
             codeSet = true;
@@ -121,14 +122,8 @@ private:
     int m_calls = 0;
 };
 
-inline void registerTestActions() {
-    static const bool registered = [] {
-        TWActionRegistry::registerClass<TWTestGainToAiff>();
-        TWActionRegistry::registerClass<TWTestStoppingGain>();
-        return true;
-    }();
-    (void)registered;
-}
+TW_REGISTER_ACTION(TWTestGainToAiff)
+TW_REGISTER_ACTION(TWTestStoppingGain)
 
 // The files in a folder, sorted, without the undo journal.
 inline QStringList filesIn(const QString& directory) {
@@ -147,13 +142,12 @@ struct RunLog {
     QStringList endings; // processEnded titles
     QList<QMetaObject::Connection> connections;
 
-    RunLog() {
-        TWWorkspace& ws = TWWorkspace::workspace();
-        connections.append(QObject::connect(&ws, &TWWorkspace::progressChanged,
+    explicit RunLog(TWRunController& runs) {
+        connections.append(QObject::connect(&runs, &TWRunController::progressChanged,
                                             [this](const QString& title, qint64 value, qint64 maximum) {
                                                 progress.append({title, value, maximum});
                                             }));
-        connections.append(QObject::connect(&ws, &TWWorkspace::processEnded,
+        connections.append(QObject::connect(&runs, &TWRunController::processEnded,
                                             [this](const QString& title, bool) { endings.append(title); }));
     }
     ~RunLog() {
@@ -164,19 +158,18 @@ struct RunLog {
     RunLog& operator=(const RunLog&) = delete;
 };
 
-// A workspace with files in its tree, the undo folder and the undo stack emptied, undo on.
+// A workspace with files in its tree, a run controller of its own, the undo folder emptied, undo on.
 class Fixture : public ModelTest::Fixture {
 protected:
     void SetUp() override {
         ModelTest::Fixture::SetUp();
-        registerTestActions();
+        m_runs = std::make_unique<TWRunController>(
+            TWEngineContext{workspace(), TWPreferences::shared(), TWUndoJournal::shared(), m_interaction});
+        m_runs->setHeadless(true);
         TWTestStoppingGain::code = LXContinue;
         TWTestStoppingGain::atCall = 3;
         TWTestStoppingGain::codeSet = false;
         TWTestStoppingGain::hold = nullptr;
-        workspace().setHeadless(true);
-        workspace().undoStack().clear();
-        (void)workspace().takeScriptResults();
         (void)TWUndoJournal::shared().removeAll();
         TWPreferences::shared().removeValue("Undo Enabled");
         TWPreferences::shared().removeValue("Remove All After Process");
@@ -201,13 +194,20 @@ protected:
         return added.isEmpty() ? nullptr : std::dynamic_pointer_cast<TWFileEntry>(added.first());
     }
 
+    void TearDown() override {
+        m_runs.reset();
+        ModelTest::Fixture::TearDown();
+    }
+
+    TWRunController& runs() { return *m_runs; }
+
     // Runs the action's loop here, on the main thread, as an undo of instructions would.
     std::optional<TWActionError> run(TWAction& action, const QList<TWFileEntryPtr>& entries,
                                      const QVariantMap& instructions,
                                      QList<TWFileEntryPtr>* results = nullptr) {
         action.setInstructions(instructions);
         QList<TWFileEntryPtr> made;
-        auto error = action.processEntries(entries, instructions, made);
+        auto error = action.processEntries(*m_runs, entries, instructions, made);
         if (results) *results = made;
         return error;
     }
@@ -217,6 +217,8 @@ protected:
         EXPECT_TRUE(action) << instructions.value("class").toString().toStdString();
         return run(*action, entries, instructions, results);
     }
+
+    std::unique_ptr<TWRunController> m_runs;
 };
 
 } // namespace EngineTest

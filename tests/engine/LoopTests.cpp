@@ -23,25 +23,23 @@ public:
     QStringList processed;
 
 protected:
-    int32_t preProcessWithEntries(const QList<TWFileEntryPtr>&, const QVariantMap&) override {
+    TWOutcome preProcessWithEntries(const QList<TWFileEntryPtr>&, const QVariantMap&) override {
         ++preCalls;
-        return preCode;
+        return TWOutcome::fromCode(preCode);
     }
     int numberOfNewEntriesForAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&) override {
         ++countCalls;
         return outputs;
     }
-    int32_t processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap&, LXAudioFileWriter& writer,
-                             int index) override {
+    TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap&, LXAudioFileWriter& writer,
+                               int index) override {
         indices.append(index);
         processed.append(file.path());
-        if (processCode != LXContinue) return processCode;
-        return file.copyToWriter(writer);
+        if (processCode != LXContinue) return TWOutcome::fromCode(processCode);
+        const int32_t code = file.copyToWriter(writer);
+        return code == LXContinue ? TWOutcome::success() : TWOutcome::fromCode(code);
     }
-    int32_t postProcess() override {
-        ++postCalls;
-        return LXContinue;
-    }
+    void postProcess() override { ++postCalls; }
 };
 
 class Loop : public Fixture {
@@ -54,7 +52,7 @@ protected:
 } // namespace
 
 TEST_F(Loop, NoEntriesStillRunsTheHooksAndReportsProgress) {
-    RunLog log;
+    RunLog log(runs());
     TWTestProbe action;
     EXPECT_FALSE(run(action, {}, probe()));
     EXPECT_EQ(action.preCalls, 1);
@@ -127,7 +125,7 @@ TEST_F(Loop, AHookFailureEndsTheActionAndKeepsWhatWasSaved) {
 TEST_F(Loop, DestinationsAndInstructionsAreConfirmedBeforeAnythingIsTouched) {
     const TWFileEntryPtr a = addFile("a.wav");
     const QByteArray original = bytesOf(a->path());
-    RunLog log;
+    RunLog log(runs());
     const auto expectError = [&](const QVariantMap& ins, int32_t code, const QString& phase,
                                  const QString& reason) {
         const auto error = run(ins, {a});

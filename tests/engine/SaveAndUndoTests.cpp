@@ -93,14 +93,14 @@ TEST_F(SaveAndUndo, AFormatChangeInPlaceRepointsEveryEntryAndUndoesBack) {
     expectScaled(before, soxSamples(path("x.aif")), TWGainForLevel(-6.0));
     const QByteArray changed = bytesOf(path("x.aif"));
 
-    ASSERT_EQ(workspace().undoStack().count(), 1);
+    ASSERT_EQ(runs().undoStack().count(), 1);
     for (int round = 0; round < 2; ++round) {
-        workspace().undoStack().undo();
+        runs().undoStack().undo();
         EXPECT_EQ(filesIn(m_dir.path()), QStringList{"x.wav"});
         EXPECT_EQ(bytesOf(path("x.wav")), original);
         EXPECT_EQ(x->path(), path("x.wav"));
         EXPECT_EQ(twin->path(), path("x.wav"));
-        workspace().undoStack().redo();
+        runs().undoStack().redo();
         EXPECT_EQ(filesIn(m_dir.path()), QStringList{"x.aif"});
         EXPECT_EQ(bytesOf(path("x.aif")), changed);
         EXPECT_EQ(twin->path(), path("x.aif"));
@@ -125,7 +125,7 @@ TEST_F(SaveAndUndo, ANameTakenByAnotherFileIsAskedAbout) {
     EXPECT_EQ(x->path(), path("x.wav"));
     EXPECT_EQ(filesIn(m_dir.path()), (QStringList{"x.aif", "x.wav"})); // no output left behind
     EXPECT_EQ(filesIn(undoFolder()), QStringList{});
-    EXPECT_EQ(workspace().undoStack().count(), 0);
+    EXPECT_EQ(runs().undoStack().count(), 0);
 
     // "Rename", then a name chosen in the save panel.
     m_interaction.answerAlerts({0});
@@ -135,7 +135,7 @@ TEST_F(SaveAndUndo, ANameTakenByAnotherFileIsAskedAbout) {
     EXPECT_EQ(x->path(), path("y.aif"));
     EXPECT_EQ(bytesOf(path("x.aif")), aif);
     EXPECT_EQ(filesIn(m_dir.path()), (QStringList{"x.aif", "y.aif"}));
-    workspace().undoStack().undo();
+    runs().undoStack().undo();
     EXPECT_EQ(filesIn(m_dir.path()), (QStringList{"x.aif", "x.wav"}));
     EXPECT_EQ(bytesOf(path("x.wav")), wav);
 }
@@ -187,16 +187,16 @@ TEST_F(SaveAndUndo, UndoAndRedoGiveBackTheExactBytesAnyNumberOfTimes) {
     ASSERT_FALSE(run(instructions(kGain, {{"level", -6.0}}), files));
     const QList<QByteArray> changed = bytes(files);
     ASSERT_NE(changed, original);
-    ASSERT_EQ(workspace().undoStack().count(), 1);
-    EXPECT_EQ(workspace().undoStack().undoText(), QStringLiteral("Change Gain"));
+    ASSERT_EQ(runs().undoStack().count(), 1);
+    EXPECT_EQ(runs().undoStack().undoText(), QStringLiteral("Change Gain"));
     const qsizetype kept = filesIn(undoFolder()).size();
     EXPECT_EQ(kept, 2);
 
     for (int round = 0; round < 3; ++round) {
-        workspace().undoStack().undo();
+        runs().undoStack().undo();
         EXPECT_EQ(bytes(files), original) << "undo " << round;
         EXPECT_EQ(filesIn(undoFolder()).size(), kept);
-        workspace().undoStack().redo();
+        runs().undoStack().redo();
         EXPECT_EQ(bytes(files), changed) << "redo " << round;
     }
 
@@ -216,7 +216,7 @@ TEST_F(SaveAndUndo, UndoAndRedoGiveBackTheExactBytesAnyNumberOfTimes) {
         EXPECT_EQ(bytes(files), changed);
     }
     // The undo stack and the journal agree on where the files are.
-    workspace().undoStack().undo();
+    runs().undoStack().undo();
     EXPECT_EQ(bytes(files), original);
 }
 
@@ -233,7 +233,7 @@ TEST_F(SaveAndUndo, CancelPutsBackTheFilesOfTheRunAndStopKeepsThem) {
     EXPECT_EQ(bytes(files), original);
     EXPECT_EQ(filesIn(m_dir.path()), (QStringList{"f0.wav", "f1.wav", "f2.wav", "f3.wav"}));
     EXPECT_EQ(filesIn(undoFolder()), QStringList{});
-    EXPECT_EQ(workspace().undoStack().count(), 0);
+    EXPECT_EQ(runs().undoStack().count(), 0);
     EXPECT_FALSE(TWUndoJournal(TWUndoJournal::shared().path()).lastDoneStep());
     for (const TWFileEntryPtr& file : files)
         EXPECT_NE(TWStatus::state(file->status()), int(TWStatus::Processing));
@@ -250,8 +250,8 @@ TEST_F(SaveAndUndo, CancelPutsBackTheFilesOfTheRunAndStopKeepsThem) {
     EXPECT_EQ(after[2], original[2]);
     EXPECT_EQ(after[3], original[3]);
     EXPECT_EQ(filesIn(m_dir.path()).size(), 4);
-    ASSERT_EQ(workspace().undoStack().count(), 1);
-    workspace().undoStack().undo();
+    ASSERT_EQ(runs().undoStack().count(), 1);
+    runs().undoStack().undo();
     EXPECT_EQ(bytes(files), original);
 }
 
@@ -260,7 +260,7 @@ TEST_F(SaveAndUndo, ACancelledRunLeavesTheRedoOfAnEarlierRunIntact) {
     const QList<QByteArray> original = bytes(files);
     ASSERT_FALSE(run(instructions(kGain, {{"level", -6.0}}), {files[0]}));
     const QByteArray changed = bytesOf(files[0]->path());
-    workspace().undoStack().undo();
+    runs().undoStack().undo();
     ASSERT_EQ(bytesOf(files[0]->path()), original[0]);
 
     // Cancelled on its second file, after replacing the first.
@@ -270,8 +270,8 @@ TEST_F(SaveAndUndo, ACancelledRunLeavesTheRedoOfAnEarlierRunIntact) {
     ASSERT_TRUE(run(cancelling, {files[1], files[2]}, instructions("TWTestStoppingGain", {{"level", -6.0}})));
     EXPECT_EQ(bytes(files), original);
 
-    ASSERT_TRUE(workspace().undoStack().canRedo());
-    workspace().undoStack().redo();
+    ASSERT_TRUE(runs().undoStack().canRedo());
+    runs().undoStack().redo();
     EXPECT_TRUE(m_interaction.alerts().isEmpty()) << m_interaction.alerts().value(0).message.toStdString();
     EXPECT_EQ(bytesOf(files[0]->path()), changed);
 }

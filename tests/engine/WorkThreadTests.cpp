@@ -31,16 +31,16 @@ std::vector<double> samplesOf(const QString& path) {
 class WorkThread : public Fixture {
 protected:
     void TearDown() override {
-        workspace().stopWorkThread();
+        runs().stopWorkThread();
         Fixture::TearDown();
     }
     // Hands the list to the work thread and waits for the end of the run; the title it ended with.
     QString runAndWait(const QVariantList& list, const std::function<void()>& meanwhile = {}) {
-        RunLog log;
-        workspace().performInstructions(list, true);
+        RunLog log(runs());
+        runs().performInstructions(list, true);
         if (meanwhile) meanwhile();
         EXPECT_TRUE(ModelTest::runUntil([&] { return !log.endings.isEmpty(); }));
-        EXPECT_FALSE(workspace().isWorking());
+        EXPECT_FALSE(runs().isWorking());
         return log.endings.value(0);
     }
 };
@@ -65,11 +65,11 @@ TEST_F(WorkThread, EachActionTakesTheInputItsSourceNames) {
     const double g = TWGainForLevel(-6.0);
     expectScaled(aBefore, samplesOf(a->path()), g * g * g, 2.0 / 32768);
     expectScaled(bBefore, samplesOf(b->path()), g * g, 2.0 / 32768);
-    EXPECT_EQ(workspace().undoStack().count(), 4);
-    EXPECT_EQ(workspace().takeScriptResults(),
+    EXPECT_EQ(runs().undoStack().count(), 4);
+    EXPECT_EQ(runs().takeScriptResults(),
               (QStringList{a->path(), b->path(), a->path(), a->path(), b->path()}));
-    EXPECT_EQ(workspace().progressValue(), 1);
-    EXPECT_EQ(workspace().progressMaximum(), 1);
+    EXPECT_EQ(runs().progressValue(), 1);
+    EXPECT_EQ(runs().progressMaximum(), 1);
 
     // A first action with source 2 has nothing to work on, and neither has the next one with source 2.
     const QByteArray aBytes = bytesOf(a->path());
@@ -92,19 +92,19 @@ TEST_F(WorkThread, TheTitleSaysHowTheRunEnded) {
 
     TWTestStoppingGain::code = LXStopped;
     EXPECT_EQ(runAndWait({gain(1, -6.0), stopping, gain(1, -6.0)}), QStringLiteral("Process stopped"));
-    EXPECT_EQ(workspace().undoStack().count(), 1); // the first action only
-    workspace().undoStack().undo();
+    EXPECT_EQ(runs().undoStack().count(), 1); // the first action only
+    runs().undoStack().undo();
     EXPECT_EQ(bytesOf(a->path()), original);
 
     QVariantMap noLevel = gain(1, 0);
     noLevel.remove("level");
     EXPECT_EQ(runAndWait({noLevel}), QStringLiteral("Error: required instructions are missing."));
-    EXPECT_EQ(workspace().lastErrorDescription(),
+    EXPECT_EQ(runs().lastErrorDescription(),
               QStringLiteral(
                   "An action error occurred while confirming the instructions: required instructions are "
                   "missing."));
     EXPECT_EQ(runAndWait({gain(1, -6.0)}), QStringLiteral("Process successful"));
-    EXPECT_TRUE(workspace().lastErrorDescription().isEmpty());
+    EXPECT_TRUE(runs().lastErrorDescription().isEmpty());
 }
 
 TEST_F(WorkThread, ACancelAskedForBeforeTheMainThreadHeardOfTheRunStillCounts) {
@@ -119,9 +119,9 @@ TEST_F(WorkThread, ACancelAskedForBeforeTheMainThreadHeardOfTheRunStillCounts) {
     QSemaphore began;
     TWTestStoppingGain::hold = &began;
     const auto connection =
-        QObject::connect(&workspace(), &TWWorkspace::processBegan, [&] { began.release(); });
-    RunLog log;
-    workspace().performInstructions({cancelling}, true);
+        QObject::connect(&runs(), &TWRunController::processBegan, [&] { began.release(); });
+    RunLog log(runs());
+    runs().performInstructions({cancelling}, true);
     while (!TWTestStoppingGain::codeSet)
         QThread::yieldCurrentThread(); // no events: beginProcess waits
     EXPECT_TRUE(ModelTest::runUntil([&] { return !log.endings.isEmpty(); }));

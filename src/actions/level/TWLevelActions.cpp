@@ -1,5 +1,7 @@
 #include "actions/level/TWLevelActions.h"
 
+#include "engine/TWActionRegistry.h"
+
 #include "model/TWFileEntry.h"
 
 #include "lx/LXAudioFile.h"
@@ -8,23 +10,50 @@
 
 namespace {
 
-const QString kLevel = QStringLiteral("level");
-const QString kRms = QStringLiteral("rms");
-const QString kGrouping = QStringLiteral("grouping");
+const TWKey<double> kGainLevel{QStringLiteral("level"), 0.0, QStringLiteral("gain, positive or negative"),
+                               TWKeyDetails::inUnit(QStringLiteral("dB"))};
+const TWKey<double> kTargetLevel{QStringLiteral("level"), 0.0,
+                                 QStringLiteral("target level relative to full scale"),
+                                 TWKeyDetails::inUnit(QStringLiteral("dB"))};
+const TWKey<bool> kBalanceRms{
+    QStringLiteral("rms"), false, QStringLiteral("measure RMS levels instead of peaks"),
+    TWKeyDetails::oneOf({{false, QStringLiteral("Peak")}, {true, QStringLiteral("RMS")}})};
+const TWKey<bool> kNormalizeRms{
+    QStringLiteral("rms"), false, QStringLiteral("normalize the RMS level instead of the peak"),
+    TWKeyDetails::oneOf({{false, QStringLiteral("Peak")}, {true, QStringLiteral("RMS")}})};
+const TWKey<bool> kGrouping{QStringLiteral("grouping"), false,
+                            QStringLiteral("scale all files by one common factor, set by the loudest"),
+                            TWKeyDetails::oneOf({{false, QStringLiteral("Each file by itself")},
+                                                 {true, QStringLiteral("All files together")}})};
 
 bool isNearlyUnity(float gain) {
     return std::fabs(gain - 1.0f) < 0.01f;
 }
 
-int32_t applyGain(LXAudioFile& file, LXAudioFileWriter& writer, float gain) {
-    if (isNearlyUnity(gain)) return LXUnchanged;
-    return file.changeAmplitude({{QStringLiteral("gain"), double(gain)}}, writer);
+TWOutcome applyGain(LXAudioFile& file, LXAudioFileWriter& writer, float gain) {
+    if (isNearlyUnity(gain)) return TWOutcome::unchanged();
+    const int32_t code = file.changeAmplitude({{QStringLiteral("gain"), double(gain)}}, writer);
+    if (code != LXContinue && file.lastError() && file.lastError()->code() == code) return *file.lastError();
+    return TWOutcome::fromCode(code);
+}
+
+// The level's slider and field; the slider moves in half decibels.
+QList<TWControl> levelControls(const TWInstructionKey& key, double minimum, double maximum) {
+    const TWControl slider{TWControlKind::Slider, key.name, QStringLiteral("Level"), minimum, maximum, 1,
+                           key.details.unit,      {}};
+    TWControl field = slider;
+    field.kind = TWControlKind::Field;
+    return {slider, field};
+}
+
+QVariant halfDecibels(const QVariant& value) {
+    return std::round(value.toDouble() * 2.0) / 2.0;
 }
 
 } // namespace
 
-float TWGainForLevel(const QVariant& level) {
-    const float exponent = level.toFloat() / 20.0f;
+float TWGainForLevel(double level) {
+    const float exponent = float(level) / 20.0f;
     return float(std::pow(10.0, double(exponent)));
 }
 
@@ -32,42 +61,74 @@ float TWGainForLevel(const QVariant& level) {
 // ------------------------------------------------------------------------------------------------
 
 QList<TWInstructionKey> TWActionChangeGain::instructionKeys() const {
-    return {{kLevel, TWValueType::Number, 0.0, QStringLiteral("gain in dB, positive or negative")}};
+    return {kGainLevel};
 }
 
-int32_t TWActionChangeGain::processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap& instructions,
-                                             LXAudioFileWriter& writer, int) {
-    return applyGain(file, writer, TWGainForLevel(instructions.value(kLevel)));
+QList<TWControl> TWActionChangeGain::panelControls() const {
+    return levelControls(kGainLevel, -24.0, 24.0);
+}
+
+QVariant TWActionChangeGain::valueFromControl(const TWControl& control, const QVariant& value) const {
+    return control.kind == TWControlKind::Slider ? halfDecibels(value)
+                                                 : kGainLevel.converted(value).value_or(QVariant());
+}
+
+TWOutcome TWActionChangeGain::processAudioFile(LXAudioFile& file, TWFileEntry&,
+                                               const QVariantMap& instructions, LXAudioFileWriter& writer,
+                                               int) {
+    return applyGain(file, writer, TWGainForLevel(kGainLevel(instructions)));
 }
 
 // Balance
 // ------------------------------------------------------------------------------------------------------
 
 QList<TWInstructionKey> TWActionBalance::instructionKeys() const {
-    return {{kRms, TWValueType::Boolean, false, QStringLiteral("measure RMS levels instead of peaks")}};
+    return {kBalanceRms};
 }
 
-int32_t TWActionBalance::processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap& instructions,
-                                          LXAudioFileWriter& writer, int) {
-    if (file.numberOfChannels() < 2) return LXUnchanged;
-    return file.balance(writer, instructions.value(kRms).toBool());
+QList<TWControl> TWActionBalance::panelControls() const {
+    QList<TWControl> controls = TWAction::panelControls();
+    controls.first().kind = TWControlKind::RadioGroup;
+    controls.first().label = QStringLiteral("Measure");
+    return controls;
+}
+
+TWOutcome TWActionBalance::processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap& instructions,
+                                            LXAudioFileWriter& writer, int) {
+    if (file.numberOfChannels() < 2) return TWOutcome::unchanged();
+    const int32_t code = file.balance(writer, kBalanceRms(instructions));
+    if (code != LXContinue && file.lastError() && file.lastError()->code() == code) return *file.lastError();
+    return TWOutcome::fromCode(code);
 }
 
 // Normalize
 // ----------------------------------------------------------------------------------------------------
 
 QList<TWInstructionKey> TWActionNormalize::instructionKeys() const {
-    return {
-        {kLevel, TWValueType::Number, 0.0, QStringLiteral("target level in dB relative to full scale")},
-        {kRms, TWValueType::Boolean, false, QStringLiteral("normalize the RMS level instead of the peak")},
-        {kGrouping, TWValueType::Boolean, false,
-         QStringLiteral("scale all files by one common factor, set by the loudest")}};
+    return {kTargetLevel, kNormalizeRms, kGrouping};
 }
 
-int32_t TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
-                                                 const QVariantMap& instructions) {
-    const bool grouping = instructions.value(kGrouping).toBool();
-    const bool rms = instructions.value(kRms).toBool();
+QList<TWControl> TWActionNormalize::panelControls() const {
+    QList<TWControl> controls = levelControls(kTargetLevel, -48.0, 0.0);
+    QList<TWControl> choices = TWAction::panelControls().mid(1);
+    choices[0].kind = TWControlKind::RadioGroup;
+    choices[0].label = QStringLiteral("Measure");
+    choices[1].label = QStringLiteral("Scale");
+    return controls + choices;
+}
+
+QVariant TWActionNormalize::valueFromControl(const TWControl& control, const QVariant& value) const {
+    if (control.key != kTargetLevel.name) return value;
+    if (control.kind == TWControlKind::Slider) return halfDecibels(value);
+    const std::optional<QVariant> typed = kTargetLevel.converted(value);
+    if (!typed) return {};
+    return std::min(typed->toDouble(), 0.0); // deliberately only here: a script's level is not limited
+}
+
+TWOutcome TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
+                                                   const QVariantMap& instructions) {
+    const bool grouping = kGrouping(instructions);
+    const bool rms = kNormalizeRms(instructions);
     for (const TWFileEntryPtr& entry : entries) {
         // A peak of exactly -1 and an RMS that is NaN mean "not measured yet"; a NaN peak counts as measured.
         const bool measured = rms ? !std::isnan(entry->rms()) : entry->max() != -1.0f;
@@ -78,7 +139,7 @@ int32_t TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& en
         file.setProgressDelegate(entry.get());
         auto level = rms ? file.rmsFrom(0, file.frames(), file.channelSet())
                          : file.maximumFrom(0, file.frames(), file.channelSet());
-        if (!level) return level.error().code();
+        if (!level) return level.error();
         if (rms)
             entry->setRMS(*level);
         else
@@ -88,16 +149,20 @@ int32_t TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& en
     if (grouping && entries.size() > 1)
         for (const TWFileEntryPtr& entry : entries)
             m_groupLevel = std::max(m_groupLevel, rms ? entry->rms() : entry->max());
-    return LXContinue;
+    return TWOutcome::success();
 }
 
-int32_t TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& entry,
-                                            const QVariantMap& instructions, LXAudioFileWriter& writer, int) {
-    const float target = TWGainForLevel(instructions.value(kLevel));
+TWOutcome TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& entry,
+                                              const QVariantMap& instructions, LXAudioFileWriter& writer,
+                                              int) {
+    const float target = TWGainForLevel(kTargetLevel(instructions));
     // A grouped run of one file divides by the group level it never measured (-1): the file reaches the
     // target inverted. Kept deliberately: workflows rely on it.
-    const float level = instructions.value(kGrouping).toBool()
-                            ? m_groupLevel
-                            : (instructions.value(kRms).toBool() ? entry.rms() : entry.max());
+    const float level =
+        kGrouping(instructions) ? m_groupLevel : (kNormalizeRms(instructions) ? entry.rms() : entry.max());
     return applyGain(file, writer, target / level);
 }
+
+TW_REGISTER_ACTION(TWActionChangeGain)
+TW_REGISTER_ACTION(TWActionBalance)
+TW_REGISTER_ACTION(TWActionNormalize)

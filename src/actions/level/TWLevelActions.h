@@ -11,10 +11,13 @@ public:
     QString name() const override { return QStringLiteral("Change Gain"); }
     QString verb() const override { return QStringLiteral("Changing Gain..."); }
     QList<TWInstructionKey> instructionKeys() const override;
+    // A slider and a field for the level: the slider moves in half decibels, a typed level stands.
+    QList<TWControl> panelControls() const override;
+    QVariant valueFromControl(const TWControl& control, const QVariant& value) const override;
 
 protected:
-    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                             LXAudioFileWriter& writer, int index) override;
+    TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                               LXAudioFileWriter& writer, int index) override;
 };
 
 class TWActionBalance : public TWAction {
@@ -24,10 +27,11 @@ public:
     QString verb() const override { return QStringLiteral("Balancing..."); }
     QList<TWInstructionKey> instructionKeys() const override;
     QStringList requiredInstructionKeys() const override { return {}; }
+    QList<TWControl> panelControls() const override;
 
 protected:
-    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                             LXAudioFileWriter& writer, int index) override;
+    TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                               LXAudioFileWriter& writer, int index) override;
 };
 
 class TWActionNormalize : public TWAction {
@@ -37,17 +41,20 @@ public:
     QString verb() const override { return QStringLiteral("Normalizing..."); }
     QList<TWInstructionKey> instructionKeys() const override;
     QStringList requiredInstructionKeys() const override { return {QStringLiteral("level")}; }
+    // As Change Gain's, but a typed level above full scale becomes 0 dB (the slider stops there anyway).
+    QList<TWControl> panelControls() const override;
+    QVariant valueFromControl(const TWControl& control, const QVariant& value) const override;
 
 protected:
     // Measures each entry once (the level is kept on the entry) and, when grouping, finds the loudest.
-    int32_t preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
-                                  const QVariantMap& instructions) override;
-    int32_t processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                             LXAudioFileWriter& writer, int index) override;
+    TWOutcome preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
+                                    const QVariantMap& instructions) override;
+    TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                               LXAudioFileWriter& writer, int index) override;
 
 private:
     float m_groupLevel = -1.0f;
 };
 
 // 10 to the power (dB / 20): the division in single precision, the power in double, stored as a float.
-float TWGainForLevel(const QVariant& level);
+float TWGainForLevel(double level);

@@ -96,7 +96,7 @@ TEST_F(LevelActions, TinyGainsLeaveFilesAsTheyAre) {
         EXPECT_EQ(results, QList<TWFileEntryPtr>{a});
         EXPECT_EQ(bytesOf(a->path()), original);
         EXPECT_NE(TWStatus::state(a->status()), int(TWStatus::Processing)) << "status not popped";
-        EXPECT_EQ(workspace().undoStack().count(), 0);
+        EXPECT_EQ(runs().undoStack().count(), 0);
 
         ASSERT_FALSE(run(instructions(kGain, {{"level", level}}, true), {a}, &results));
         ASSERT_EQ(results.size(), 1);

@@ -7,10 +7,6 @@
 
 #include "lx/LXWaveformCache.h"
 
-#ifdef CLIPWRIGHT_REGISTER_ACTIONS
-#include "actions/TWActions.h"
-#endif
-
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -35,8 +31,5 @@ int main(int argc, char** argv) {
     TWPreferences::shared().registerDefaults(TWPreferences::standardDefaults());
     LXWaveformCache::shared().setDirectory(home.filePath(QStringLiteral(".cache/Clipwright/waveforms")));
     (void)TWSupportFolders::createStandardFolders();
-#ifdef CLIPWRIGHT_REGISTER_ACTIONS
-    TWRegisterActions();
-#endif
     return RUN_ALL_TESTS();
 }

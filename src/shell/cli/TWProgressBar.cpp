@@ -1,4 +1,6 @@
-#include "shell/TWProgressBar.h"
+#include "shell/cli/TWProgressBar.h"
+
+#include "engine/TWRunController.h"
 
 #include "model/TWFileEntry.h"
 #include "model/TWWorkspace.h"
@@ -16,17 +18,18 @@ bool TWProgressBar::isTerminal() {
     return ::isatty(STDERR_FILENO) == 1;
 }
 
-TWProgressBar::TWProgressBar(QObject* parent) : QObject(parent), m_enabled(isTerminal()) {
+TWProgressBar::TWProgressBar(TWRunController& runs, QObject* parent)
+    : QObject(parent), m_enabled(isTerminal()) {
     if (!m_enabled) return;
-    TWWorkspace& workspace = TWWorkspace::workspace();
-    connect(&workspace, &TWWorkspace::progressChanged, this,
+    TWWorkspace& workspace = runs.context().workspace;
+    connect(&runs, &TWRunController::progressChanged, this,
             [this](const QString& title, qint64 value, qint64 max) {
                 m_title = title;
                 m_value = value;
                 m_maximum = max;
                 draw(true);
             });
-    connect(&workspace, &TWWorkspace::entryProcessing, this, [this](TWEntry* entry) {
+    connect(&runs, &TWRunController::entryProcessing, this, [this](TWEntry* entry) {
         m_entry = entry;
         m_entryName = entry->name();
         draw(true);

@@ -1,6 +1,8 @@
-#include "shell/TWRunner.h"
+#include "shell/cli/TWRunner.h"
 
-#include "shell/TWProgressBar.h"
+#include "shell/cli/TWProgressBar.h"
+
+#include "engine/TWRunController.h"
 
 #include "model/TWFileEntry.h"
 #include "model/TWGroupEntry.h"
@@ -21,10 +23,11 @@ namespace {
 // once, so the files are left as they were before the running action. The handler only stores into the
 // workspace's stop code (a lock-free atomic) and writes a line: both safe in a signal handler.
 std::atomic<int> interrupts{0};
+TWWorkspace* interrupted = nullptr; // the workspace whose stop code a signal sets, while a run is on
 
 void onInterrupt(int signal) {
     const int count = signal == SIGINT ? interrupts.fetch_add(1) + 1 : 2;
-    TWWorkspace& workspace = TWWorkspace::workspace();
+    TWWorkspace& workspace = *interrupted;
     if (count == 1) {
         workspace.stopWorkflow();
         static const char text[] = "\nStopping after the current file (Ctrl-C again to cancel)...\n";
@@ -38,7 +41,8 @@ void onInterrupt(int signal) {
 
 class InterruptGuard {
 public:
-    InterruptGuard() {
+    explicit InterruptGuard(TWWorkspace& workspace) {
+        interrupted = &workspace;
         interrupts = 0;
         struct sigaction action = {};
         action.sa_handler = onInterrupt;
@@ -60,8 +64,7 @@ private:
 
 namespace TWRunner {
 
-QStringList addFiles(const QStringList& paths, QTextStream& err, bool* allAdmitted) {
-    TWWorkspace& workspace = TWWorkspace::workspace();
+QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QTextStream& err, bool* allAdmitted) {
     QStringList admitted;
     *allAdmitted = true;
     for (const QString& argument : paths) {
@@ -83,18 +86,17 @@ QStringList addFiles(const QStringList& paths, QTextStream& err, bool* allAdmitt
     return admitted;
 }
 
-Outcome run(const QVariantList& instructions) {
-    TWWorkspace& workspace = TWWorkspace::workspace();
-    InterruptGuard interrupts;
-    TWProgressBar bar;
+Outcome run(TWRunController& runs, const QVariantList& instructions) {
+    InterruptGuard interrupts(runs.context().workspace);
+    TWProgressBar bar(runs);
     QEventLoop loop;
     bool ended = false;
-    const auto connection = QObject::connect(&workspace, &TWWorkspace::processEnded, &loop, [&] {
+    const auto connection = QObject::connect(&runs, &TWRunController::processEnded, &loop, [&] {
         ended = true;
         loop.quit();
     });
-    (void)workspace.takeScriptResults();
-    workspace.performInstructions(instructions, true);
+    (void)runs.takeScriptResults();
+    runs.performInstructions(instructions, true);
     if (!ended) loop.exec();
     QObject::disconnect(connection);
     // Reports handed over just before the end are delivered before the results are taken.
@@ -102,9 +104,9 @@ Outcome run(const QVariantList& instructions) {
     bar.clear();
 
     Outcome outcome;
-    outcome.results = workspace.takeScriptResults();
+    outcome.results = runs.takeScriptResults();
     outcome.results.removeDuplicates(); // each action reports its results; a file changed twice is one line
-    if (!workspace.lastErrorDescription().isEmpty()) outcome.error = workspace.lastErrorDescription();
+    if (!runs.lastErrorDescription().isEmpty()) outcome.error = runs.lastErrorDescription();
     return outcome;
 }
 

@@ -4,7 +4,7 @@
 #include "model/TWFileEntry.h"
 #include "model/TWFormatters.h"
 #include "model/TWWorkspace.h"
-#include "shell/TWCommandLine.h"
+#include "shell/cli/TWCommandLine.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -5,6 +5,7 @@
 #include <QString>
 
 class TWEntry;
+class TWRunController;
 
 // A one-line progress bar on stderr, drawn only when stderr is a terminal:
 //   Normalizing... [#########           ]  3/10  kick.wav
@@ -12,7 +13,7 @@ class TWEntry;
 class TWProgressBar : public QObject {
     Q_OBJECT
 public:
-    explicit TWProgressBar(QObject* parent = nullptr);
+    explicit TWProgressBar(TWRunController& runs, QObject* parent = nullptr);
     ~TWProgressBar() override;
     static bool isTerminal();
 

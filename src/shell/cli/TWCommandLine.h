@@ -6,6 +6,8 @@
 
 #include <functional>
 
+class TWSession;
+
 // The `clipwright` command line: one command per action and per model query, each with its own --help.
 // Exit status: 0 on success, 8 when a command failed, 2 for a usage error.
 namespace TWCommandLine {
@@ -15,6 +17,7 @@ constexpr int kUsageError = 2;
 constexpr int kCommandFailed = 8;
 
 struct Context {
+    const TWSession& session;
     QTextStream& out;
     QTextStream& err;
 };
@@ -28,7 +31,7 @@ struct Command {
 };
 
 // Runs the command named by the first argument; arguments exclude the program's name.
-int run(const QStringList& arguments);
+int run(const TWSession& session, const QStringList& arguments);
 
 // The commands, in the order `clipwright --help` lists them.
 const QList<Command>& commands();

@@ -1,6 +1,6 @@
 // clipwright actions: every action with its name, keys, required keys and defaults.
 
-#include "shell/TWActionCommands.h"
+#include "shell/cli/TWActionCommands.h"
 
 #include "engine/TWActionRegistry.h"
 

@@ -1,6 +1,6 @@
-#include "shell/TWCommandLine.h"
+#include "shell/cli/TWCommandLine.h"
 
-#include "shell/TWActionCommands.h"
+#include "shell/cli/TWActionCommands.h"
 
 #include <QCoreApplication>
 
@@ -60,10 +60,10 @@ void printOverview(QTextStream& out) {
 
 } // namespace
 
-int run(const QStringList& arguments) {
+int run(const TWSession& session, const QStringList& arguments) {
     QTextStream out(stdout);
     QTextStream err(stderr);
-    Context context{out, err};
+    Context context{session, out, err};
     if (arguments.isEmpty() || arguments.first() == u"--help" || arguments.first() == u"-h" ||
         arguments.first() == u"help") {
         const QString topic = arguments.value(1);

@@ -1,10 +1,12 @@
 // clipwright undo / redo: the in-place runs of earlier invocations, from the undo journal on disk.
 
-#include "shell/TWCommandLine.h"
+#include "shell/cli/TWCommandLine.h"
 
 #include "engine/TWUndoJournal.h"
 
-#include "model/TWWorkspace.h"
+#include "engine/TWRunController.h"
+#include "platform/TWSupportFolders.h"
+#include "shell/TWSession.h"
 
 #include <unistd.h>
 
@@ -13,7 +15,7 @@ namespace TWCommandLine {
 namespace {
 
 int switchStep(Context& context, bool undo) {
-    TWUndoJournal& journal = TWUndoJournal::shared();
+    TWUndoJournal& journal = context.session.journal();
     const std::optional<TWUndoJournal::Step> step = undo ? journal.lastDoneStep() : journal.firstUndoneStep();
     if (!step)
         return fail(context, undo ? QStringLiteral("there is nothing to undo")
@@ -37,7 +39,7 @@ Command undoCommand() {
                            "Puts back the files that the last command or workflow replaced in place, and\n"
                            "prints their paths. Repeat to go further back; 'clipwright redo' brings the\n"
                            "changes back. The replaced versions are kept in the undo folder (%1).\n")
-                .arg(TWUndoJournal::shared().path().section(u'/', 0, -2)),
+                .arg(TWSupportFolders::undoDirectory()),
             [](const QStringList& arguments, Context& context) {
                 if (!arguments.isEmpty())
                     return usageError(context, QStringLiteral("undo"), "takes no arguments");
@@ -71,7 +73,7 @@ Command flushUndoCommand() {
             if (ask && ::isatty(STDIN_FILENO) != 1)
                 return usageError(context, QStringLiteral("flush-undo"),
                                   "needs --yes when not run from a terminal");
-            const bool flushed = TWWorkspace::workspace().flushUndoWithInteraction(ask);
+            const bool flushed = context.session.runs().flushUndoWithInteraction(ask);
             if (!flushed) return fail(context, "the undo folder was left as it was");
             context.err << "The undo folder is empty." << Qt::endl;
             return kSuccess;

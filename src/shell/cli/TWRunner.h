@@ -7,6 +7,9 @@
 
 #include <optional>
 
+class TWRunController;
+class TWWorkspace;
+
 // Runs instructions on the work thread for the command line and waits for the end: a progress bar on
 // stderr when it is a terminal, Ctrl-C to stop (the files done so far stay done and can be undone), a
 // second Ctrl-C to cancel (the running action's in-place changes are put back).
@@ -20,8 +23,8 @@ struct Outcome {
 // Adds the files (and the audio files of folders) to the workspace as the entries a run works on, in
 // order, and returns their paths. Paths that do not exist or are not audio are reported on err and
 // clear allAdmitted.
-QStringList addFiles(const QStringList& paths, QTextStream& err, bool* allAdmitted);
+QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QTextStream& err, bool* allAdmitted);
 
-Outcome run(const QVariantList& instructions);
+Outcome run(TWRunController& runs, const QVariantList& instructions);
 
 } // namespace TWRunner

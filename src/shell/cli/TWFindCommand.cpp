@@ -3,7 +3,7 @@
 #include "lx/LXFile.h"
 #include "model/TWSmartGroupEntry.h"
 #include "platform/TWPropertyList.h"
-#include "shell/TWCommandLine.h"
+#include "shell/cli/TWCommandLine.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

@@ -1,9 +1,10 @@
 // The action commands: options become instruction keys, typed by the action's own key table, and the
 // files become the "paths" of a one-action run with source 3.
 
-#include "shell/TWActionCommands.h"
+#include "shell/cli/TWActionCommands.h"
 
-#include "shell/TWRunner.h"
+#include "shell/TWSession.h"
+#include "shell/cli/TWRunner.h"
 
 #include "engine/TWActionRegistry.h"
 
@@ -93,14 +94,27 @@ QString describeActionKeys(const QString& className) {
     const QStringList required = action->requiredInstructionKeys();
     QString text;
     for (const TWInstructionKey& key : action->instructionKeys()) {
-        QString line =
+        const QString line =
             QStringLiteral("  --%1 %2").arg(key.name, TWInstructionKey::typeName(key.type).toUpper());
-        QString help = key.help;
+        QStringList notes;
         if (required.contains(key.name))
-            help += QStringLiteral(" (required)");
+            notes.append(QStringLiteral("required"));
         else if (key.defaultValue.isValid())
-            help += QStringLiteral(" (default %1)").arg(key.defaultValue.toString());
-        text += line.leftJustified(32) + u' ' + help + u'\n';
+            notes.append(QStringLiteral("default %1").arg(key.describe(key.defaultValue)));
+        if (key.details.range)
+            notes.append(
+                QStringLiteral("from %1 to %2")
+                    .arg(key.describe(key.details.range->minimum), key.describe(key.details.range->maximum)));
+        else if (key.type == TWValueType::Number && !key.details.unit.isEmpty())
+            notes.append(QStringLiteral("in %1").arg(key.details.unit));
+        if (!key.details.choices.isEmpty() && key.type != TWValueType::Boolean) {
+            QStringList choices;
+            for (const TWChoice& choice : key.details.choices)
+                choices.append(QStringLiteral("%1 (%2)").arg(key.describe(choice.value), choice.title));
+            notes.append(QStringLiteral("one of ") + choices.join(QStringLiteral(", ")));
+        }
+        text += line.leftJustified(32) + u' ' + key.help + QStringLiteral(" (") +
+                notes.join(QStringLiteral("; ")) + QStringLiteral(")\n");
     }
     return text;
 }
@@ -154,7 +168,8 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
         if (auto action = TWActionRegistry::make(className)) keys += action->instructionKeys();
     // The choosing options are instruction keys of their own, whatever type the action gives them.
     for (const QString& option : {command.firstOption, command.secondOption})
-        if (!option.isEmpty() && !keyNamed(option, keys)) keys.append({option, TWValueType::Number, {}, {}});
+        if (!option.isEmpty() && !keyNamed(option, keys))
+            keys.append({option, TWValueType::Number, {}, {}, {}});
 
     QVariantMap values;
     bool toNewFile = false;
@@ -214,7 +229,8 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
     }
 
     bool allAdmitted = true;
-    const QStringList paths = TWRunner::addFiles(files, context.err, &allAdmitted);
+    const QStringList paths =
+        TWRunner::addFiles(context.session.workspace(), files, context.err, &allAdmitted);
     if (!allAdmitted) return fail(context, "nothing was processed");
     if (paths.isEmpty()) return fail(context, "no audio files to process");
 
@@ -233,7 +249,7 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
         for (const QString& key : action->requiredInstructionKeys())
             if (!values.contains(key)) missing.append(QStringLiteral("--") + key);
 
-    const TWRunner::Outcome outcome = TWRunner::run({instructions});
+    const TWRunner::Outcome outcome = TWRunner::run(context.session.runs(), {instructions});
     for (const QString& path : outcome.results)
         context.out << path << '\n';
     context.out.flush();

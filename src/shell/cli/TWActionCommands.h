@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shell/TWCommandLine.h"
+#include "shell/cli/TWCommandLine.h"
 
 // One command per script command of the actions: "change-gain", "normalize", "fade-in" ...
 namespace TWCommandLine {

@@ -1,8 +1,9 @@
 // clipwright run: a workflow file (or a workflow of the library, by title) over files; clipwright
 // workflows: the library's workflows.
 
-#include "shell/TWCommandLine.h"
-#include "shell/TWRunner.h"
+#include "shell/TWSession.h"
+#include "shell/cli/TWCommandLine.h"
+#include "shell/cli/TWRunner.h"
 
 #include "engine/TWWorkflowFile.h"
 #include "engine/TWWorkflowLibrary.h"
@@ -46,13 +47,13 @@ int runWorkflow(const QStringList& arguments, Context& context) {
     if (instructions.isEmpty()) return fail(context, "the workflow has no action this version can run");
 
     bool allAdmitted = true;
-    TWRunner::addFiles(arguments.mid(1), context.err, &allAdmitted);
+    TWWorkspace& workspace = context.session.workspace();
+    TWRunner::addFiles(workspace, arguments.mid(1), context.err, &allAdmitted);
     if (!allAdmitted) return fail(context, "nothing was processed");
     // The files are the selection (source 1) and all the entries (source 0).
-    TWWorkspace& workspace = TWWorkspace::workspace();
     workspace.setSelectedEntries(workspace.entries());
 
-    const TWRunner::Outcome outcome = TWRunner::run(instructions);
+    const TWRunner::Outcome outcome = TWRunner::run(context.session.runs(), instructions);
     for (const QString& path : outcome.results)
         context.out << path << '\n';
     context.out.flush();

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "lx/LXResult.h"
+
+#include <optional>
+
+// What an action's hook answers: go on, the file needs no change, the user stopped or cancelled, or a
+// failure with the reason the user reads ("'kick.flac': the file ends early"). The result codes of the
+// action model (-1002 go on, -3 unchanged, -1000, -1001, -2 ...) are what code() gives at the boundary,
+// where an error is shown or a script receives its error number; inside, no code stands for two things.
+class TWOutcome {
+public:
+    enum class Kind { Continue, Unchanged, Stopped, Cancelled, Failed };
+
+    TWOutcome() = default; // go on
+    // A framework operation's result: success goes on; a stop or cancel from the progress delegate is
+    // that; any other error is a failure with its reason.
+    TWOutcome(const LXStatus& status);
+    TWOutcome(const LXError& error);
+
+    static TWOutcome success() { return {}; }
+    static TWOutcome unchanged() { return TWOutcome(Kind::Unchanged); }
+    static TWOutcome stopped() { return TWOutcome(Kind::Stopped); }
+    static TWOutcome cancelled() { return TWOutcome(Kind::Cancelled); }
+    // A failure known by its result code alone (LXInvalidParameter): reported with the code's own reason.
+    static TWOutcome failure(int32_t code);
+    static TWOutcome failure(const LXError& error) { return TWOutcome(error); }
+    // The outcome of a result code, as a progress delegate or a stop code gives it.
+    static TWOutcome fromCode(int32_t code);
+
+    Kind kind() const { return m_kind; }
+    bool goesOn() const { return m_kind == Kind::Continue; }
+    bool isStopOrCancel() const { return m_kind == Kind::Stopped || m_kind == Kind::Cancelled; }
+    // The result code at the boundary: LXContinue, LXUnchanged, LXStopped, LXCancelled, or the failure's.
+    int32_t code() const;
+    // Why it failed, when the failure has a reason beyond its code.
+    const std::optional<LXError>& reason() const { return m_reason; }
+
+private:
+    explicit TWOutcome(Kind kind) : m_kind(kind) {}
+
+    Kind m_kind = Kind::Continue;
+    int32_t m_code = 0; // a failure's code
+    std::optional<LXError> m_reason;
+};

@@ -1,0 +1,34 @@
+#include "engine/TWPanelModel.h"
+
+#include "engine/TWAction.h"
+
+TWPanelModel::TWPanelModel(TWAction& action, QObject* parent)
+    : QObject(parent), m_action(action), m_controls(action.panelControls()) {}
+
+QVariant TWPanelModel::value(qsizetype control) const {
+    return m_action.objectForInstructionKey(m_controls.at(control).key);
+}
+
+QString TWPanelModel::text(qsizetype index) const {
+    const TWControl& control = m_controls.at(index);
+    const QVariant shown = value(index);
+    for (const TWChoice& choice : control.choices)
+        if (choice.value == shown) return choice.title;
+    QString text = control.kind == TWControlKind::Field && shown.typeId() == QMetaType::Double
+                       ? QString::number(shown.toDouble(), 'f', control.decimals)
+                       : shown.toString();
+    return control.unit.isEmpty() ? text : text + u' ' + control.unit;
+}
+
+void TWPanelModel::setValue(qsizetype index, const QVariant& given) {
+    const TWControl& control = m_controls.at(index);
+    const QVariant ruled = m_action.valueFromControl(control, given);
+    if (!ruled.isValid()) return; // the rule refused it: the controls keep showing the old value
+    m_action.setObjectForInstructionKey(control.key, ruled);
+    emit valueChanged(control.key);
+}
+
+void TWPanelModel::reload() {
+    for (const TWControl& control : std::as_const(m_controls))
+        emit valueChanged(control.key);
+}
