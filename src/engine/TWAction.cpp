@@ -108,12 +108,25 @@ bool TWAction::requiredInstructionKeysExist(const QVariantMap& instructions) con
     return true;
 }
 
+namespace {
+
+// "beginningBelow" -> "Beginning below".
+QString labelForKey(const QString& name) {
+    QString label;
+    for (const QChar c : name)
+        label += c.isUpper() ? QStringLiteral(" ") + c.toLower() : QString(c);
+    if (!label.isEmpty()) label[0] = label[0].toUpper();
+    return label;
+}
+
+} // namespace
+
 QList<TWControl> TWAction::panelControls() const {
     QList<TWControl> controls;
     for (const TWInstructionKey& key : instructionKeys()) {
         TWControl control;
         control.key = key.name;
-        control.label = key.help;
+        control.label = labelForKey(key.name);
         control.unit = key.details.unit;
         control.choices = key.details.choices;
         if (key.details.range) {

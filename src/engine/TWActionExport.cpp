@@ -10,7 +10,8 @@
 
 #include <QFileInfo>
 
-TWOutcome TWActionExport::processAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&, const QString&) {
+TWOutcome TWActionExport::processAudioFileToPath(LXAudioFile&, TWFileEntry&, const QVariantMap&,
+                                                 const QString&) {
     return TWOutcome::success();
 }
 
@@ -26,7 +27,8 @@ public:
         auto temporary = LXCreateTemporaryFile(folder, name);
         if (!temporary) return temporary.error();
         busy.mark();
-        TWOutcome outcome = m_action.processAudioFile(file, *entry, m_run.instructions(), temporary->path);
+        TWOutcome outcome =
+            m_action.processAudioFileToPath(file, *entry, m_run.instructions(), temporary->path);
         const QString target = folder + u'/' + name;
         if (outcome.goesOn()) {
             if (const LXStatus moved = LXFile::movePath(temporary->path, target); moved) {

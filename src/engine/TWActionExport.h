@@ -14,10 +14,10 @@ public:
 
 protected:
     virtual QString extension() const { return {}; } // of the files written, without the dot
-    // Encodes the file into a file at path (which exists, empty).
-    virtual TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
-                                       const QString& path);
-    using TWAction::processAudioFile;
+    // Encodes the file into a file at path (which exists, empty). Named apart from the writer's hook, which
+    // exports never use, so that overriding it hides nothing.
+    virtual TWOutcome processAudioFileToPath(LXAudioFile& file, TWFileEntry& entry,
+                                             const QVariantMap& instructions, const QString& path);
 
 private:
     friend class TWExportOutputs;

@@ -122,6 +122,43 @@ TEST_F(Loop, AHookFailureEndsTheActionAndKeepsWhatWasSaved) {
     EXPECT_EQ(filesIn(m_dir.path()), (QStringList{"a.wav", "b.wav"}));
 }
 
+TEST_F(Loop, AnEntryIsBackAtRestWhateverTheHookAnswered) {
+    const TWFileEntryPtr a = addFile("a.wav");
+    const float resting = a->status();
+    const auto expectAtRest = [&](const char* what) { EXPECT_EQ(a->status(), resting) << what; };
+    TWTestProbe noOutputs;
+    noOutputs.outputs = 0;
+    EXPECT_FALSE(run(noOutputs, {a}, probe(true)));
+    expectAtRest("a file that gives no output");
+    TWTestProbe failing;
+    failing.processCode = -7;
+    EXPECT_TRUE(run(failing, {a}, probe()));
+    expectAtRest("a hook that failed in place");
+    EXPECT_TRUE(run(failing, {a}, probe(true)));
+    expectAtRest("a hook that failed to a new file");
+}
+
+TEST_F(Loop, AFailureReadingAFileSaysWhichFileAndWhy) {
+    // Measures each file before the loop, as a normalize does; the file shrinks once it is open.
+    class Measuring : public TWTestProbe {
+        TWOutcome preProcessWithEntries(const QList<TWFileEntryPtr>& entries, const QVariantMap&) override {
+            auto file = LXAudioFile::open(entries.first()->path());
+            if (!file) return file.error();
+            QFile(entries.first()->path()).resize(100);
+            auto peak = (*file)->maximumFrom(0, (*file)->frames(), (*file)->channelSet());
+            if (!peak) return peak.error();
+            return TWOutcome::success();
+        }
+    } action;
+    const TWFileEntryPtr a = addFile("kick.wav", small());
+    const auto error = run(action, {a}, probe());
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(error->localizedDescription().contains("'kick.wav': "))
+        << error->localizedDescription().toStdString();
+    EXPECT_FALSE(error->localizedDescription().contains("undefined"))
+        << error->localizedDescription().toStdString();
+}
+
 TEST_F(Loop, DestinationsAndInstructionsAreConfirmedBeforeAnythingIsTouched) {
     const TWFileEntryPtr a = addFile("a.wav");
     const QByteArray original = bytesOf(a->path());
