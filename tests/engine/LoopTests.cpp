@@ -36,7 +36,8 @@ protected:
         indices.append(index);
         processed.append(file.path());
         if (processCode != LXContinue) return processCode;
-        return file.copyToWriter(writer);
+        const LXStatus copied = file.copyToWriter(writer);
+        return copied ? int32_t(LXContinue) : file.recordError(copied.error());
     }
     int32_t postProcess() override {
         ++postCalls;

@@ -3,6 +3,11 @@
 #include "model/TWFileEntry.h"
 
 #include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXLevels.h"
+#include "lx/LXProcess.h"
+#include "lx/dsp/LXChannelGains.h"
+#include "lx/dsp/LXGain.h"
 
 #include <cmath>
 
@@ -16,9 +21,15 @@ bool isNearlyUnity(float gain) {
     return std::fabs(gain - 1.0f) < 0.01f;
 }
 
+// The hooks answer codes: a failure's reason stays with the file for the loop to report.
+int32_t codeOf(LXAudioFile& file, const LXStatus& status) {
+    return status ? int32_t(LXContinue) : file.recordError(status.error());
+}
+
 int32_t applyGain(LXAudioFile& file, LXAudioFileWriter& writer, float gain) {
     if (isNearlyUnity(gain)) return LXUnchanged;
-    return file.changeAmplitude({{QStringLiteral("gain"), double(gain)}}, writer);
+    LXGain kernel(static_cast<double>(gain));
+    return codeOf(file, LXProcess(file, kernel, writer));
 }
 
 } // namespace
@@ -50,7 +61,11 @@ QList<TWInstructionKey> TWActionBalance::instructionKeys() const {
 int32_t TWActionBalance::processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap& instructions,
                                           LXAudioFileWriter& writer, int) {
     if (file.numberOfChannels() < 2) return LXUnchanged;
-    return file.balance(writer, instructions.value(kRms).toBool());
+    auto gains =
+        LXBalanceGains(file, instructions.value(kRms).toBool() ? LXLevelMeasure::RMS : LXLevelMeasure::Peak);
+    if (!gains) return file.recordError(gains.error());
+    LXChannelGains kernel(std::move(*gains));
+    return codeOf(file, LXProcess(file, kernel, writer));
 }
 
 // Normalize
@@ -76,8 +91,8 @@ int32_t TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& en
         if (!opened) continue;
         LXAudioFile& file = **opened;
         file.setProgressDelegate(entry.get());
-        auto level = rms ? file.rmsFrom(0, file.frames(), file.channelSet())
-                         : file.maximumFrom(0, file.frames(), file.channelSet());
+        auto level = rms ? LXRmsFrom(file, 0, file.frames(), file.channelSet())
+                         : LXMaximumFrom(file, 0, file.frames(), file.channelSet());
         if (!level) return level.error().code();
         if (rms)
             entry->setRMS(*level);
