@@ -5,6 +5,8 @@
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
 #include "lx/LXFile.h"
+#include "lx/LXProcess.h"
+#include "lx/dsp/LXGain.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -47,11 +49,6 @@ template <typename T> T unwrap(LXResult<T> result, const char* what) {
 
 void check(const LXStatus& status, const char* what) {
     if (!status) fail(QStringLiteral("%1: %2").arg(QString::fromLatin1(what), status.error().description()));
-}
-
-void checkCode(int32_t code, const char* what) {
-    if (code != LXContinue)
-        fail(QStringLiteral("%1 ended with code %2").arg(QString::fromLatin1(what)).arg(code));
 }
 
 // Makes a file's data durable, as our writer does before it renames: the peers' times include this,
@@ -126,10 +123,12 @@ Phases rewrite(const QString& in, const QString& out, const std::optional<double
     auto file = unwrap(LXAudioFile::open(in), "open");
     LXAudioFileWriter writer(*file);
     writer.setDirectory(QFileInfo(out).absolutePath());
-    if (gain)
-        checkCode(file->changeAmplitude({{QStringLiteral("gain"), *gain}}, writer), "changeAmplitude");
-    else
-        checkCode(file->copyToWriter(writer), "copyToWriter");
+    if (gain) {
+        LXGain kernel(*gain);
+        check(LXProcess(*file, kernel, writer), "gain");
+    } else {
+        check(file->copyToWriter(writer), "copyToWriter");
+    }
     check(writer.endWrite(), "endWrite");
     phases.process = since(mark);
     check(writer.saveFile(0, out), "saveFile");

@@ -176,11 +176,6 @@ QVariantMap LXAudioFile::fileEntry() const {
     return info;
 }
 
-int32_t LXAudioFile::report(int64_t done, int64_t total) {
-    if (!m_delegate) return LXContinue;
-    return m_delegate->update(total > 0 ? float(double(done) / double(total)) : 1.0f);
-}
-
 void LXAudioFile::adoptPaths(const QStringList& paths) {
     m_paths = paths;
     m_cacheStart = -1;

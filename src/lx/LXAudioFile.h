@@ -3,6 +3,7 @@
 #include "lx/LXAnnotations.h"
 #include "lx/LXAudioBackend.h"
 #include "lx/LXAudioFilename.h"
+#include "lx/LXChannelSet.h"
 #include "lx/LXProgressDelegate.h"
 #include "lx/LXRange.h"
 #include "lx/LXResult.h"
@@ -16,11 +17,10 @@
 
 class LXAudioFileWriter;
 
-using LXChannelSet = QList<int>;
-
 // An audio file opened for reading: one file, or a split set of mono files (name.L, name.R, ...) seen
-// as one file of several channels. Every whole-file operation streams in blocks, reports progress to
-// the delegate once a block and ends with the delegate's code when it answers anything but LXContinue.
+// as one file of several channels. Signal processing is not here: whole-file operations run a kernel
+// (lx/dsp) over the file's blocks with LXProcess or LXMeasure (lx/LXProcess.h), which report progress
+// to the file's delegate once a block and end when it answers anything but LXContinue.
 // Not thread-safe: one thread uses one object.
 class LXAudioFile {
 public:
@@ -72,28 +72,13 @@ public:
     // fileSize, metadata, and cached analysis (max, rms, clipped, difference) when present.
     QVariantMap fileEntry() const;
 
-    // Sample operations (LXAudioFileOperations.cpp). Each returns LXContinue on success, the
-    // delegate's code when it ended the work, or an LXErrorCode.
-    int32_t changeAmplitude(const QVariantMap& parameters,
-                            LXAudioFileWriter& writer); // "gain": linear factor
-    int32_t balance(LXAudioFileWriter& writer, bool rms);
-    int32_t copyRange(const LXRange& range, LXAudioFileWriter& writer);
-    int32_t copyToWriter(LXAudioFileWriter& writer);
-    int32_t copyChannels(const LXChannelSet& channels, LXAudioFileWriter& writer);
-    // Why the last operation that returned an error code failed (a full disk, a damaged block), to
-    // tell the user more than the code does. recordError keeps the error and returns its code.
-    const std::optional<LXError>& lastError() const { return m_lastError; }
-    int32_t recordError(const LXError& error) {
-        m_lastError = error;
-        return error.code();
-    }
-    // Measurements over frames [from, to) of the given channels; an error when the delegate stops them.
-    LXResult<float> maximumFrom(int64_t from, int64_t to, const LXChannelSet& channels);
-    LXResult<float> rmsFrom(int64_t from, int64_t to, const LXChannelSet& channels);
+    // Copies (LXAudioFileCopies.cpp), through LXProcess: every sample keeps its value. They fail as
+    // LXProcess does (lx/LXProcess.h).
+    LXStatus copyRange(const LXRange& range, LXAudioFileWriter& writer); // labels move with the audio
+    LXStatus copyToWriter(LXAudioFileWriter& writer);
+    LXStatus copyChannels(const LXChannelSet& channels, LXAudioFileWriter& writer);
 
-    // Analysis: peak, RMS, clipped samples, DC offset and a waveform overview, kept in LXWaveformCache.
-    bool analyze(int type);
-    // Whether the cache holds a current overview of this file.
+    // Whether the cache holds a current overview of this file (see LXAnalyze in lx/LXAnalysis.h).
     bool hasWaveformsOfType(int type) const;
 
     // File operations on every file of the set. The object then names the new files.
@@ -114,7 +99,6 @@ public:
 private:
     LXAudioFile() = default;
     template <typename T> LXResult<int64_t> readInto(int64_t start, int64_t count, T* interleaved);
-    int32_t report(int64_t done, int64_t total);
     void adoptPaths(const QStringList& paths);
 
     QStringList m_paths;
@@ -122,7 +106,6 @@ private:
     LXStreamDescription m_desc;
     LXAnnotations m_annotations;
     std::optional<LXError> m_warning;
-    std::optional<LXError> m_lastError;
     LXProgressDelegate* m_delegate = nullptr;
 
     // readSample's cache: one block of interleaved frames.

@@ -6,6 +6,7 @@
 #include "platform/TWDesktop.h"
 #include "platform/TWInteraction.h"
 
+#include "lx/LXAnalysis.h"
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFilename.h"
 #include "lx/LXAudioFormat.h"
@@ -206,7 +207,7 @@ bool TWFileEntry::analyze() {
     if (!file) return false;
     (*file)->setProgressDelegate(this);
     setStatus(TWStatus::Analyzing);
-    const bool analysed = (*file)->analyze(1);
+    const bool analysed = bool(LXAnalyze(**file, 1));
     (*file)->setProgressDelegate(nullptr);
     if (analysed)
         loadInfoFromAudioFile(**file);

@@ -5,6 +5,11 @@
 #include "model/TWFileEntry.h"
 
 #include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXLevels.h"
+#include "lx/LXProcess.h"
+#include "lx/dsp/LXChannelGains.h"
+#include "lx/dsp/LXGain.h"
 
 #include <cmath>
 
@@ -32,9 +37,8 @@ bool isNearlyUnity(float gain) {
 
 TWOutcome applyGain(LXAudioFile& file, LXAudioFileWriter& writer, float gain) {
     if (isNearlyUnity(gain)) return TWOutcome::unchanged();
-    const int32_t code = file.changeAmplitude({{QStringLiteral("gain"), double(gain)}}, writer);
-    if (code != LXContinue && file.lastError() && file.lastError()->code() == code) return *file.lastError();
-    return TWOutcome::fromCode(code);
+    LXGain kernel{double(gain)};
+    return LXProcess(file, kernel, writer);
 }
 
 // The level's slider and field; the slider moves in half decibels.
@@ -96,9 +100,10 @@ QList<TWControl> TWActionBalance::panelControls() const {
 TWOutcome TWActionBalance::processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap& instructions,
                                             LXAudioFileWriter& writer, int) {
     if (file.numberOfChannels() < 2) return TWOutcome::unchanged();
-    const int32_t code = file.balance(writer, kBalanceRms(instructions));
-    if (code != LXContinue && file.lastError() && file.lastError()->code() == code) return *file.lastError();
-    return TWOutcome::fromCode(code);
+    auto gains = LXBalanceGains(file, kBalanceRms(instructions) ? LXLevelMeasure::RMS : LXLevelMeasure::Peak);
+    if (!gains) return gains.error();
+    LXChannelGains kernel(std::move(*gains));
+    return LXProcess(file, kernel, writer);
 }
 
 // Normalize
@@ -137,8 +142,8 @@ TWOutcome TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& 
         if (!opened) continue;
         LXAudioFile& file = **opened;
         file.setProgressDelegate(entry.get());
-        auto level = rms ? file.rmsFrom(0, file.frames(), file.channelSet())
-                         : file.maximumFrom(0, file.frames(), file.channelSet());
+        auto level = rms ? LXRmsFrom(file, 0, file.frames(), file.channelSet())
+                         : LXMaximumFrom(file, 0, file.frames(), file.channelSet());
         if (!level) return level.error();
         if (rms)
             entry->setRMS(*level);

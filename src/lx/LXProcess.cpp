@@ -1,0 +1,79 @@
+#include "lx/LXProcess.h"
+
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/dsp/LXKernel.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+// 16 K frames: big enough that per-block overhead (progress, system calls) vanishes, small enough
+// that a block of any channel count stays in the cache.
+constexpr int64_t kBlockFrames = 16384;
+
+LXStatus ask(LXProgressDelegate* delegate, int64_t done, int64_t total, const QString& action) {
+    if (!delegate) return {};
+    const int32_t code = delegate->update(float(double(done) / double(total)));
+    if (code != LXContinue) return LXProgressError::errorWithCode(code, action);
+    return {};
+}
+
+template <typename T>
+LXStatus run(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer, int64_t from, int64_t to,
+             LXDirection direction, int outChannels) {
+    std::vector<T> in(size_t(kBlockFrames * file.numberOfChannels()));
+    std::vector<T> out(size_t(kBlockFrames * outChannels));
+    LX_TRY(writer.beginWrite());
+    LXProgressDelegate* delegate = file.progressDelegate();
+    if (delegate) delegate->reset();
+    const int64_t total = to - from;
+    for (int64_t done = 0; done < total;) {
+        const int64_t n = std::min(kBlockFrames, total - done);
+        const int64_t start = direction == LXDirection::Forward ? from + done : to - done - n;
+        LX_TRY(file.readFrames(start, n, in.data()));
+        kernel.process(in.data(), out.data(), n);
+        LX_TRY(writer.writeFrames(out.data(), n));
+        done += n;
+        LX_TRY(ask(delegate, done, total, QStringLiteral("Processing")));
+    }
+    return writer.endWrite();
+}
+
+} // namespace
+
+LXStatus LXProcess(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer,
+                   const LXProcessOptions& options) {
+    const int64_t from = std::clamp<int64_t>(options.from, 0, file.frames());
+    const int64_t to = std::clamp<int64_t>(options.to < 0 ? file.frames() : options.to, from, file.frames());
+    const int inChannels = file.numberOfChannels();
+    const int outChannels = kernel.outputChannels(inChannels);
+    if (outChannels <= 0)
+        return LXError(LXErrInvalidParameter,
+                       QStringLiteral("the operation cannot take a file of %1 channels").arg(inChannels),
+                       file.path());
+    writer.setChannels(outChannels);
+    kernel.prepare(inChannels, file.rate());
+    const bool wide = writer.needsDoublePrecision() || (!file.isFloat() && file.encoding().bytes == 4);
+    if (wide) return run<double>(file, kernel, writer, from, to, options.direction, outChannels);
+    return run<float>(file, kernel, writer, from, to, options.direction, outChannels);
+}
+
+LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to,
+                   const LXChannelSet& channels) {
+    from = std::clamp<int64_t>(from, 0, file.frames());
+    to = std::clamp<int64_t>(to, from, file.frames());
+    meter.prepare(file.numberOfChannels(), file.rate(), channels);
+    std::vector<float> block(size_t(kBlockFrames * file.numberOfChannels()));
+    LXProgressDelegate* delegate = file.progressDelegate();
+    if (delegate) delegate->reset();
+    for (int64_t pos = from; pos < to;) {
+        const int64_t n = std::min(kBlockFrames, to - pos);
+        LX_TRY(file.readFrames(pos, n, block.data()));
+        meter.measure(block.data(), n);
+        pos += n;
+        LX_TRY(ask(delegate, pos - from, to - from, QStringLiteral("Measuring")));
+    }
+    return {};
+}

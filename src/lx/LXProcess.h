@@ -1,0 +1,39 @@
+#pragma once
+
+#include "lx/LXChannelSet.h"
+#include "lx/LXResult.h"
+
+#include <cstdint>
+
+class LXAudioFile;
+class LXAudioFileWriter;
+class LXKernel;
+class LXMeter;
+
+enum class LXDirection {
+    Forward,
+    Backward, // blocks from the end towards the start; the kernel sees each block once, last block first
+};
+
+struct LXProcessOptions {
+    int64_t from = 0; // frames [from, to) of the file, clamped to its length
+    int64_t to = -1;  // -1: the file's end
+    LXDirection direction = LXDirection::Forward;
+};
+
+// The block loop of every whole-file operation: reads the file in blocks of 16 K frames, has the kernel
+// process each block, writes it, and reports progress to the file's progress delegate once a block.
+// Memory stays flat whatever the file's length.
+//
+// Sets the writer's channels from the kernel and begins and ends the writing. The blocks are float, or
+// double when the file or the writer stores 32-bit integers, so that those pass unchanged. Fails with:
+// - an LXProgressError carrying the delegate's code when the delegate answers anything but LXContinue
+//   (the writer is then left unfinished, for the caller to discard);
+// - the reader's or the writer's own error (path and reason) when a read or a write fails;
+// - LXErrInvalidParameter when the kernel cannot take the file's channels.
+LXStatus LXProcess(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer,
+                   const LXProcessOptions& options = {});
+
+// The same loop for a measurement: frames [from, to) of the file (clamped to its length), float blocks,
+// the given channels handed to the meter. Fails as LXProcess does.
+LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to, const LXChannelSet& channels);

@@ -1,0 +1,69 @@
+// The block loop on real files: direction, and failures that carry their reason.
+
+#include "TestAudio.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
+#include "lx/LXProcess.h"
+#include "lx/dsp/LXReverse.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace TestAudio;
+
+// Read backwards and reversed block by block, a file comes out reversed sample for sample, for every
+// encoding and a length that is no whole number of blocks.
+TEST(Process, ReverseIsBitExactForEveryEncoding) {
+    QTemporaryDir dir;
+    for (const bool aiff : {false, true})
+        for (const int bits : {8, 16, 24, 32, 0}) { // 0: 32-bit float
+            const uint32_t format = aiff ? (bits ? LXFormat::AIFF : LXFormat::AIFC) : LXFormat::WAVE;
+            const Sound sound{.signal = Signal::Noise,
+                              .channels = 2,
+                              .frames = 40009,
+                              .format = format,
+                              .encoding = bits ? LXSampleEncoding::pcm(bits, aiff, bits == 8 && !aiff)
+                                               : LXSampleEncoding::ieeeFloat(32, aiff),
+                              .amplitude = 0.99};
+            const QString name = QStringLiteral("%1.%2").arg(bits).arg(LXFormat::extension(format));
+            SCOPED_TRACE(name.toStdString());
+            auto written = write(dir.filePath(name), sound);
+            ASSERT_TRUE(written);
+            auto file = LXAudioFile::open(*written);
+            ASSERT_TRUE(file);
+            LXAudioFileWriter writer(**file);
+            LXReverse reverse;
+            const LXStatus done = LXProcess(**file, reverse, writer, {.direction = LXDirection::Backward});
+            ASSERT_TRUE(done) << done.error().description().toStdString();
+            ASSERT_TRUE(writer.saveFile(0, dir.filePath("reversed-" + name)));
+
+            auto reversed = LXAudioFile::open(dir.filePath("reversed-" + name));
+            ASSERT_TRUE(reversed);
+            ASSERT_EQ((*reversed)->frames(), sound.frames);
+            std::vector<double> got(size_t(sound.frames * 2));
+            ASSERT_TRUE((*reversed)->readFrames(0, sound.frames, got.data()));
+            const std::vector<double> want = expectedExact(sound);
+            for (int64_t f = 0; f < sound.frames; ++f)
+                for (int c = 0; c < 2; ++c)
+                    ASSERT_EQ(got[size_t(f * 2 + c)], want[size_t((sound.frames - 1 - f) * 2 + c)]) << f;
+        }
+}
+
+// A file that shrinks under a run (another program truncating it) fails the run with the reader's
+// error, which names the file and says why.
+TEST(Process, AReadFailureNamesTheFile) {
+    QTemporaryDir dir;
+    auto written = write(dir.filePath("shrinking.wav"), {.frames = 100000});
+    ASSERT_TRUE(written);
+    auto file = LXAudioFile::open(*written);
+    ASSERT_TRUE(file);
+    ASSERT_TRUE(QFile::resize(*written, 50000 * 4));
+    LXAudioFileWriter writer(**file);
+    const LXStatus copied = (*file)->copyToWriter(writer);
+    ASSERT_FALSE(copied);
+    EXPECT_EQ(copied.error().path(), *written);
+    EXPECT_TRUE(copied.error().description().contains("shrinking.wav"))
+        << copied.error().description().toStdString();
+    EXPECT_NE(copied.error().errnum(), 0);
+}
