@@ -54,6 +54,12 @@ void LXLabelList::shift(double seconds) {
         label.start += seconds;
 }
 
+void LXLabelList::mirror(double length) {
+    for (LXLabel& label : m_labels)
+        label.start = length - label.end();
+    std::reverse(m_labels.begin(), m_labels.end());
+}
+
 void LXLabelList::sortByPosition() {
     std::stable_sort(m_labels.begin(), m_labels.end(),
                      [](const LXLabel& a, const LXLabel& b) { return a.start < b.start; });
@@ -91,4 +97,9 @@ LXLabelList& LXLabels::list(LXLabelKind kind) {
 
 const LXLabelList& LXLabels::list(LXLabelKind kind) const {
     return const_cast<LXLabels*>(this)->list(kind);
+}
+
+void LXLabels::mirror(double length) {
+    for (LXLabelList* list : {&markers, &slices, &regions, &loops})
+        list->mirror(length);
 }

@@ -48,6 +48,9 @@ public:
     void removeAtPosition(double seconds); // every label that starts there
     void removeDuplicates();               // labels with the same start (and length) as an earlier one
     void shift(double seconds);
+    // Where each label falls once the file of that length plays backwards: a point at t moves to
+    // length - t, a range keeps its length and ends where it started from the end. The order reverses.
+    void mirror(double length);
     void sortByPosition();
 
     // Start of the earliest label and end of the latest; 0 for an empty list.
@@ -73,5 +76,6 @@ struct LXLabels {
     bool isEmpty() const {
         return markers.isEmpty() && slices.isEmpty() && regions.isEmpty() && loops.isEmpty();
     }
+    void mirror(double length); // every list, as LXLabelList::mirror
     bool operator==(const LXLabels&) const = default;
 };
