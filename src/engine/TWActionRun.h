@@ -38,6 +38,11 @@ public:
     std::optional<TWActionError> confirmDestination(const QList<TWFileEntryPtr>& entries,
                                                     bool checkSources) const;
     std::optional<TWActionError> confirmInstructions() const;
+    // Both, in that order.
+    std::optional<TWActionError> confirm(const QList<TWFileEntryPtr>& entries, bool checkSources) const {
+        if (auto error = confirmDestination(entries, checkSources)) return error;
+        return confirmInstructions();
+    }
     // Removes what killed runs left in the folders this run writes to.
     void sweepTemporaryFiles(const QList<TWFileEntryPtr>& entries) const;
 

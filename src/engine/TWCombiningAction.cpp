@@ -20,8 +20,7 @@ std::optional<TWActionError> TWCombiningAction::processEntries(TWRunController& 
                                                                const QVariantMap& instructions,
                                                                QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
-    if (auto error = run.confirmDestination(entries.mid(0, 1), true)) return error;
-    if (auto error = run.confirmInstructions()) return error;
+    if (auto error = run.confirm(entries.mid(0, 1), true)) return error;
     run.sweepTemporaryFiles(entries.mid(0, 1));
 
     run.willProcess(1); // the whole run is one step

@@ -9,8 +9,7 @@ std::optional<TWActionError> TWDescriptiveAction::processEntries(TWRunController
                                                                  const QVariantMap& instructions,
                                                                  QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
-    if (auto error = run.confirmDestination(entries, false)) return error;
-    if (auto error = run.confirmInstructions()) return error;
+    if (auto error = run.confirm(entries, false)) return error;
 
     run.willProcess(entries.size());
     TWOutcome outcome = preProcessWithEntries(entries, instructions);

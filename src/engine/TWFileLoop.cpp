@@ -101,8 +101,7 @@ std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
                                                       const QVariantMap& instructions,
                                                       QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
-    if (auto error = run.confirmDestination(entries, true)) return error;
-    if (auto error = run.confirmInstructions()) return error;
+    if (auto error = run.confirm(entries, true)) return error;
     run.sweepTemporaryFiles(entries);
     const std::unique_ptr<TWFileOutputs> outputs = makeOutputs(run);
 

@@ -17,8 +17,7 @@ std::optional<TWActionError> TWHandOnAction::processEntries(TWRunController& run
                                                             const QVariantMap& instructions,
                                                             QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
-    if (auto error = run.confirmDestination(entries, false)) return error;
-    if (auto error = run.confirmInstructions()) return error;
+    if (auto error = run.confirm(entries, false)) return error;
 
     results.append(entries);
     TWOutcome outcome;
