@@ -39,3 +39,12 @@ peaks
 echo
 echo "Undoing the last step:"
 "$clipwright" undo
+echo
+echo "Filtering the DC offset out of a recording that has one, and reversing it into a new file:"
+mkdir -p "$dir/offset"
+sox -n -r 44100 -b 24 "$dir/offset/hum.wav" synth 2 sine 220 vol 0.4 dcshift 0.1
+dc() { sox "$1" -n stats 2>&1 | awk '/^DC offset/ {print $3}'; }
+printf '  DC offset before: %s\n' "$(dc "$dir/offset/hum.wav")"
+"$clipwright" filter-dc "$dir/offset/hum.wav" > /dev/null
+printf '  DC offset after:  %s\n' "$(dc "$dir/offset/hum.wav")"
+"$clipwright" reverse --to-new-file "$dir/offset/hum.wav"
