@@ -114,7 +114,6 @@ public:
     // Preview: computed from the selected file while the preview is on.
     void updatePreviewForAudioFile(LXAudioFile& file) { m_previewValues = previewForAudioFile(file); }
     const TWPreview& previewValues() const { return m_previewValues; }
-    void clearPreview() { m_previewValues = {}; }
 
     static bool isInMainThread();
 

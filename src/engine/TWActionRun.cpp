@@ -36,8 +36,8 @@ QString TWActionRun::folderFor(const TWFileEntry& entry) const {
 // Confirmations
 // ----------------------------------------------------------------------------------------------
 
-std::optional<TWActionError> TWActionRun::confirmDestination(const QList<TWFileEntryPtr>& entries,
-                                                             bool checkSources) const {
+std::optional<TWActionError> TWActionRun::confirm(const QList<TWFileEntryPtr>& entries,
+                                                  bool checkSources) const {
     if (!m_directory.isEmpty()) {
         bool isDirectory = false;
         if (!LXFile::existsAtPath(m_directory, &isDirectory) || !isDirectory)
@@ -48,12 +48,9 @@ std::optional<TWActionError> TWActionRun::confirmDestination(const QList<TWFileE
                 return TWActionError::errorWithCode(LXReadOnlyDestination,
                                                     TWActionPhase::ConfirmingDestination);
     }
+    if (!m_action.requiredInstructionKeysExist(m_instructions))
+        return TWActionError::errorWithCode(LXMissingInstructions, TWActionPhase::ConfirmingInstructions);
     return std::nullopt;
-}
-
-std::optional<TWActionError> TWActionRun::confirmInstructions() const {
-    if (m_action.requiredInstructionKeysExist(m_instructions)) return std::nullopt;
-    return TWActionError::errorWithCode(LXMissingInstructions, TWActionPhase::ConfirmingInstructions);
 }
 
 void TWActionRun::sweepTemporaryFiles(const QList<TWFileEntryPtr>& entries) const {

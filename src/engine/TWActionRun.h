@@ -27,22 +27,14 @@ public:
     TWAction& action() const { return m_action; }
     const QVariantMap& instructions() const { return m_instructions; }
     const TWEngineContext& context() const { return m_runs.context(); }
-    const QVariantMap& destination() const { return m_destination; }
     QString directory() const { return m_directory; } // the chosen folder, or empty
     bool toNewFile() const { return m_toNewFile; }    // forced for actions that only make new files
     // Where the new files of an entry go: the chosen folder, or the entry's own.
     QString folderFor(const TWFileEntry& entry) const;
 
-    // Confirmations, before anything is announced or touched. Without a chosen folder, the folder of every
-    // entry must be writable (checkSources); a chosen folder must exist.
-    std::optional<TWActionError> confirmDestination(const QList<TWFileEntryPtr>& entries,
-                                                    bool checkSources) const;
-    std::optional<TWActionError> confirmInstructions() const;
-    // Both, in that order.
-    std::optional<TWActionError> confirm(const QList<TWFileEntryPtr>& entries, bool checkSources) const {
-        if (auto error = confirmDestination(entries, checkSources)) return error;
-        return confirmInstructions();
-    }
+    // Confirms, before anything is announced or touched, the destination (a chosen folder must exist;
+    // without one, with checkSources, the folder of every entry must be writable), then the instructions.
+    std::optional<TWActionError> confirm(const QList<TWFileEntryPtr>& entries, bool checkSources) const;
     // Removes what killed runs left in the folders this run writes to.
     void sweepTemporaryFiles(const QList<TWFileEntryPtr>& entries) const;
 
@@ -64,13 +56,13 @@ public:
     // entry's destination, as an entry inserted after the source unless "addToList" is NO.
     LXResult<TWFileEntryPtr> newEntryFromSource(LXAudioFileWriter& writer, const TWFileEntryPtr& entry);
     LXResult<TWFileEntryPtr> newEntryFromSource(LXAudioFile& file, const TWFileEntryPtr& entry);
-    // A file the action wrote itself (an export), already at its final path.
-    TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source);
     // Shows every entry of the tree whose path is `from` at `to` (on the main thread).
     void repointEntries(const QString& from, const QString& to);
 
 private:
     void onMainThread(std::function<void()> work) const;
+    // The entry of a new file at path, joining the tree after its source.
+    TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source);
 
     TWAction& m_action;
     TWRunController& m_runs;
