@@ -233,6 +233,10 @@ void TWEntry::addFileEntriesToArray(QList<TWFileEntryPtr>& array) {
     QSet<const TWEntry*> held;
     for (const TWFileEntryPtr& entry : std::as_const(array))
         held.insert(entry.get());
+    addFileEntriesToArray(array, held);
+}
+
+void TWEntry::addFileEntriesToArray(QList<TWFileEntryPtr>& array, QSet<const TWEntry*>& held) {
     forEachFileEntry(*this, [&](TWFileEntry& file) {
         if (!held.contains(&file)) {
             held.insert(&file);

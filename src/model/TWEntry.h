@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -81,6 +82,8 @@ public:
     // A file entry adds itself, a container its file entries; neither adds one the array holds.
     void addFileEntriesToArray(QList<TWEntryPtr>& array);
     void addFileEntriesToArray(QList<TWFileEntryPtr>& array);
+    // The same for many calls into one array: held is the set of entries the array holds, kept with it.
+    void addFileEntriesToArray(QList<TWFileEntryPtr>& array, QSet<const TWEntry*>& held);
     void addFileEntryPathsToArray(QStringList& array) const;
     // File entries whose status is exactly 1 (ready, waveform not yet analysed).
     void collectEntriesToAnalyze(QList<TWFileEntryPtr>& array);

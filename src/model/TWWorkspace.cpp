@@ -84,8 +84,11 @@ void TWWorkspace::setSelectedEntries(const QList<TWEntryPtr>& entries) {
     if (m_selectedFileEntries.size() == 1) emit entryChanged(m_selectedFileEntries.first().get());
     m_selectedEntries = entries;
     m_selectedFileEntries.clear();
+    // One set for the whole selection: a set per row made selecting n rows cost n squared.
+    QSet<const TWEntry*> held;
+    held.reserve(entries.size());
     for (const TWEntryPtr& entry : entries)
-        entry->addFileEntriesToArray(m_selectedFileEntries);
+        entry->addFileEntriesToArray(m_selectedFileEntries, held);
     emit selectionChanged();
     updateFilesTableInfoText();
 }
