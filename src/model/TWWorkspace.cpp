@@ -35,6 +35,7 @@ TWWorkspace::TWWorkspace()
       m_sortDescriptors({TWSortDescriptor{QStringLiteral("name"), true}}), m_stopWorking(LXContinue) {
     m_rootGroup->setName(QStringLiteral("root"));
     m_rootGroup->setExpanded(true);
+    m_rootGroup->setObserver(this);
     const TWPreferences& preferences = TWPreferences::shared();
     if (preferences.value(QStringLiteral("Time Format")).isValid())
         m_formatters->setTimeFormat(int(preferences.integerValue(QStringLiteral("Time Format"))));
@@ -100,6 +101,46 @@ TWFileEntryPtr TWWorkspace::selectedFileEntry() const {
 std::unique_ptr<LXAudioFile> TWWorkspace::selectedAudioFile() const {
     const TWFileEntryPtr entry = selectedFileEntry();
     return entry ? entry->audioFile() : nullptr;
+}
+
+// Changes to the tree ---------------------------------------------------------------------------------------
+
+void TWWorkspace::willInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeInserted(&parent, first, last);
+}
+
+void TWWorkspace::didInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    emit entriesInserted(&parent, first, last);
+}
+
+void TWWorkspace::willRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeRemoved(&parent, first, last);
+}
+
+void TWWorkspace::didRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    emit entriesRemoved(&parent, first, last);
+}
+
+void TWWorkspace::willMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                                  qsizetype destinationRow) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeMoved(&source, first, last, &destination, destinationRow);
+}
+
+void TWWorkspace::didMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                                 qsizetype destinationRow) {
+    emit entriesMoved(&source, first, last, &destination, destinationRow);
+}
+
+void TWWorkspace::willResetEntries(TWEntry& parent) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeReset(&parent);
+}
+
+void TWWorkspace::didResetEntries(TWEntry& parent) {
+    emit entriesReset(&parent);
 }
 
 // Work and redisplay ----------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/TWEntry.h"
+#include "model/TWEntryObserver.h"
 #include "model/TWRunService.h"
 
 #include <QObject>
@@ -24,10 +25,13 @@ class TWSmartGroupEntry;
 // carried out by the run service (the engine's run controller). It never touches a widget: the window
 // (and the command line) observe it through its signals and call its commands.
 //
+// Every change to the tree's structure, whoever makes it, is announced by the entries... signals below,
+// before and after, as an item model needs them; the other signals ask for redisplay only.
+//
 // Threads: the commands, the tree's structure and the selection belong to the main thread. The work
 // thread reads stopWorking() (atomic), may call reloadEntry()/reloadEntryAndChildren() (queued to the
 // main thread) and copies selectedFileEntries() or fileEntries() on the main thread when a run starts.
-class TWWorkspace : public QObject {
+class TWWorkspace : public QObject, private TWEntryObserver {
     Q_OBJECT
 public:
     static TWWorkspace& workspace();
@@ -132,9 +136,25 @@ public:
     void loadEntries(); // rebuilds the tree from the preferences, then refreshes every entry
 
 signals:
+    // The children of parent change: rows first..last (inclusive) come or go; rows first..last of
+    // sourceParent go before destinationRow of destinationParent (counted before the move); or parent's
+    // children are replaced wholesale (entriesReset). The "AboutTo" signal comes while the tree is still
+    // as it was. Main thread.
+    void entriesAboutToBeInserted(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesInserted(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesAboutToBeRemoved(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesRemoved(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesAboutToBeMoved(TWEntry* sourceParent, qsizetype first, qsizetype last,
+                               TWEntry* destinationParent, qsizetype destinationRow);
+    void entriesMoved(TWEntry* sourceParent, qsizetype first, qsizetype last, TWEntry* destinationParent,
+                      qsizetype destinationRow);
+    void entriesAboutToBeReset(TWEntry* parent);
+    void entriesReset(TWEntry* parent);
+
+    // Redisplay: an entry's own data, or also its children's, or every row's, may have changed.
     void entryChanged(TWEntry* entry);
     void entryAndChildrenChanged(TWEntry* entry);
-    void entriesReloaded(); // the whole tree may have changed
+    void entriesReloaded();
     void selectionChanged();
     void infoTextChanged(const QString& text);
     void workflowFileDropped(const QString& path);
@@ -152,6 +172,18 @@ private:
     ~TWWorkspace() override;
     void postReload(TWEntry* entry, bool withChildren);
     void visibleRows(const TWEntry& entry, qsizetype& count) const;
+
+    // TWEntryObserver: the root's changes, as signals.
+    void willInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void didInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void willRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void didRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void willMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                         qsizetype destinationRow) override;
+    void didMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                        qsizetype destinationRow) override;
+    void willResetEntries(TWEntry& parent) override;
+    void didResetEntries(TWEntry& parent) override;
 
     std::shared_ptr<TWGroupEntry> m_rootGroup;
     QList<TWEntryPtr> m_selectedEntries;
