@@ -9,16 +9,13 @@
 #include "model/TWFormatters.h"
 #include "model/TWGroupEntry.h"
 #include "model/TWLocalizedStrings.h"
+#include "platform/TWEntriesStore.h"
 #include "platform/TWPreferences.h"
 
 #include "lx/LXAudioFile.h"
 
 #include <QCoreApplication>
 #include <QThread>
-
-namespace {
-const QString kEntriesKey = QStringLiteral("Entries");
-}
 
 TWWorkspace& TWWorkspace::workspace() {
     // Never destroyed: entries and queries may still be referred to while the program exits.
@@ -244,11 +241,17 @@ void TWWorkspace::endDrag() {
 
 // Persistence -----------------------------------------------------------------------------------------------
 
+TWEntriesStore& TWWorkspace::entriesStore() {
+    // Beside the preferences wherever they are (tests move them).
+    const QString path = TWEntriesStore::pathBeside(TWPreferences::shared().path());
+    if (!m_entriesStore || m_entriesStore->path() != path)
+        m_entriesStore = std::make_unique<TWEntriesStore>(path);
+    return *m_entriesStore;
+}
+
 bool TWWorkspace::saveEntries() {
-    TWPreferences& preferences = TWPreferences::shared();
-    preferences.setValue(kEntriesKey, m_rootGroup->state());
-    if (!preferences.synchronize()) {
-        qWarning("The file list could not be saved: %s", qPrintable(preferences.lastError()));
+    if (const LXStatus saved = entriesStore().save(m_rootGroup->state()); !saved) {
+        qWarning("The file list could not be saved: %s", qPrintable(saved.error().description()));
         return false;
     }
     return true;
@@ -257,9 +260,11 @@ bool TWWorkspace::saveEntries() {
 void TWWorkspace::loadEntries() {
     clearSelection();
     m_rootGroup->removeAllEntries();
-    const QVariant stored = TWPreferences::shared().value(kEntriesKey);
-    if (stored.typeId() == QMetaType::QVariantMap) {
-        m_rootGroup->setState(stored.toMap());
+    const LXResult<QVariantMap> stored = entriesStore().load();
+    if (!stored) {
+        qWarning("%s", qPrintable(stored.error().description()));
+    } else if (!stored->isEmpty()) {
+        m_rootGroup->setState(*stored);
         m_rootGroup->setName(QStringLiteral("root"));
     }
     refreshEntries();

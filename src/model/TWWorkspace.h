@@ -19,6 +19,7 @@ class TWFileEntry;
 class TWFormatters;
 class TWGroupEntry;
 class TWSmartGroupEntry;
+class TWEntriesStore;
 
 // The one workspace: the root of the entry tree, the selection, the shared formatters, the stop code,
 // and every command that changes the file list. Runs, analysis and undo keep their names here but are
@@ -131,9 +132,11 @@ public:
     bool flushUndoWithInteraction(bool interactive);
     bool isWorking() const;
 
-    // Persistence under the preference "Entries" ---------------------------------------------------------
-    bool saveEntries(); // writes the root's state and synchronises the preferences
-    void loadEntries(); // rebuilds the tree from the preferences, then refreshes every entry
+    // Persistence: the file list's own file (TWEntriesStore), read when the window opens and written when
+    // it closes; nothing else reads it.
+    bool saveEntries();             // writes the root's state
+    void loadEntries();             // rebuilds the tree from the stored state, then refreshes every entry
+    TWEntriesStore& entriesStore(); // beside the preferences
 
 signals:
     // The children of parent change: rows first..last (inclusive) come or go; rows first..last of
@@ -194,6 +197,7 @@ private:
     std::atomic<int32_t> m_stopWorking;
     TWEntry* m_draggingParent = nullptr;
     QList<TWEntryPtr> m_draggingEntries;
+    std::unique_ptr<TWEntriesStore> m_entriesStore;
 
     TWRunService* m_runService = nullptr;
 };
