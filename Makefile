@@ -23,6 +23,7 @@ test: build
 bench: setup
 	bench/run.sh
 	bench/commands.sh
+	bench/file_list.sh
 
 fuzz: setup
 	scripts/fuzz.sh

@@ -48,18 +48,14 @@ bool acceptDrop(TWEntry* target, qsizetype childIndex, const QList<TWEntryPtr>& 
     qsizetype index = childIndex;
     if (index != kDropOnItem) {
         for (const TWEntryPtr& dragged : draggedEntries) {
-            const qsizetype at = dragged->parent() == into ? into->indexOfEntry(dragged.get()) : -1;
+            const qsizetype at = into->indexOfEntry(dragged.get());
             if (at >= 0 && at < childIndex) --index;
         }
     }
-    const QList<TWEntryPtr> moving = draggedEntries; // held while they have no parent
-    for (const TWEntryPtr& dragged : moving)
-        if (TWEntry* parent = dragged->parent()) parent->removeEntry(dragged.get());
-    if (index == kDropOnItem || index > into->entryCount()) index = into->entryCount();
-    into->insertEntries(moving, index);
+    into->moveEntries(draggedEntries, index == kDropOnItem ? -1 : index);
     TWWorkspace& workspace = TWWorkspace::workspace();
     workspace.reloadAll();
-    workspace.setSelectedEntries(moving);
+    workspace.setSelectedEntries(draggedEntries);
     return true;
 }
 

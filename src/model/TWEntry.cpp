@@ -1,5 +1,6 @@
 #include "model/TWEntry.h"
 
+#include "model/TWEntryObserver.h"
 #include "model/TWFileEntry.h"
 #include "model/TWFormatters.h"
 #include "model/TWWorkspace.h"
@@ -26,34 +27,101 @@ TWEntryPtr TWEntry::entryAtIndex(qsizetype index) const {
 }
 
 qsizetype TWEntry::indexOfEntry(const TWEntry* entry) const {
-    for (qsizetype i = 0; i < m_entries.size(); ++i)
-        if (m_entries.at(i).get() == entry) return i;
-    return -1;
+    if (!entry || entry->parent() != this) return -1;
+    // A removed child keeps its parent link and its old row: the list has the last word.
+    const qsizetype row = entry->m_row;
+    return row >= 0 && row < m_entries.size() && m_entries.at(row).get() == entry ? row : -1;
+}
+
+qsizetype TWEntry::row() const {
+    const TWEntry* parent = this->parent();
+    return parent ? parent->indexOfEntry(this) : -1;
+}
+
+TWEntryObserver* TWEntry::observer() const {
+    const TWEntry* entry = this;
+    while (const TWEntry* parent = entry->parent()) {
+        if (parent->indexOfEntry(entry) < 0) return nullptr; // it left the tree
+        entry = parent;
+    }
+    return entry->m_observer;
+}
+
+void TWEntry::renumberFrom(qsizetype first) {
+    for (qsizetype i = first; i < m_entries.size(); ++i)
+        m_entries.at(i)->m_row = i;
+}
+
+void TWEntry::insertAt(qsizetype index, const QList<TWEntryPtr>& entries) {
+    if (entries.isEmpty()) return;
+    TWEntryObserver* const observer = this->observer();
+    const qsizetype last = index + entries.size() - 1;
+    if (observer) observer->willInsertEntries(*this, index, last);
+    for (const TWEntryPtr& entry : entries)
+        entry->setParent(this);
+    if (entries.size() == 1) {
+        m_entries.insert(index, entries.first());
+    } else {
+        QList<TWEntryPtr> merged;
+        merged.reserve(m_entries.size() + entries.size());
+        merged.append(m_entries.first(index));
+        merged.append(entries);
+        merged.append(m_entries.sliced(index));
+        m_entries = std::move(merged);
+    }
+    renumberFrom(index);
+    if (observer) observer->didInsertEntries(*this, index, last);
+}
+
+void TWEntry::removeAt(qsizetype first, qsizetype count) {
+    if (count <= 0) return;
+    TWEntryObserver* const observer = this->observer();
+    if (observer) observer->willRemoveEntries(*this, first, first + count - 1);
+    const QList<TWEntryPtr> removed = m_entries.mid(first, count); // alive until the observer is told
+    m_entries.remove(first, count);
+    renumberFrom(first);
+    if (observer) observer->didRemoveEntries(*this, first, first + count - 1);
+}
+
+QList<TWEntryPtr> TWEntry::takeAllEntries() {
+    const QList<TWEntryPtr> taken = m_entries;
+    removeAt(0, m_entries.size());
+    return taken;
+}
+
+void TWEntry::replaceEntries(const QList<TWEntryPtr>& entries) {
+    if (entries == m_entries) return;
+    TWEntryObserver* const observer = this->observer();
+    if (observer) observer->willResetEntries(*this);
+    const QList<TWEntryPtr> previous = std::exchange(m_entries, entries); // alive until told
+    for (const TWEntryPtr& entry : std::as_const(m_entries))
+        entry->setParent(this);
+    renumberFrom(0);
+    if (observer) observer->didResetEntries(*this);
 }
 
 void TWEntry::addEntry(const TWEntryPtr& entry) {
     if (m_containerIsImmutable || !entry) return;
-    entry->setParent(this);
-    m_entries.append(entry);
+    insertAt(m_entries.size(), {entry});
 }
 
 void TWEntry::insertEntry(const TWEntryPtr& entry, qsizetype index) {
     if (m_containerIsImmutable || !entry) return;
-    entry->setParent(this);
-    m_entries.insert(index < 0 || index > m_entries.size() ? m_entries.size() : index, entry);
+    insertAt(index < 0 || index > m_entries.size() ? m_entries.size() : index, {entry});
 }
 
 void TWEntry::insertEntries(const QList<TWEntryPtr>& entries, qsizetype index) {
     if (m_containerIsImmutable) return;
     if (index < 0 || index > m_entries.size()) index = m_entries.size();
-    for (const TWEntryPtr& entry : entries)
-        insertEntry(entry, index++);
+    QList<TWEntryPtr> inserted = entries;
+    inserted.removeAll(nullptr);
+    insertAt(index, inserted);
 }
 
 void TWEntry::removeEntry(const TWEntry* entry) {
     if (m_containerIsImmutable) return;
     const qsizetype index = indexOfEntry(entry);
-    if (index >= 0) m_entries.removeAt(index);
+    if (index >= 0) removeAt(index, 1);
 }
 
 void TWEntry::removeEntries(const QList<TWEntryPtr>& entries) {
@@ -62,7 +130,7 @@ void TWEntry::removeEntries(const QList<TWEntryPtr>& entries) {
 }
 
 void TWEntry::removeAllEntries() {
-    if (!m_containerIsImmutable) m_entries.clear();
+    if (!m_containerIsImmutable) removeAt(0, m_entries.size());
 }
 
 void TWEntry::deleteEntry(const TWEntryPtr& entry) {
@@ -70,7 +138,71 @@ void TWEntry::deleteEntry(const TWEntryPtr& entry) {
     const TWEntryPtr keep = entry;
     keep->deleteFiles();
     const qsizetype index = indexOfEntry(keep.get());
-    if (index >= 0) m_entries.removeAt(index);
+    if (index >= 0) removeAt(index, 1);
+}
+
+void TWEntry::moveEntries(const QList<TWEntryPtr>& entries, qsizetype index) {
+    if (m_containerIsImmutable) return;
+    QList<TWEntryPtr> moving;
+    QSet<const TWEntry*> movingSet;
+    for (const TWEntryPtr& entry : entries) {
+        if (!entry || entry.get() == this || entry->containsEntry(this) || movingSet.contains(entry.get()))
+            continue;
+        const TWEntry* from = entry->parent();
+        if (from && from->indexOfEntry(entry.get()) >= 0 && from->containerIsImmutable()) continue;
+        moving.append(entry);
+        movingSet.insert(entry.get());
+    }
+    // The entries end up just before the child that stands at index once they are out: each is moved
+    // after the one before it, so the children that stay keep their order and every step is one move.
+    const TWEntry* before = nullptr;
+    if (index >= 0) {
+        for (const TWEntryPtr& child : std::as_const(m_entries)) {
+            if (movingSet.contains(child.get())) continue;
+            if (index-- == 0) {
+                before = child.get();
+                break;
+            }
+        }
+    }
+    const TWEntry* previous = nullptr;
+    for (const TWEntryPtr& entry : std::as_const(moving)) {
+        const qsizetype destinationRow = previous ? indexOfEntry(previous) + 1
+                                         : before ? indexOfEntry(before)
+                                                  : m_entries.size();
+        moveOne(entry, destinationRow);
+        previous = entry.get();
+    }
+}
+
+void TWEntry::moveOne(const TWEntryPtr& entry, qsizetype destinationRow) {
+    TWEntry* const source = entry->parent();
+    const qsizetype from = source ? source->indexOfEntry(entry.get()) : -1;
+    if (from < 0) {
+        insertAt(destinationRow, {entry});
+        return;
+    }
+    if (source == this && (destinationRow == from || destinationRow == from + 1)) return; // in place
+    TWEntryObserver* const observer = this->observer();
+    if (observer != source->observer()) { // from another tree, or from none
+        source->removeAt(from, 1);
+        insertAt(destinationRow, {entry});
+        return;
+    }
+    if (observer) observer->willMoveEntries(*source, from, from, *this, destinationRow);
+    const TWEntryPtr held = entry;
+    source->m_entries.removeAt(from);
+    const qsizetype to = source == this && destinationRow > from ? destinationRow - 1 : destinationRow;
+    entry->setParent(this);
+    m_entries.insert(to, entry);
+    if (source == this) {
+        for (qsizetype i = std::min(from, to); i <= std::max(from, to); ++i)
+            m_entries.at(i)->m_row = i;
+    } else {
+        source->renumberFrom(from);
+        renumberFrom(to);
+    }
+    if (observer) observer->didMoveEntries(*source, from, from, *this, destinationRow);
 }
 
 namespace {
@@ -158,18 +290,29 @@ bool TWEntry::lessThan(const TWEntry& a, const TWEntry& b, const QList<TWSortDes
     return false;
 }
 
-void TWEntry::sortEntriesWithDescriptors(const QList<TWSortDescriptor>& descriptors) {
-    for (const TWEntryPtr& child : std::as_const(m_entries))
-        child->sortEntriesWithDescriptors(descriptors);
-    if (descriptors.isEmpty() || m_entries.size() < 2) return;
-    std::stable_sort(m_entries.begin(), m_entries.end(),
+void TWEntry::sortEntries(QList<TWEntryPtr>& entries, const QList<TWSortDescriptor>& descriptors) {
+    if (descriptors.isEmpty() || entries.size() < 2) return;
+    std::stable_sort(entries.begin(), entries.end(),
                      [&](const TWEntryPtr& a, const TWEntryPtr& b) { return lessThan(*a, *b, descriptors); });
 }
 
+void TWEntry::sortEntriesWithDescriptors(const QList<TWSortDescriptor>& descriptors) {
+    for (const TWEntryPtr& child : std::as_const(m_entries))
+        child->sortEntriesWithDescriptors(descriptors);
+    QList<TWEntryPtr> sorted = m_entries;
+    sortEntries(sorted, descriptors);
+    replaceEntries(sorted);
+}
+
 bool TWEntry::containsEntry(const TWEntry* entry) const {
-    if (indexOfEntry(entry) >= 0) return true;
-    return std::any_of(m_entries.cbegin(), m_entries.cend(),
-                       [entry](const TWEntryPtr& child) { return child->containsEntry(entry); });
+    // Up from the entry rather than down from here: as deep as the tree, not as large as the subtree.
+    for (const TWEntry* child = entry; child;) {
+        const TWEntry* parent = child->parent();
+        if (!parent || parent->indexOfEntry(child) < 0) return false;
+        if (parent == this) return true;
+        child = parent;
+    }
+    return false;
 }
 
 TWEntryPtr TWEntry::entryWithPath(const QString& path, bool deep) const {
@@ -233,6 +376,10 @@ void TWEntry::addFileEntriesToArray(QList<TWFileEntryPtr>& array) {
     QSet<const TWEntry*> held;
     for (const TWFileEntryPtr& entry : std::as_const(array))
         held.insert(entry.get());
+    addFileEntriesToArray(array, held);
+}
+
+void TWEntry::addFileEntriesToArray(QList<TWFileEntryPtr>& array, QSet<const TWEntry*>& held) {
     forEachFileEntry(*this, [&](TWFileEntry& file) {
         if (!held.contains(&file)) {
             held.insert(&file);

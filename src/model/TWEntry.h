@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -14,6 +15,7 @@ class TWEntry;
 class TWFileEntry;
 class TWFormatter;
 class TWFormatters;
+class TWEntryObserver;
 using TWEntryPtr = std::shared_ptr<TWEntry>;
 using TWFileEntryPtr = std::shared_ptr<TWFileEntry>;
 
@@ -29,11 +31,15 @@ struct TWSortDescriptor {
 enum class TWEntryColor { Black, Grey };
 
 // A node of the file list. Children are owned by their parent's list (shared pointers, because the work
-// thread holds entries while it processes them); the parent link does not own.
+// thread holds entries while it processes them); the parent link does not own. An entry is a child of
+// one container at a time, and knows its row there, so finding it costs no search.
 //
-// Threads: the children list and the expansion flag are changed on the main thread only. The path, the
-// information dictionary and the parent link may be written on the work thread while the main thread
-// reads them, so they are guarded (a mutex, an atomic); accessors return copies.
+// Every change to a container's children goes through this class, which tells the tree's observer
+// (TWEntryObserver, set on the root) before and after it.
+//
+// Threads: the children list, the rows and the expansion flag are changed and read on the main thread
+// only. The path, the information dictionary and the parent link may be written on the work thread while
+// the main thread reads them, so they are guarded (a mutex, an atomic); accessors return copies.
 class TWEntry : public std::enable_shared_from_this<TWEntry> {
 public:
     TWEntry();
@@ -50,9 +56,11 @@ public:
     qsizetype countOfEntries() const { return m_entries.size(); }
     TWEntryPtr entryAtIndex(qsizetype index) const; // nullptr when out of range
     TWEntryPtr objectInEntriesAtIndex(qsizetype index) const { return entryAtIndex(index); }
-    qsizetype indexOfEntry(const TWEntry* entry) const; // -1 when not a child
+    qsizetype indexOfEntry(const TWEntry* entry) const; // -1 when not a child; O(1)
+    qsizetype row() const;                              // the index in the parent, or -1
 
-    // These five do nothing on an immutable container.
+    // These six do nothing on an immutable container. An entry that is a child elsewhere must be
+    // removed from there first (or moved with moveEntries).
     void addEntry(const TWEntryPtr& entry);
     void insertEntry(const TWEntryPtr& entry, qsizetype index);
     void insertEntries(const QList<TWEntryPtr>& entries, qsizetype index);
@@ -61,8 +69,13 @@ public:
     void removeAllEntries();
     // Deletes the child's files, then removes it, even from an immutable container.
     void deleteEntry(const TWEntryPtr& entry);
+    // Moves the entries, wherever they are, so that they stand together in their order at index of this
+    // container's children as they are without them (-1: the end); told as one move per entry that
+    // changes place. Nothing moves into or out of an immutable container.
+    void moveEntries(const QList<TWEntryPtr>& entries, qsizetype index);
 
-    // Sorts every subtree, then the children themselves. Stable: equal keys keep their order.
+    // Sorts every subtree, then the children themselves. Stable: equal keys keep their order. A
+    // container whose order changes is told as a reset.
     void sortEntriesWithDescriptors(const QList<TWSortDescriptor>& descriptors);
     static bool lessThan(const TWEntry& a, const TWEntry& b, const QList<TWSortDescriptor>& descriptors);
 
@@ -81,9 +94,16 @@ public:
     // A file entry adds itself, a container its file entries; neither adds one the array holds.
     void addFileEntriesToArray(QList<TWEntryPtr>& array);
     void addFileEntriesToArray(QList<TWFileEntryPtr>& array);
+    // The same for many calls into one array: held is the set of entries the array holds, kept with it.
+    void addFileEntriesToArray(QList<TWFileEntryPtr>& array, QSet<const TWEntry*>& held);
     void addFileEntryPathsToArray(QStringList& array) const;
     // File entries whose status is exactly 1 (ready, waveform not yet analysed).
     void collectEntriesToAnalyze(QList<TWFileEntryPtr>& array);
+
+    // The observer of the tree this entry is the root of (nullptr: none). Not owned.
+    void setObserver(TWEntryObserver* observer) { m_observer = observer; }
+    // The observer of the tree this entry is in: its root's, when every link up to the root holds.
+    TWEntryObserver* observer() const;
 
     // Accessors --------------------------------------------------------------------------------------
     TWEntry* parent() const { return m_parent.load(std::memory_order_acquire); }
@@ -165,6 +185,12 @@ protected:
     QString formattedInfo(const char* key, FormatterAccessor formatter) const;
     void replaceInfo(const QVariantMap& info);
 
+    // The children replaced wholesale, even in an immutable container (folders and smart groups fill
+    // themselves); told as one reset, and not told when nothing changes.
+    void replaceEntries(const QList<TWEntryPtr>& entries);
+    // Sorts a list of entries (not their children). Stable.
+    static void sortEntries(QList<TWEntryPtr>& entries, const QList<TWSortDescriptor>& descriptors);
+
     template <typename T> void collectEntriesOfClass(QList<std::shared_ptr<T>>& found) const {
         for (const TWEntryPtr& child : m_entries) {
             if (auto typed = std::dynamic_pointer_cast<T>(child)) found.append(typed);
@@ -175,13 +201,21 @@ protected:
     bool m_isLeaf = false;
     bool m_isExpanded = false;
     bool m_containerIsImmutable = false;
-    QList<TWEntryPtr> m_entries;
 
 private:
     friend class TWGroupEntry; // adopts the children of the entry it replaces
 
+    // The changes every public operation is made of; they ignore the immutable flag.
+    void insertAt(qsizetype index, const QList<TWEntryPtr>& entries);
+    void removeAt(qsizetype first, qsizetype count);
+    void moveOne(const TWEntryPtr& entry, qsizetype destinationRow);
+    QList<TWEntryPtr> takeAllEntries();
+    void renumberFrom(qsizetype first);
     void collectEntriesWithPath(const QString& path, QList<TWEntryPtr>& found) const;
 
+    QList<TWEntryPtr> m_entries;
+    qsizetype m_row = -1; // the index in the parent's children, kept by the parent
+    TWEntryObserver* m_observer = nullptr;
     std::atomic<TWEntry*> m_parent{nullptr};
     mutable std::mutex m_mutex; // guards m_path and m_info
     QString m_path;

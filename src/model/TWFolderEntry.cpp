@@ -39,7 +39,7 @@ std::shared_ptr<TWFolderEntry> TWFolderEntry::create(const QString& path) {
 
 void TWFolderEntry::setPath(const QString& path) {
     TWEntry::setPath(path);
-    for (const TWEntryPtr& child : std::as_const(m_entries))
+    for (const TWEntryPtr& child : entries())
         child->setPath(joinPath(path, fileNameOf(child->path())));
 }
 
@@ -56,14 +56,14 @@ void TWFolderEntry::refresh() {
     bool isDirectory = false;
     if (!LXFile::existsAtPath(path, &isDirectory)) {
         m_status.store(-1.0f, std::memory_order_relaxed);
-        m_entries.clear(); // the folder fills itself: its own changes ignore the immutable flag
+        replaceEntries({}); // the folder fills itself: its own changes ignore the immutable flag
         return;
     }
     m_status.store(0.0f, std::memory_order_relaxed);
     const QStringList names = isDirectory ? LXFile::contentsOfDirectoryAtPath(path) : QStringList();
 
     QSet<QString> childPaths;
-    for (const TWEntryPtr& child : std::as_const(m_entries))
+    for (const TWEntryPtr& child : entries())
         childPaths.insert(child->path());
     // Each split set of mono files is listed once, under its lead member.
     QStringList newPaths;
@@ -76,9 +76,12 @@ void TWFolderEntry::refresh() {
         }
     }
 
+    // The children that stay are refreshed where they stand (a subfolder tells its own changes); then the
+    // stale ones go and the new ones come in one change of this folder's children.
     const QSet<QString> nameSet(names.cbegin(), names.cend());
-    m_entries.removeIf([&](const TWEntryPtr& child) { return !nameSet.contains(fileNameOf(child->path())); });
-    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+    QList<TWEntryPtr> children = entries();
+    children.removeIf([&](const TWEntryPtr& child) { return !nameSet.contains(fileNameOf(child->path())); });
+    for (const TWEntryPtr& child : std::as_const(children))
         child->refresh();
 
     for (const QString& newPath : std::as_const(newPaths)) {
@@ -86,11 +89,11 @@ void TWFolderEntry::refresh() {
         if (!LXFile::existsAtPath(newPath, &isFolder)) continue;
         TWEntryPtr entry =
             isFolder ? TWEntryPtr(TWFolderEntry::create(newPath)) : TWEntryPtr(TWFileEntry::create(newPath));
-        if (!entry) continue;
-        entry->setParent(this);
-        m_entries.append(entry);
+        if (entry) children.append(entry);
     }
-    sortEntriesWithDescriptors(TWWorkspace::workspace().sortDescriptors());
+    // Subfolders sorted themselves when they were read.
+    sortEntries(children, TWWorkspace::workspace().sortDescriptors());
+    replaceEntries(children);
 }
 
 void TWFolderEntry::moveToPath(const QString& directory) {

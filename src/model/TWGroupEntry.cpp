@@ -15,9 +15,7 @@ std::shared_ptr<TWGroupEntry> TWGroupEntry::createWithEntry(TWEntry& entry) {
     auto group = std::make_shared<TWGroupEntry>();
     group->setName(entry.name());
     // Taken directly: the entry may be an immutable folder or smart group, which ignores removals.
-    const QList<TWEntryPtr> children = std::exchange(entry.m_entries, {});
-    for (const TWEntryPtr& child : children)
-        group->addEntry(child);
+    group->insertEntries(entry.takeAllEntries(), 0);
     return group;
 }
 
@@ -39,12 +37,12 @@ void TWGroupEntry::setName(const QString& name) {
 }
 
 void TWGroupEntry::refresh() {
-    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+    for (const TWEntryPtr& child : QList<TWEntryPtr>(entries()))
         child->refresh();
 }
 
 void TWGroupEntry::deleteFiles() {
-    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+    for (const TWEntryPtr& child : QList<TWEntryPtr>(entries()))
         child->deleteFiles();
 }
 
@@ -52,17 +50,21 @@ QVariantMap TWGroupEntry::state() const {
     QVariantMap state = TWEntry::state();
     state.insert(QStringLiteral("name"), m_name);
     QVariantList children;
-    children.reserve(m_entries.size());
-    for (const TWEntryPtr& child : m_entries)
+    children.reserve(entryCount());
+    for (const TWEntryPtr& child : entries())
         children.append(child->state());
     state.insert(QStringLiteral("entries"), children);
     return state;
 }
 
 void TWGroupEntry::setState(const QVariantMap& state) {
-    const QVariantList children = state.value(QStringLiteral("entries")).toList();
-    for (const QVariant& child : children)
-        if (TWEntryPtr entry = TWEntryFactory::entryFromState(child.toMap(), this)) addEntry(entry);
+    // Built apart, then added in one change: the children's own state is not told piece by piece.
+    const QVariantList stored = state.value(QStringLiteral("entries")).toList();
+    QList<TWEntryPtr> children;
+    children.reserve(stored.size());
+    for (const QVariant& child : stored)
+        if (TWEntryPtr entry = TWEntryFactory::entryFromState(child.toMap(), this)) children.append(entry);
+    insertEntries(children, -1);
     const QVariant name = state.value(QStringLiteral("name"));
     if (name.typeId() == QMetaType::QString) setName(name.toString());
 }

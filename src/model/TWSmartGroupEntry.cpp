@@ -85,7 +85,7 @@ void TWSmartGroupEntry::refreshSmartGroup() {
         m_lastError = error.isEmpty() ? QStringLiteral("The criteria do not make a query.") : error;
         qWarning("Smart group \"%s\": %s", qPrintable(m_name), qPrintable(m_lastError));
         stopProgressTimer();
-        m_entries.clear();
+        replaceEntries({});
         m_status.store(-2.0f, std::memory_order_relaxed);
         TWWorkspace::workspace().reloadEntryAndChildren(this);
         return;
@@ -127,7 +127,7 @@ void TWSmartGroupEntry::queryEnd() {
     const QSet<QString> found(results.cbegin(), results.cend());
 
     QSet<QString> childPaths;
-    for (const TWEntryPtr& child : std::as_const(m_entries))
+    for (const TWEntryPtr& child : entries())
         childPaths.insert(child->path());
     QStringList newPaths;
     for (const QString& result : results) {
@@ -137,16 +137,18 @@ void TWSmartGroupEntry::queryEnd() {
         }
     }
 
-    // Children still found stay (the same objects); the others go.
-    m_entries.removeIf([&](const TWEntryPtr& child) { return !found.contains(child->path()); });
-    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+    // Children still found stay (the same objects) and are refreshed where they stand; the others go
+    // and the new ones come in one change of this group's children.
+    QList<TWEntryPtr> children = entries();
+    children.removeIf([&](const TWEntryPtr& child) { return !found.contains(child->path()); });
+    for (const TWEntryPtr& child : std::as_const(children))
         child->refresh();
 
     // The application's own working files (undo copies, temporary files) are never shown.
     QString support = TWSupportFolders::supportDirectory();
     if (!support.endsWith(u'/')) support += u'/';
     QSet<QString> present;
-    for (const TWEntryPtr& child : std::as_const(m_entries))
+    for (const TWEntryPtr& child : std::as_const(children))
         present.insert(child->path());
     for (const QString& newPath : std::as_const(newPaths)) {
         bool isDirectory = false;
@@ -157,18 +159,19 @@ void TWSmartGroupEntry::queryEnd() {
                                        : TWEntryPtr(TWFileEntry::create(newPath));
         if (!entry) continue;
         present.insert(entry->path());
-        entry->setParent(this);
-        m_entries.append(entry);
+        children.append(entry);
     }
 
     stopProgressTimer();
     m_status.store(3.0f, std::memory_order_relaxed);
-    sortEntriesWithDescriptors(TWWorkspace::workspace().sortDescriptors());
+    // Folders found sorted themselves when they were read.
+    sortEntries(children, TWWorkspace::workspace().sortDescriptors());
+    replaceEntries(children);
     TWWorkspace::workspace().reloadEntryAndChildren(this);
 }
 
 void TWSmartGroupEntry::deleteFiles() {
-    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+    for (const TWEntryPtr& child : QList<TWEntryPtr>(entries()))
         child->deleteFiles();
 }
 

@@ -9,16 +9,13 @@
 #include "model/TWFormatters.h"
 #include "model/TWGroupEntry.h"
 #include "model/TWLocalizedStrings.h"
+#include "platform/TWEntriesStore.h"
 #include "platform/TWPreferences.h"
 
 #include "lx/LXAudioFile.h"
 
 #include <QCoreApplication>
 #include <QThread>
-
-namespace {
-const QString kEntriesKey = QStringLiteral("Entries");
-}
 
 TWWorkspace& TWWorkspace::workspace() {
     // Never destroyed: entries and queries may still be referred to while the program exits.
@@ -35,6 +32,7 @@ TWWorkspace::TWWorkspace()
       m_sortDescriptors({TWSortDescriptor{QStringLiteral("name"), true}}), m_stopWorking(LXContinue) {
     m_rootGroup->setName(QStringLiteral("root"));
     m_rootGroup->setExpanded(true);
+    m_rootGroup->setObserver(this);
     const TWPreferences& preferences = TWPreferences::shared();
     if (preferences.value(QStringLiteral("Time Format")).isValid())
         m_formatters->setTimeFormat(int(preferences.integerValue(QStringLiteral("Time Format"))));
@@ -84,8 +82,11 @@ void TWWorkspace::setSelectedEntries(const QList<TWEntryPtr>& entries) {
     if (m_selectedFileEntries.size() == 1) emit entryChanged(m_selectedFileEntries.first().get());
     m_selectedEntries = entries;
     m_selectedFileEntries.clear();
+    // One set for the whole selection: a set per row made selecting n rows cost n squared.
+    QSet<const TWEntry*> held;
+    held.reserve(entries.size());
     for (const TWEntryPtr& entry : entries)
-        entry->addFileEntriesToArray(m_selectedFileEntries);
+        entry->addFileEntriesToArray(m_selectedFileEntries, held);
     emit selectionChanged();
     updateFilesTableInfoText();
 }
@@ -97,6 +98,46 @@ TWFileEntryPtr TWWorkspace::selectedFileEntry() const {
 std::unique_ptr<LXAudioFile> TWWorkspace::selectedAudioFile() const {
     const TWFileEntryPtr entry = selectedFileEntry();
     return entry ? entry->audioFile() : nullptr;
+}
+
+// Changes to the tree ---------------------------------------------------------------------------------------
+
+void TWWorkspace::willInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeInserted(&parent, first, last);
+}
+
+void TWWorkspace::didInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    emit entriesInserted(&parent, first, last);
+}
+
+void TWWorkspace::willRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeRemoved(&parent, first, last);
+}
+
+void TWWorkspace::didRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) {
+    emit entriesRemoved(&parent, first, last);
+}
+
+void TWWorkspace::willMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                                  qsizetype destinationRow) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeMoved(&source, first, last, &destination, destinationRow);
+}
+
+void TWWorkspace::didMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                                 qsizetype destinationRow) {
+    emit entriesMoved(&source, first, last, &destination, destinationRow);
+}
+
+void TWWorkspace::willResetEntries(TWEntry& parent) {
+    Q_ASSERT(QThread::currentThread() == thread());
+    emit entriesAboutToBeReset(&parent);
+}
+
+void TWWorkspace::didResetEntries(TWEntry& parent) {
+    emit entriesReset(&parent);
 }
 
 // Work and redisplay ----------------------------------------------------------------------------------------
@@ -200,11 +241,17 @@ void TWWorkspace::endDrag() {
 
 // Persistence -----------------------------------------------------------------------------------------------
 
+TWEntriesStore& TWWorkspace::entriesStore() {
+    // Beside the preferences wherever they are (tests move them).
+    const QString path = TWEntriesStore::pathBeside(TWPreferences::shared().path());
+    if (!m_entriesStore || m_entriesStore->path() != path)
+        m_entriesStore = std::make_unique<TWEntriesStore>(path);
+    return *m_entriesStore;
+}
+
 bool TWWorkspace::saveEntries() {
-    TWPreferences& preferences = TWPreferences::shared();
-    preferences.setValue(kEntriesKey, m_rootGroup->state());
-    if (!preferences.synchronize()) {
-        qWarning("The file list could not be saved: %s", qPrintable(preferences.lastError()));
+    if (const LXStatus saved = entriesStore().save(m_rootGroup->state()); !saved) {
+        qWarning("The file list could not be saved: %s", qPrintable(saved.error().description()));
         return false;
     }
     return true;
@@ -213,9 +260,11 @@ bool TWWorkspace::saveEntries() {
 void TWWorkspace::loadEntries() {
     clearSelection();
     m_rootGroup->removeAllEntries();
-    const QVariant stored = TWPreferences::shared().value(kEntriesKey);
-    if (stored.typeId() == QMetaType::QVariantMap) {
-        m_rootGroup->setState(stored.toMap());
+    const LXResult<QVariantMap> stored = entriesStore().load();
+    if (!stored) {
+        qWarning("%s", qPrintable(stored.error().description()));
+    } else if (!stored->isEmpty()) {
+        m_rootGroup->setState(*stored);
         m_rootGroup->setName(QStringLiteral("root"));
     }
     refreshEntries();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/TWEntry.h"
+#include "model/TWEntryObserver.h"
 #include "model/TWRunService.h"
 
 #include <QObject>
@@ -18,16 +19,20 @@ class TWFileEntry;
 class TWFormatters;
 class TWGroupEntry;
 class TWSmartGroupEntry;
+class TWEntriesStore;
 
 // The one workspace: the root of the entry tree, the selection, the shared formatters, the stop code,
 // and every command that changes the file list. Runs, analysis and undo keep their names here but are
 // carried out by the run service (the engine's run controller). It never touches a widget: the window
 // (and the command line) observe it through its signals and call its commands.
 //
+// Every change to the tree's structure, whoever makes it, is announced by the entries... signals below,
+// before and after, as an item model needs them; the other signals ask for redisplay only.
+//
 // Threads: the commands, the tree's structure and the selection belong to the main thread. The work
 // thread reads stopWorking() (atomic), may call reloadEntry()/reloadEntryAndChildren() (queued to the
 // main thread) and copies selectedFileEntries() or fileEntries() on the main thread when a run starts.
-class TWWorkspace : public QObject {
+class TWWorkspace : public QObject, private TWEntryObserver {
     Q_OBJECT
 public:
     static TWWorkspace& workspace();
@@ -127,14 +132,32 @@ public:
     bool flushUndoWithInteraction(bool interactive);
     bool isWorking() const;
 
-    // Persistence under the preference "Entries" ---------------------------------------------------------
-    bool saveEntries(); // writes the root's state and synchronises the preferences
-    void loadEntries(); // rebuilds the tree from the preferences, then refreshes every entry
+    // Persistence: the file list's own file (TWEntriesStore), read when the window opens and written when
+    // it closes; nothing else reads it.
+    bool saveEntries();             // writes the root's state
+    void loadEntries();             // rebuilds the tree from the stored state, then refreshes every entry
+    TWEntriesStore& entriesStore(); // beside the preferences
 
 signals:
+    // The children of parent change: rows first..last (inclusive) come or go; rows first..last of
+    // sourceParent go before destinationRow of destinationParent (counted before the move); or parent's
+    // children are replaced wholesale (entriesReset). The "AboutTo" signal comes while the tree is still
+    // as it was. Main thread.
+    void entriesAboutToBeInserted(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesInserted(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesAboutToBeRemoved(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesRemoved(TWEntry* parent, qsizetype first, qsizetype last);
+    void entriesAboutToBeMoved(TWEntry* sourceParent, qsizetype first, qsizetype last,
+                               TWEntry* destinationParent, qsizetype destinationRow);
+    void entriesMoved(TWEntry* sourceParent, qsizetype first, qsizetype last, TWEntry* destinationParent,
+                      qsizetype destinationRow);
+    void entriesAboutToBeReset(TWEntry* parent);
+    void entriesReset(TWEntry* parent);
+
+    // Redisplay: an entry's own data, or also its children's, or every row's, may have changed.
     void entryChanged(TWEntry* entry);
     void entryAndChildrenChanged(TWEntry* entry);
-    void entriesReloaded(); // the whole tree may have changed
+    void entriesReloaded();
     void selectionChanged();
     void infoTextChanged(const QString& text);
     void workflowFileDropped(const QString& path);
@@ -153,6 +176,18 @@ private:
     void postReload(TWEntry* entry, bool withChildren);
     void visibleRows(const TWEntry& entry, qsizetype& count) const;
 
+    // TWEntryObserver: the root's changes, as signals.
+    void willInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void didInsertEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void willRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void didRemoveEntries(TWEntry& parent, qsizetype first, qsizetype last) override;
+    void willMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                         qsizetype destinationRow) override;
+    void didMoveEntries(TWEntry& source, qsizetype first, qsizetype last, TWEntry& destination,
+                        qsizetype destinationRow) override;
+    void willResetEntries(TWEntry& parent) override;
+    void didResetEntries(TWEntry& parent) override;
+
     std::shared_ptr<TWGroupEntry> m_rootGroup;
     QList<TWEntryPtr> m_selectedEntries;
     QList<TWFileEntryPtr> m_selectedFileEntries;
@@ -162,6 +197,7 @@ private:
     std::atomic<int32_t> m_stopWorking;
     TWEntry* m_draggingParent = nullptr;
     QList<TWEntryPtr> m_draggingEntries;
+    std::unique_ptr<TWEntriesStore> m_entriesStore;
 
     TWRunService* m_runService = nullptr;
 };

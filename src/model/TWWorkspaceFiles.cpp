@@ -130,9 +130,10 @@ void TWWorkspace::convertToGroup() {
         }
         const qsizetype index = parent->indexOfEntry(entry.get());
         if (index < 0) continue;
+        // Out of the tree first, so that the group's adoption of its children is no change to the tree.
+        parent->removeEntry(entry.get());
         auto group = TWGroupEntry::createWithEntry(*entry);
         group->setExpanded(entry->isExpanded());
-        parent->removeEntry(entry.get());
         parent->insertEntry(group, index);
         converted.append(group);
     }

@@ -1,5 +1,6 @@
 #include "platform/TWPreferences.h"
 
+#include "platform/TWEntriesStore.h"
 #include "platform/TWPropertyList.h"
 
 #include <QDateTime>
@@ -13,6 +14,8 @@
 #include <QStandardPaths>
 
 namespace {
+
+const QString kEntriesKey = QStringLiteral("Entries");
 
 bool readPropertyList(QIODevice& device, QSettings::SettingsMap& map) {
     const auto* file = qobject_cast<const QFileDevice*>(&device);
@@ -176,6 +179,7 @@ void TWPreferences::load() {
     case QSettings::NoError:
         for (const QString& key : settings.allKeys())
             m_values.insert(key, settings.value(key));
+        if (m_values.contains(kEntriesKey)) moveEntriesOut();
         return;
     case QSettings::AccessError: {
         // Unreadable is kept like damaged: what it holds is unknown, so it must not be replaced.
@@ -201,6 +205,22 @@ void TWPreferences::load() {
         return;
     }
     }
+}
+
+// Called with the lock held. Whichever process reads the file first moves the list, once; when the move
+// fails the key stays where it is, nothing is lost, and the next reading tries again.
+void TWPreferences::moveEntriesOut() {
+    const QVariant entries = m_values.value(kEntriesKey);
+    if (entries.typeId() != QMetaType::QVariantMap) return; // not a list this program ever wrote
+    TWEntriesStore store(TWEntriesStore::pathBeside(m_path));
+    if (const LXStatus adopted = store.adopt(entries.toMap()); !adopted) {
+        qWarning("The file list cannot be moved out of the preferences: %s",
+                 qPrintable(adopted.error().description()));
+        return;
+    }
+    m_values.remove(kEntriesKey);
+    m_changed.insert(kEntriesKey);
+    if (!synchronizeLocked()) qWarning("%s", qPrintable(m_lastError));
 }
 
 // Called with the lock held.

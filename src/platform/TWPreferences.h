@@ -8,9 +8,13 @@
 
 // The user's preferences: an XML property list (~/.config/Clipwright/Clipwright.plist) read and written
 // through QSettings, with registered defaults answering for keys that are not set. Each top-level key holds
-// one property-list value (the file list under "Entries" is a deep tree). Changes stay in memory until
-// synchronize(), which merges them with what other processes wrote meanwhile; unsaved changes are written
-// when the object goes away. Thread-safe: every call takes one lock.
+// one property-list value. Changes stay in memory until synchronize(), which merges them with what other
+// processes wrote meanwhile; unsaved changes are written when the object goes away. Thread-safe: every
+// call takes one lock.
+//
+// The file list is not a preference: it lives in its own file (TWEntriesStore), because every command
+// reads the preferences and a list of 100,000 entries took a second to parse. A file written by an
+// earlier version that still holds it under "Entries" has it moved there when it is first read.
 //
 // A file that is not a property list is never overwritten: its values are ignored (the defaults answer),
 // lastError() says why, and the next synchronize() with changes renames it to
@@ -45,6 +49,7 @@ public:
 
 private:
     void load();
+    void moveEntriesOut();
     bool synchronizeLocked();
     bool moveDamagedFileAside();
 

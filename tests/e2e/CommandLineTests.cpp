@@ -5,8 +5,10 @@
 
 #include "TestAudio.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <gtest/gtest.h>
 
@@ -215,4 +217,27 @@ TEST(CommandLine, AWorkflowRunsLikeItsCommandsAndSkipsUnknownActions) {
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("not a property list")) << result.err.toStdString();
     EXPECT_EQ(readBytes(viaCommand), before);
+}
+
+TEST(CommandLine, CommandsNeverReadTheStoredFileList) {
+    // Only the window reads the file list: a damaged one stays exactly as it is, and commands work.
+    CommandLineRunner runner;
+    const QString file = makeFile(runner, "take.wav", stereo(0.3));
+    const QString folder = runner.environment().value("XDG_CONFIG_HOME") + "/Clipwright";
+    const QString list = folder + "/Entries.plist";
+    QDir().mkpath(folder);
+    QFile damaged(list);
+    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly) &&
+                damaged.write("<?xml version=\"1.0\"?><plist><dict>") > 0);
+    damaged.close();
+    const QDateTime modified = QFileInfo(list).lastModified();
+
+    const auto info = runner.run({"info", file});
+    EXPECT_EQ(info.exitCode, 0) << info.err.toStdString();
+    EXPECT_TRUE(info.out.contains("44.1 kHz")) << info.out.toStdString();
+    EXPECT_FALSE(info.err.contains("Entries")) << info.err.toStdString(); // reading it would warn
+    EXPECT_EQ(runner.run({"change-gain", "--level", "-1", file}).exitCode, 0);
+    EXPECT_EQ(readBytes(list), "<?xml version=\"1.0\"?><plist><dict>");
+    EXPECT_EQ(QFileInfo(list).lastModified(), modified);
+    EXPECT_EQ(QDir(folder).entryList({"Entries.plist*"}, QDir::Files), QStringList{"Entries.plist"});
 }

@@ -9,6 +9,7 @@
 #include "model/TWServerEntry.h"
 #include "model/TWSmartGroupEntry.h"
 #include "model/TWWorkspacePanels.h"
+#include "platform/TWEntriesStore.h"
 #include "platform/TWPreferences.h"
 
 #include <QDir>
@@ -143,11 +144,9 @@ TEST_F(WorkspaceTest, ALargeTreeSurvivesSavingAndLoading) {
 
     const QStringList before = ModelTest::describeTree(root());
     ASSERT_GT(before.size(), 300);
-    ASSERT_TRUE(workspace().saveEntries()) << TWPreferences::shared().lastError().toStdString();
-    const QString preferences = TWPreferences::shared().path();
+    ASSERT_TRUE(workspace().saveEntries());
 
     workspace().removeAll();
-    TWPreferences::shared().setPath(preferences); // read back from the file itself
     workspace().loadEntries();
     ASSERT_TRUE(waitForSmartGroups());
     EXPECT_EQ(ModelTest::describeTree(root()), before);
@@ -157,12 +156,13 @@ TEST_F(WorkspaceTest, ALargeTreeSurvivesSavingAndLoading) {
         EXPECT_EQ(entry->status(), TWStatus::Ready) << entry->path().toStdString();
 
     // Entries of a class this version does not know, or of none, are left out; the rest load.
-    QVariantMap stored = TWPreferences::shared().value(QStringLiteral("Entries")).toMap();
+    TWEntriesStore store(workspace().entriesStore().path());
+    QVariantMap stored = store.load().value();
     QVariantList entries = stored.value("entries").toList();
     entries.insert(1, QVariantMap{{"Class", "TWBogusEntry"}, {"path", pool}});
     entries.append(QVariantMap{{"path", pool}});
     stored.insert("entries", entries);
-    TWPreferences::shared().setValue(QStringLiteral("Entries"), stored);
+    ASSERT_TRUE(store.save(stored));
     workspace().removeAll();
     workspace().loadEntries();
     ASSERT_TRUE(waitForSmartGroups());
