@@ -5,6 +5,7 @@
 
 #include "model/TWFileEntry.h"
 
+#include "lx/LXAudioFilename.h"
 #include "lx/LXFile.h"
 #include "lx/LXTemporaryFile.h"
 
@@ -29,7 +30,7 @@ public:
         busy.mark();
         TWOutcome outcome =
             m_action.processAudioFileToPath(file, *entry, m_run.instructions(), temporary->path);
-        const QString target = folder + u'/' + name;
+        const QString target = targetFor(folder + u'/' + name, entry->path());
         if (outcome.goesOn()) {
             if (const LXStatus moved = LXFile::movePath(temporary->path, target); moved) {
                 m_written.append(target);
@@ -49,6 +50,19 @@ public:
     }
 
 private:
+    // The export's path: its own name, replacing what is there, but never the source itself (a FLAC file
+    // exported as FLAC beside itself): that takes the first free numbered name.
+    static QString targetFor(const QString& path, const QString& source) {
+        if (QFileInfo(path) != QFileInfo(source)) return path;
+        LXAudioFilename numbered(path);
+        QString free;
+        for (int number = 1; free.isEmpty() || LXFile::existsAtPath(free); ++number) {
+            numbered.setNumber(number);
+            free = numbered.pathForChannel(0);
+        }
+        return free;
+    }
+
     TWActionRun& m_run;
     TWActionExport& m_action;
     QStringList m_written;

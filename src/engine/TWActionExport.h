@@ -4,10 +4,10 @@
 
 // The base of actions that write files of a format of their own (encoders): the per-file loop with its
 // outputs written by the action to a path. Each file is written under a hidden temporary name in its
-// destination folder and takes its final name (the source's name with the export's extension, replacing
-// a file of that name) only when it is complete, so a stop, a cancel or a crash never leaves a partial
-// export under a real name. The results are the source entries; exports replace nothing, so there is
-// nothing to undo, and a cancel deletes the exports the run made.
+// destination folder and takes its final name only when it is complete, so a stop, a cancel or a crash
+// never leaves a partial export under a real name. The final name is the source's with the export's
+// extension, replacing a file of that name but never the source itself. The results are the source
+// entries; exports replace nothing, so there is nothing to undo, and a cancel deletes what the run made.
 class TWActionExport : public TWAction {
 public:
     bool onlyMakesNewFiles() const override { return true; }

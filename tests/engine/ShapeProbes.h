@@ -1,7 +1,7 @@
 #pragma once
 
 // Small actions of the loop shapes that no real action uses yet, registered like any action so that the
-// conformance suite covers their shapes: an export (raw float samples), one file of all (joining files end
+// conformance suite covers their shapes: an export (a copy), one file of all (joining files end
 // to end), a descriptive change (renaming with a prefix, undone by instructions) and hand-on (copying into
 // a folder beside each file).
 
@@ -24,26 +24,20 @@
 #include <algorithm>
 #include <vector>
 
+// Exports each file as a WAV copy of itself.
 class TWTestExportProbe : public TWActionExport {
 public:
     QString className() const override { return QStringLiteral("TWTestExportProbe"); }
     QString verb() const override { return QStringLiteral("Exporting..."); }
 
 protected:
-    QString extension() const override { return QStringLiteral("raw"); }
+    QString extension() const override { return QStringLiteral("wav"); }
     TWOutcome processAudioFileToPath(LXAudioFile& file, TWFileEntry&, const QVariantMap&,
                                      const QString& path) override {
-        QFile out(path);
-        if (!out.open(QIODevice::WriteOnly)) return LXError(LXErrWriteFailed, out.errorString(), path);
-        std::vector<float> block(size_t(1024 * file.numberOfChannels()));
-        for (int64_t at = 0; at < file.frames(); at += 1024) {
-            const int64_t n = std::min<int64_t>(1024, file.frames() - at);
-            if (auto read = file.readFrames(at, n, block.data()); !read) return read.error();
-            out.write(reinterpret_cast<const char*>(block.data()), qint64(n * file.numberOfChannels() * 4));
-            const int32_t code = file.progressDelegate()->update(float(at + n) / float(file.frames()));
-            if (code != LXContinue) return TWOutcome::fromCode(code);
-        }
-        return TWOutcome::success();
+        LXAudioFileWriter writer(file);
+        writer.setDirectory(QFileInfo(path).path());
+        if (const LXStatus copied = file.copyToWriter(writer); !copied) return copied;
+        return writer.saveFile(0, path);
     }
 };
 
@@ -83,13 +77,18 @@ protected:
     }
 };
 
+inline const TWKey<QString> kProbePrefix{QStringLiteral("prefix"), QStringLiteral("x-"),
+                                         QStringLiteral("put before each file's name")};
+inline const TWKey<QString> kProbeName{QStringLiteral("name"), std::nullopt,
+                                       QStringLiteral("the file's new name")};
+
 class TWTestRenameProbe : public TWDescriptiveAction {
 public:
     QString className() const override { return QStringLiteral("TWTestRenameProbe"); }
     QString name() const override { return QStringLiteral("Prefix"); }
     QString verb() const override { return QStringLiteral("Renaming..."); }
     bool onlyInPlace() const override { return true; }
-    QList<TWInstructionKey> instructionKeys() const override { return {prefix(), exactName()}; }
+    QList<TWInstructionKey> instructionKeys() const override { return {kProbePrefix, kProbeName}; }
     QStringList requiredInstructionKeys() const override { return {}; }
 
 protected:
@@ -98,9 +97,9 @@ protected:
                           QList<TWFileEntryPtr>& results) override {
         results.append(entry);
         const QFileInfo old(entry->path());
-        const QString name = instructions.contains(exactName().name)
-                                 ? exactName()(instructions)
-                                 : prefix()(instructions) + old.fileName();
+        const QString name = instructions.contains(kProbeName.name)
+                                 ? kProbeName(instructions)
+                                 : kProbePrefix(instructions) + old.fileName();
         const QString target = old.dir().filePath(name);
         if (target == old.filePath()) return TWOutcome::success();
         if (const LXStatus moved = LXFile::movePath(old.filePath(), target); !moved) return moved.error();
@@ -108,20 +107,8 @@ protected:
         undo.append(QVariantMap{{TWKeys::actionClass.name, className()},
                                 {TWKeys::source.name, qint64(TWSource::Paths)},
                                 {TWKeys::paths.name, QStringList{target}},
-                                {exactName().name, old.fileName()}});
+                                {kProbeName.name, old.fileName()}});
         return TWOutcome::success();
-    }
-
-private:
-    static const TWKey<QString>& prefix() {
-        static const TWKey<QString> key{QStringLiteral("prefix"), QStringLiteral("x-"),
-                                        QStringLiteral("put before each file's name")};
-        return key;
-    }
-    static const TWKey<QString>& exactName() {
-        static const TWKey<QString> key{QStringLiteral("name"), std::nullopt,
-                                        QStringLiteral("the file's new name")};
-        return key;
     }
 };
 

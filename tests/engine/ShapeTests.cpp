@@ -21,33 +21,29 @@ protected:
 
 TEST_F(Shapes, AnExportTakesItsNameOnlyWhenCompleteAndACancelDeletesWhatItMade) {
     const TWFileEntryPtr a = addFile("a.wav");
-    const TWFileEntryPtr b = addFile("b.wav");
+    TestAudio::Sound longer = small();
+    longer.frames = 44100; // long enough to be stopped half-way
+    const TWFileEntryPtr b = addFile("b.wav", longer);
     const QString out = makeDirectory("out");
-    ModelTest::writeBytes(out + "/a.raw", "old");
+    ModelTest::writeBytes(out + "/a.wav", "old");
     QList<TWFileEntryPtr> results;
-    ASSERT_FALSE(run(instructions("TWTestExportProbe", {}, true, out), {a, b}, &results));
-    EXPECT_EQ(results, (QList<TWFileEntryPtr>{a, b})); // the sources: an export adds nothing to the list
-    EXPECT_EQ(filesIn(out), (QStringList{"a.raw", "b.raw"}));
-    EXPECT_EQ(bytesOf(out + "/a.raw").size(), 4410 * 2 * 4); // the file that was there is replaced
+    ASSERT_FALSE(run(instructions("TWTestExportProbe", {}, true, out), {a}, &results));
+    EXPECT_EQ(results, QList<TWFileEntryPtr>{a});           // the source: an export adds nothing to the list
+    EXPECT_EQ(bytesOf(out + "/a.wav"), bytesOf(a->path())); // what was there is replaced
     EXPECT_EQ(runs().undoStack().count(), 0);
 
-    // Stopped in the middle of b: a stays, no part of b is left under any name.
-    (void)QFile::remove(out + "/a.raw");
-    (void)QFile::remove(out + "/b.raw");
-    TestAudio::Sound longer = small();
-    longer.frames = 44100;
-    const TWFileEntryPtr c = addFile("c.wav", longer);
+    // Stopped in the middle of b: a stays, and no part of b is left under any name; a cancel takes a too.
     for (const int32_t code : {LXStopped, LXCancelled}) {
         const auto connection =
             QObject::connect(&runs(), &TWRunController::entryProcessing, [&](TWEntry* entry) {
-                if (entry == c.get()) workspace().setStopWorking(code);
+                if (entry == b.get()) workspace().setStopWorking(code);
             });
-        const auto error = run(instructions("TWTestExportProbe", {}, true, out), {a, c}, &results);
+        const auto error = run(instructions("TWTestExportProbe", {}, true, out), {a, b}, &results);
         QObject::disconnect(connection);
         workspace().setStopWorking(LXContinue);
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code(), code);
-        EXPECT_EQ(filesIn(out), code == LXStopped ? QStringList{"a.raw"} : QStringList{});
+        EXPECT_EQ(filesIn(out), code == LXStopped ? QStringList{"a.wav"} : QStringList{});
         EXPECT_TRUE(hiddenFilesIn(out).isEmpty()) << hiddenFilesIn(out).join(' ').toStdString();
     }
 }
