@@ -47,8 +47,8 @@ QVariantMap TWWorkflowLibrary::Item::toMap() const {
     return {{QStringLiteral("title"), title}, {QStringLiteral("items"), children}};
 }
 
-TWWorkflowLibrary::TWWorkflowLibrary(Folders folders, TWPreferences* preferences)
-    : m_folders(std::move(folders)), m_preferences(preferences ? preferences : &TWPreferences::shared()) {
+TWWorkflowLibrary::TWWorkflowLibrary(TWPreferences& preferences, Folders folders)
+    : m_folders(std::move(folders)), m_preferences(&preferences) {
     static const bool resourcesReady = (initWorkflowResources(), true);
     (void)resourcesReady;
     if (m_folders.factory.isEmpty()) m_folders.factory = defaultFactoryFolder();

@@ -48,7 +48,7 @@ public:
     static inline const QString kUserExpandedKey = QStringLiteral("Workflows User Expanded");
 
     // Reads the factory workflows once and the user folder now. Preferences default to the shared ones.
-    explicit TWWorkflowLibrary(Folders folders = {}, TWPreferences* preferences = nullptr);
+    explicit TWWorkflowLibrary(TWPreferences& preferences, Folders folders = {});
 
     const QList<Item>& groups() const { return m_groups; } // "Factory", then "User"
     const Item& group(Group group) const { return m_groups[group]; }
@@ -90,6 +90,6 @@ private:
     TWPreferences& preferences() const { return *m_preferences; }
 
     Folders m_folders;
-    TWPreferences* m_preferences;
+    TWPreferences* m_preferences; // remembers which groups are open
     QList<Item> m_groups;
 };

@@ -61,7 +61,7 @@ protected:
         m_editor.addActionOfClass(kNormalize);
     }
 
-    TWWorkflowLibrary makeLibrary() { return TWWorkflowLibrary({m_factory, m_user}, &m_preferences); }
+    TWWorkflowLibrary makeLibrary() { return TWWorkflowLibrary(m_preferences, {m_factory, m_user}); }
     QStringList userFiles() const { return QDir(m_user).entryList(QDir::Files, QDir::Name); }
     QString outside(const QString& name) const { return m_dir.filePath(name); }
     QList<TWWorkflowLibrary::Item> userItems(const TWWorkflowLibrary& library) const {
@@ -320,7 +320,7 @@ TEST_F(WorkflowLibraryTest, UserGroupListsOnlyWorkflowFilesAndShowsUnreadableOne
 TEST(WorkflowLibrary, FactoryWorkflowsLoadWithEveryActionKnown) {
     QTemporaryDir dir;
     TWPreferences preferences(dir.filePath(QStringLiteral("prefs.plist")));
-    TWWorkflowLibrary library({QStringLiteral(":/workflows"), dir.path()}, &preferences);
+    TWWorkflowLibrary library(preferences, {QStringLiteral(":/workflows"), dir.path()});
     const auto& items = library.group(TWWorkflowLibrary::Factory).items;
     ASSERT_GE(items.size(), 3);
     for (const TWWorkflowLibrary::Item& item : items) {

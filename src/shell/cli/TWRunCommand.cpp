@@ -5,6 +5,7 @@
 #include "shell/cli/TWCommandLine.h"
 #include "shell/cli/TWRunner.h"
 
+#include "engine/TWRunController.h"
 #include "engine/TWWorkflowFile.h"
 #include "engine/TWWorkflowLibrary.h"
 #include "model/TWWorkspace.h"
@@ -28,7 +29,7 @@ std::optional<QVariantList> findWorkflow(const QString& argument, Context& conte
                         << (skipped.isEmpty() ? QStringLiteral("no class") : skipped) << ")" << Qt::endl;
         return workflow.state();
     }
-    const TWWorkflowLibrary library;
+    const TWWorkflowLibrary library(context.session.runs().context().preferences);
     for (TWWorkflowLibrary::Group group : {TWWorkflowLibrary::User, TWWorkflowLibrary::Factory})
         for (const TWWorkflowLibrary::Item& item : library.group(group).items)
             if (item.title == argument) return item.workflow;
@@ -63,7 +64,7 @@ int runWorkflow(const QStringList& arguments, Context& context) {
 
 int listWorkflows(const QStringList& arguments, Context& context) {
     if (!arguments.isEmpty()) return usageError(context, QStringLiteral("workflows"), "takes no arguments");
-    const TWWorkflowLibrary library;
+    const TWWorkflowLibrary library(context.session.runs().context().preferences);
     for (const TWWorkflowLibrary::Item& group : library.groups()) {
         context.out << group.title << (group.items.isEmpty() ? QStringLiteral(" (none)") : QString()) << '\n';
         for (const TWWorkflowLibrary::Item& item : group.items) {
