@@ -147,14 +147,6 @@ std::optional<TWActionError> TWRunController::runHere(const QVariantList& instru
     return error;
 }
 
-void TWRunController::stopWorkflow() {
-    m_context.workspace.setStopWorking(LXStopped);
-}
-
-void TWRunController::cancelWorkflow() {
-    m_context.workspace.setStopWorking(LXCancelled);
-}
-
 void TWRunController::analyzeEntries() {
     if (m_headless || !m_context.preferences.boolValue(QStringLiteral("Auto Analyze")) || m_working ||
         !m_worker)

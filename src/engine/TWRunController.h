@@ -46,8 +46,6 @@ public:
 
     // Runs --------------------------------------------------------------------------------------------
     void performInstructions(const QVariantList& instructions, bool inWorkThread) override;
-    void stopWorkflow();
-    void cancelWorkflow();
     // Analyses the entries that still need it (when "Auto Analyze" is on and nothing runs), or the
     // selected ones, on the work thread.
     void analyzeEntries() override;
