@@ -11,19 +11,8 @@ set -euo pipefail
 files=${1:-200}
 size_mb=${2:-1024}
 rounds=${3:-3}
-root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+source "$(dirname "${BASH_SOURCE[0]}")/isolated.sh"
 cd "$root"
-cmake --preset default >/dev/null
-cmake --build --preset default --target clipwright --parallel 2 >/dev/null
-clipwright="$root/build/default/app/clipwright"
-
-work="$(mktemp -d "${TMPDIR:-/tmp}/clipwright-bench.XXXXXX")"
-trap 'rm -rf "$work"' EXIT
-# A home of its own: the undo copies and preferences of the benchmark stay out of the user's.
-export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_DATA_HOME="$work/home/.local/share" \
-       XDG_CACHE_HOME="$work/home/.cache"
-mkdir -p "$XDG_DATA_HOME"
-unset DBUS_SESSION_BUS_ADDRESS
 
 # Runs a command from a synced disk; prints its wall time in seconds.
 timed() {

@@ -10,21 +10,7 @@
 set -euo pipefail
 entries=${1:-100000}
 rounds=${2:-5}
-root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-clipwright=${CLIPWRIGHT:-}
-if [ -z "$clipwright" ]; then
-    cd "$root"
-    cmake --preset default >/dev/null
-    cmake --build --preset default --target clipwright --parallel 2 >/dev/null
-    clipwright="$root/build/default/app/clipwright"
-fi
-
-work="$(mktemp -d "${TMPDIR:-/tmp}/clipwright-bench.XXXXXX")"
-trap 'rm -rf "$work"' EXIT
-export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_DATA_HOME="$work/home/.local/share" \
-       XDG_CACHE_HOME="$work/home/.cache"
-mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME/Clipwright"
-unset DBUS_SESSION_BUS_ADDRESS
+source "$(dirname "${BASH_SOURCE[0]}")/isolated.sh"
 preferences="$XDG_CONFIG_HOME/Clipwright/Clipwright.plist"
 
 sox -D -n -r 44100 -b 16 -c 2 "$work/take.wav" synth 1 sine 440 2>/dev/null
