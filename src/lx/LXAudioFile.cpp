@@ -104,11 +104,19 @@ template <typename T> LXResult<int64_t> LXAudioFile::readInto(int64_t start, int
     const int channels = m_desc.channels;
     if (start < 0 || count < 0)
         return LXError(LXErrInvalidParameter, QStringLiteral("invalid read position %1").arg(start), path());
-    const int64_t inside = std::max<int64_t>(0, std::min(count, m_desc.frames - start));
+    int64_t inside = std::max<int64_t>(0, std::min(count, m_desc.frames - start));
+    // A reader that gives fewer frames than asked found the end of the stream before the length its
+    // header gave; from then on the file is as long as its audio.
+    const auto shortenTo = [&](int64_t got) {
+        if (got >= inside) return;
+        inside = got;
+        m_desc.frames = start + got;
+    };
     if (m_readers.size() == 1) {
         if (inside > 0) {
             auto got = m_readers.front()->read(start, inside, out);
             if (!got) return got.error();
+            shortenTo(*got);
         }
     } else {
         // A split set: read each member's channels and interleave them.
@@ -120,6 +128,7 @@ template <typename T> LXResult<int64_t> LXAudioFile::readInto(int64_t start, int
             if (inside > 0) {
                 auto got = reader->read(start, inside, member.data());
                 if (!got) return got.error();
+                shortenTo(*got);
             }
             for (int64_t f = 0; f < inside; ++f)
                 for (int c = 0; c < memberChannels; ++c)

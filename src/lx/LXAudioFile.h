@@ -51,7 +51,8 @@ public:
     LXChannelSet channelSet() const;
     const LXStreamDescription& description() const { return m_desc; }
 
-    // Reading. Frames past the end read as silence; the result counts the frames inside the file.
+    // Reading. Frames past the end read as silence; the result counts the frames inside the file. A
+    // decoder that ends before the length its header gave shortens frames() to where it ended.
     LXResult<int64_t> readFrames(int64_t start, int64_t count, float* interleaved);
     LXResult<int64_t> readFrames(int64_t start, int64_t count, double* interleaved);
     // One sample, through a block cache: cheap in a loop over frames. Silence past the end, for a

@@ -20,6 +20,13 @@ LXStatus ask(LXProgressDelegate* delegate, int64_t done, int64_t total, const QS
     return {};
 }
 
+// Backwards, the end comes first: a stream shorter than its header cannot be reversed as it is read.
+LXError endedEarly(const LXAudioFile& file, int64_t frame) {
+    return LXError(LXErrTruncated,
+                   QStringLiteral("the audio ends at frame %1, before the length the header gives").arg(frame),
+                   file.path(), frame);
+}
+
 template <typename T>
 LXStatus run(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer, int64_t from, int64_t to,
              LXDirection direction, int outChannels) {
@@ -32,9 +39,12 @@ LXStatus run(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer, int
     for (int64_t done = 0; done < total;) {
         const int64_t n = std::min(kBlockFrames, total - done);
         const int64_t start = direction == LXDirection::Forward ? from + done : to - done - n;
-        LX_TRY(file.readFrames(start, n, in.data()));
-        kernel.process(in.data(), out.data(), n);
-        LX_TRY(writer.writeFrames(out.data(), n));
+        const auto got = file.readFrames(start, n, in.data());
+        if (!got) return got.error();
+        if (*got < n && direction == LXDirection::Backward) return endedEarly(file, start + *got);
+        kernel.process(in.data(), out.data(), *got);
+        LX_TRY(writer.writeFrames(out.data(), *got));
+        if (*got < n) break; // the stream ended before its header said
         done += n;
         LX_TRY(ask(delegate, done, total, QStringLiteral("Processing")));
     }
@@ -70,8 +80,10 @@ LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to,
     if (delegate) delegate->reset();
     for (int64_t pos = from; pos < to;) {
         const int64_t n = std::min(kBlockFrames, to - pos);
-        LX_TRY(file.readFrames(pos, n, block.data()));
-        meter.measure(block.data(), n);
+        const auto got = file.readFrames(pos, n, block.data());
+        if (!got) return got.error();
+        meter.measure(block.data(), *got);
+        if (*got < n) break; // the stream ended before its header said
         pos += n;
         LX_TRY(ask(delegate, pos - from, to - from, QStringLiteral("Measuring")));
     }

@@ -180,9 +180,9 @@ void encodeAs(const LXSampleEncoding& e, const T* in, uint8_t* out, size_t count
 // Each entry point is compiled twice, for AVX2 and for any x86-64, and picks one when the program loads:
 // twice the lanes halve the time of these loops (the gain of a 1 GB file spent most of its user time
 // here). Results are the same either way: the loops only multiply, compare and convert.
-// Not under the sanitizers: the resolver runs while the program loads, before their runtime is ready.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__SANITIZE_THREAD__) &&                             \
-    !defined(__SANITIZE_ADDRESS__)
+// The build turns it off under the sanitizers (their runtime is not ready when the resolver runs, while
+// the program loads) and for compilers that cannot combine the clones with flatten.
+#if defined(LX_VECTOR_CLONES_ENABLED) && defined(__x86_64__)
 #define LX_VECTOR_CLONES __attribute__((target_clones("avx2", "default"), flatten))
 #else
 #define LX_VECTOR_CLONES

@@ -248,6 +248,7 @@ private:
     int64_t readBlock(int64_t frames, float* out);
     int64_t readBlock(int64_t frames, double* out) { return sf_readf_double(m_file.get(), out, frames); }
     LXStatus seekTo(int64_t frame);
+    LXStatus countFrames();
 
     void readStrings();
     void readCues();
@@ -309,7 +310,23 @@ LXResult<std::unique_ptr<LXAudioReader>> SndfileReader::open(const QString& path
             QStringLiteral("the header gives %1 channels at %2 Hz").arg(info.channels).arg(info.samplerate),
             path);
     }
-    return std::unique_ptr<LXAudioReader>(new SndfileReader(path, std::move(fd), file, info));
+    std::unique_ptr<SndfileReader> reader(new SndfileReader(path, std::move(fd), file, info));
+    // A damaged stream (a truncated Ogg file, say) can leave the length unknown: libsndfile then gives
+    // the largest count there is. Decoding to the end is the only count to be had.
+    if (info.frames < 0 || info.frames == SF_COUNT_MAX) LX_TRY(reader->countFrames());
+    return std::unique_ptr<LXAudioReader>(std::move(reader));
+}
+
+LXStatus SndfileReader::countFrames() {
+    m_desc.frames = 0;
+    m_scratch.resize(size_t(kBlockFrames * m_desc.channels));
+    for (;;) {
+        const int64_t got = sf_readf_double(m_file.get(), m_scratch.data(), kBlockFrames);
+        if (got <= 0) break;
+        m_desc.frames += got;
+    }
+    m_position = m_desc.frames;
+    return seekTo(0);
 }
 
 SndfileReader::SndfileReader(QString path, LXFileDescriptor fd, SNDFILE* file, const SF_INFO& info)
@@ -480,6 +497,8 @@ template <typename T> LXResult<int64_t> SndfileReader::readFrames(int64_t frame,
                            .arg(sndfileReason(m_file.get())),
                        m_path);
     }
+    // The decoder ended before the length the header gave: the file ends here.
+    if (got < count) m_desc.frames = frame + std::max<int64_t>(got, 0);
     m_position = frame + got;
     return got;
 }

@@ -1,9 +1,11 @@
 // The block loop on real files: direction, and failures that carry their reason.
 
 #include "TestAudio.h"
+#include "lx/LXAnalysis.h"
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
 #include "lx/LXProcess.h"
+#include "lx/dsp/LXGain.h"
 #include "lx/dsp/LXReverse.h"
 
 #include <QFile>
@@ -66,4 +68,36 @@ TEST(Process, AReadFailureNamesTheFile) {
     EXPECT_TRUE(copied.error().description().contains("shrinking.wav"))
         << copied.error().description().toStdString();
     EXPECT_NE(copied.error().errnum(), 0);
+}
+
+// An Ogg stream cut short: libsndfile does not know its length and gives the largest count there is.
+// The file is as long as the audio that decodes, its analysis is finite, and a run writes that much.
+TEST(Process, AStreamCutShortIsReadAsFarAsItGoes) {
+    if (!haveTool(QStringLiteral("sox"))) GTEST_SKIP() << "sox is not installed";
+    QTemporaryDir dir;
+    const QString whole = dir.filePath(QStringLiteral("whole.ogg"));
+    ASSERT_TRUE(generateWithSox(whole, {"-n", "-r", "44100", "-c", "2"}, {"synth", "20", "whitenoise"}));
+    QFile source(whole);
+    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
+    const QByteArray bytes = source.readAll();
+    for (const qsizetype cut : {qsizetype(8000), bytes.size() / 3}) {
+        const QString path = dir.filePath(QStringLiteral("cut%1.ogg").arg(cut));
+        SCOPED_TRACE(path.toStdString());
+        QFile out(path);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly) && out.write(bytes.left(cut)) == cut);
+        out.close();
+        auto file = LXAudioFile::open(path);
+        ASSERT_TRUE(file);
+        ASSERT_TRUE(LXAnalyze(**file, 1));
+        const int64_t decoded = (*file)->frames();
+        ASSERT_LT(decoded, int64_t(20 * 44100));
+
+        LXAudioFileWriter writer(**file);
+        LXGain half(0.5);
+        ASSERT_TRUE(LXProcess(**file, half, writer, {}));
+        ASSERT_TRUE(writer.saveFile(0, dir.filePath("out.wav")));
+        auto written = LXAudioFile::open(dir.filePath("out.wav"));
+        ASSERT_TRUE(written);
+        EXPECT_EQ((*written)->frames(), decoded);
+    }
 }

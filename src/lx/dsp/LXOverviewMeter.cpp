@@ -6,14 +6,14 @@
 namespace {
 constexpr int64_t kMaxOverviewPoints = 65536;
 constexpr int64_t kMinFramesPerPoint = 64;
+int64_t ceilDiv(int64_t a, int64_t b) { return a / b + (a % b != 0); }
 } // namespace
 
 void LXOverviewMeter::prepare(int channels, double, const LXChannelSet&) {
     m_channels = channels;
     m_position = 0;
-    const int64_t perPoint =
-        std::max<int64_t>(kMinFramesPerPoint, (m_frames + kMaxOverviewPoints - 1) / kMaxOverviewPoints);
-    const int64_t points = (m_frames + perPoint - 1) / perPoint;
+    const int64_t perPoint = std::max<int64_t>(kMinFramesPerPoint, ceilDiv(m_frames, kMaxOverviewPoints));
+    const int64_t points = ceilDiv(m_frames, perPoint);
     m_overview = {};
     m_overview.channels = channels;
     m_overview.framesPerPoint = int(perPoint);
@@ -52,10 +52,12 @@ void LXOverviewMeter::measure(const float* block, int64_t frames) {
 }
 
 QVariantMap LXOverviewMeter::analysis() const {
+    // Averages over the frames there were: a stream can end before the length it was made for.
+    const int64_t measured = std::min(m_position, m_frames);
     double dc = 0.0;
     for (double s : m_sums)
-        dc = std::max(dc, std::abs(m_frames > 0 ? s / double(m_frames) : 0.0));
-    const double samples = double(m_frames) * m_channels;
+        dc = std::max(dc, std::abs(measured > 0 ? s / double(measured) : 0.0));
+    const double samples = double(measured) * m_channels;
     return {
         {QStringLiteral("max"), double(m_peak)},
         {QStringLiteral("rms"), samples > 0 ? std::sqrt(m_squares / samples) : 0.0},
