@@ -9,6 +9,7 @@
 #include "lx/LXFile.h"
 
 #include <QDir>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTimer>
 
@@ -53,15 +54,24 @@ void TWSmartGroupEntry::setName(const QString& name) {
     if (!name.isNull()) m_name = name;
 }
 
-QString TWSmartGroupEntry::queryText(const QVariantList& predicate, bool conjunction) {
+LXResult<QString> TWSmartGroupEntry::queryText(const QVariantList& predicate, bool conjunction) {
+    // Keys and operators go into the text as they stand, so only known ones do: a stored or typed
+    // criterion must not be able to change the query around it. Values are quoted and escaped.
+    static const QRegularExpression operatorText(QStringLiteral("^([A-Za-z]+(\\[[cd]+\\])?|[=!<>]{1,2})$"));
+    const QStringList keys = TWQueryKeys::keys();
     QString text;
     for (const QVariant& item : predicate) {
         const QVariantMap criterion = item.toMap();
+        const QString key = criterion.value(kKey).toString();
         const QString comparator = criterion.value(kComparator).toString();
+        if (!keys.contains(key))
+            return LXError(LXErrInvalidParameter, QStringLiteral("unknown key '%1'").arg(key));
+        if (!operatorText.match(comparator).hasMatch())
+            return LXError(LXErrInvalidParameter, QStringLiteral("'%1' is not an operator").arg(comparator));
         QString value = escapedValue(criterion.value(kValue).toString());
         if (comparator == QLatin1String("LIKE[cd]")) value = u'*' + value + u'*';
         if (!text.isEmpty()) text += conjunction ? QStringLiteral(" AND ") : QStringLiteral(" OR ");
-        text += QStringLiteral("(%1 %2 '%3')").arg(criterion.value(kKey).toString(), comparator, value);
+        text += QStringLiteral("(%1 %2 '%3')").arg(key, comparator, value);
     }
     // Only audio files, whatever the criteria. Without parentheses around the criteria this binds to the
     // last criterion alone when they are joined with OR; stored groups rely on that reading.
@@ -69,7 +79,7 @@ QString TWSmartGroupEntry::queryText(const QVariantList& predicate, bool conjunc
     return text;
 }
 
-QString TWSmartGroupEntry::queryText() const {
+LXResult<QString> TWSmartGroupEntry::queryText() const {
     return queryText(m_predicate, m_criteriaOperator);
 }
 
@@ -80,7 +90,9 @@ void TWSmartGroupEntry::refresh() {
 void TWSmartGroupEntry::refreshSmartGroup() {
     QString error;
     if (m_query->isGathering()) m_query->stop();
-    if (!m_query->setPredicate(queryText(), &error)) {
+    const LXResult<QString> text = queryText();
+    if (!text) error = text.error().message();
+    if (!text || !m_query->setPredicate(*text, &error)) {
         // Criteria that make no query find nothing; the status column marks the group as bad.
         m_lastError = error.isEmpty() ? QStringLiteral("The criteria do not make a query.") : error;
         qWarning("Smart group \"%s\": %s", qPrintable(m_name), qPrintable(m_lastError));

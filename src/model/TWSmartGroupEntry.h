@@ -2,6 +2,8 @@
 
 #include "model/TWEntry.h"
 
+#include "lx/LXResult.h"
+
 #include <QVariantList>
 
 #include <atomic>
@@ -39,8 +41,9 @@ public:
 
     // The query text the criteria make, e.g.
     // (Name LIKE[cd] '*drum*') AND (AudioSampleRate > '44100') && (kMDItemContentTypeTree = "public.audio")
-    QString queryText() const;
-    static QString queryText(const QVariantList& predicate, bool conjunction);
+    // An error for a criterion whose key or operator is not one the query language knows.
+    LXResult<QString> queryText() const;
+    static LXResult<QString> queryText(const QVariantList& predicate, bool conjunction);
 
     void refresh() override; // runs the query again only with live updates on
     void refreshSmartGroup();

@@ -530,9 +530,20 @@ private:
         left->description = QStringLiteral("(%1 %2 %3)").arg(left->description, op, right.description);
     }
 
+    // Parentheses and NOTs recurse; a bound keeps a hostile predicate from exhausting the stack, and
+    // one on comparisons keeps the SQL within SQLite's expression depth (each AND or OR nests one more).
+    static constexpr int kMaximumNesting = 100;
+    static constexpr int kMaximumComparisons = 500;
+
+    bool enter(qsizetype position) {
+        if (++m_nesting <= kMaximumNesting) return true;
+        return error(QStringLiteral("nested more than %1 deep%2").arg(kMaximumNesting).arg(at(position)));
+    }
+
     bool parseUnary(Fragment* out) {
         if (m_tok.type == Tok::Not) {
-            if (!advance() || !parseUnary(out)) return false;
+            if (!enter(m_tok.pos) || !advance() || !parseUnary(out)) return false;
+            --m_nesting;
             out->sql = QStringLiteral("(NOT %1)").arg(out->sql);
             out->description = QStringLiteral("(NOT %1)").arg(out->description);
             return true;
@@ -544,7 +555,8 @@ private:
         switch (m_tok.type) {
         case Tok::LParen: {
             const qsizetype open = m_tok.pos;
-            if (!advance() || !parseOr(out)) return false;
+            if (!enter(open) || !advance() || !parseOr(out)) return false;
+            --m_nesting;
             if (m_tok.type != Tok::RParen) {
                 if (m_tok.type == Tok::End)
                     return error(QStringLiteral("missing ')' to close the '('%1").arg(at(open)));
@@ -568,6 +580,8 @@ private:
 
     bool parseComparison(Fragment* out) {
         const Token key = m_tok;
+        if (++m_comparisons > kMaximumComparisons)
+            return error(QStringLiteral("more than %1 comparisons%2").arg(kMaximumComparisons).arg(at(key.pos)));
         const Attribute* attribute = attributeForKey(key.text);
         const QVariantMap item = menuItemForKey(key.text);
         if (!attribute || item.isEmpty())
@@ -700,6 +714,8 @@ private:
 
     QString m_text;
     qsizetype m_pos = 0; // where the lexer continues
+    int m_nesting = 0;
+    int m_comparisons = 0;
     qsizetype m_end = 0; // end of the current token
     Token m_tok;
     QString m_error;

@@ -178,9 +178,9 @@ bool looksBinary(const QByteArray& data) {
 
 // What libplist's binary reader does not survive: it aborts the process (an assertion) on a dictionary key
 // holding a NUL character, recurses without limit (a deep or cyclic list overflows the stack) and copies a
-// shared object at every reference (a few hundred bytes can expand to billions of values). Only a damaged
-// or hostile file holds these, so they are looked for before libplist sees the data. Anything else
-// malformed (offsets or references out of range) is left to libplist, which rejects it.
+// shared object at every reference (a few hundred bytes can expand to billions of values). So the data
+// goes to libplist only when every object and every reference in it has been read here and found sound:
+// whatever this check cannot make sense of is refused, not passed on.
 class BinaryCheck {
 public:
     explicit BinaryCheck(const QByteArray& data)
@@ -189,18 +189,19 @@ public:
     // Empty when libplist may read the data.
     QString problem() {
         constexpr uint64_t kTrailerSize = 32;
-        if (m_size < 8 + kTrailerSize) return {};
+        if (m_size < 8 + kTrailerSize) return QStringLiteral("too short for a binary property list");
         const uint64_t trailer = m_size - kTrailerSize;
         m_offsetSize = m_bytes[trailer + 6];
         m_referenceSize = m_bytes[trailer + 7];
         uint64_t top = 0;
         if (!readUnsigned(trailer + 8, 8, &m_objects) || !readUnsigned(trailer + 16, 8, &top) ||
-            !readUnsigned(trailer + 24, 8, &m_table) || m_objects > m_size || top >= m_objects)
-            return {};
+            !readUnsigned(trailer + 24, 8, &m_table) || m_referenceSize == 0 || m_referenceSize > 8 ||
+            m_objects == 0 || m_objects > m_size || top >= m_objects)
+            return QStringLiteral("the trailer is damaged");
 
         std::vector<Object> objects(m_objects);
         for (uint64_t index = 0; index < m_objects; ++index) {
-            if (!describe(index, &objects[index])) return {};
+            if (!describe(index, &objects[index])) return QStringLiteral("object %1 is damaged").arg(index);
             if (objects[index].nulInString) return QStringLiteral("a string holds a NUL character");
         }
         return walk(objects, top);
@@ -213,6 +214,8 @@ private:
         enum class State : uint8_t { New, Open, Done } state = State::New;
         uint32_t depth = 0;
         uint64_t expanded = 0; // values libplist makes of it, saturated
+        bool isString = false;
+        bool isDictionary = false;
     };
 
     bool readUnsigned(uint64_t at, unsigned width, uint64_t* value) const {
@@ -246,6 +249,7 @@ private:
             if (!count(offset, &items, &start)) return false;
             const uint64_t unit = type == 0x5 ? 1 : 2;
             if (start > m_size || items > (m_size - start) / unit) return false;
+            object->isString = true;
             for (uint64_t i = 0; i < items && !object->nulInString; ++i)
                 object->nulInString =
                     m_bytes[start + i * unit] == 0 && (unit == 1 || m_bytes[start + i * unit + 1] == 0);
@@ -253,6 +257,7 @@ private:
             if (!count(offset, &items, &start)) return false;
             if (type == 0xD && items > m_size) return false;
             object->references = type == 0xD ? items * 2 : items;
+            object->isDictionary = type == 0xD;
             object->firstReference = start;
             if (m_referenceSize == 0 || start > m_size ||
                 object->references > (m_size - start) / m_referenceSize)
@@ -277,7 +282,10 @@ private:
                 if (!readUnsigned(object.firstReference + frame.next * m_referenceSize, m_referenceSize,
                                   &child) ||
                     child >= m_objects)
-                    return {};
+                    return QStringLiteral("a reference points outside the list");
+                // A dictionary's references are its keys, then its values.
+                if (object.isDictionary && frame.next < object.references / 2 && !objects[child].isString)
+                    return QStringLiteral("a dictionary key is not a string");
                 ++frame.next;
                 Object& inner = objects[child];
                 if (inner.state == Object::State::Open) return QStringLiteral("an object contains itself");

@@ -150,7 +150,7 @@ TEST_F(WorkspaceTest, ALargeTreeSurvivesSavingAndLoading) {
     workspace().loadEntries();
     ASSERT_TRUE(waitForSmartGroups());
     EXPECT_EQ(ModelTest::describeTree(root()), before);
-    EXPECT_EQ(root().entriesOfClass<TWSmartGroupEntry>().first()->queryText(), smart->queryText());
+    EXPECT_EQ(root().entriesOfClass<TWSmartGroupEntry>().first()->queryText().value(), smart->queryText().value());
     // Statuses come back from the files, not from the stored tree.
     for (const TWFileEntryPtr& entry : workspace().fileEntries())
         EXPECT_EQ(entry->status(), TWStatus::Ready) << entry->path().toStdString();

@@ -124,6 +124,13 @@ TEST(Predicate, AndBindsTighterThanOrSoTheSuffixTakesTheLastCriterionAndFailures
     for (const char* text : {"Name CONTAINS[c] 'x'", "Name <> 'x'", "Duration => 1", "Duration =< 1e1",
                              "AudioChannelCount = -1", "TRUEPREDICATE"})
         EXPECT_TRUE(TWPredicate::parse(QString::fromUtf8(text))) << text;
+    // Nesting and length are bounded: the parser recurses, and SQLite limits an expression's depth.
+    EXPECT_EQ(TWPredicate::parse(QString(5000, u'(') + "Name = 'a'" + QString(5000, u')')).error().message(),
+              QStringLiteral("nested more than 100 deep at character 101"));
+    EXPECT_FALSE(TWPredicate::parse(QString(5000, u'!') + "Name = 'a'"));
+    QStringList many(600, QStringLiteral("Name = 'a'"));
+    EXPECT_EQ(TWPredicate::parse(many.join(" OR ")).error().message(),
+              QStringLiteral("more than 500 comparisons at character 7001"));
     // Values are bound, never pasted into the SQL.
     auto p = TWPredicate::parse("(Name = 'x\\' OR 1=1 --')");
     ASSERT_TRUE(p);

@@ -168,6 +168,17 @@ TEST(PropertyList, InputThatIsNotAPropertyListIsAnErrorNamingItsOrigin) {
     EXPECT_TRUE(nul.error().description().contains(QStringLiteral("NUL")))
         << nul.error().description().toStdString();
 
+    // The same key beside an object the check cannot read, which libplist never looks at: the check
+    // must refuse what it cannot read rather than pass the rest on.
+    const QByteArray dictionary("\xD1\x00\x00\x00\x02\x00\x00\x00\x03", 9);
+    auto unreadable = TWPropertyList::fromData(
+        binaryList({dictionary, QByteArray("\xAF\x00", 2), QByteArray("\x53" "a\0b", 4),
+                    QByteArray("\x10\x01", 2)}),
+        QStringLiteral("unreadable.plist"));
+    ASSERT_FALSE(unreadable);
+    EXPECT_TRUE(unreadable.error().description().contains(QStringLiteral("object 1 is damaged")))
+        << unreadable.error().description().toStdString();
+
     // What would make libplist overflow the stack or expand without end.
     QList<QByteArray> deep, bomb;
     for (quint32 i = 0; i < 100000; ++i)
