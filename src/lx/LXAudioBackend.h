@@ -40,7 +40,7 @@ public:
     virtual LXStatus finish(const LXAnnotations& annotations, bool retainUnknownChunks) = 0;
 };
 
-// libsndfile: CAF, AU, W64, FLAC, Ogg Vorbis, MP3 (read only) and whatever else it reads.
+// libsndfile: CAF, AU, W64, FLAC, Ogg Vorbis, Opus, MP3 (read only) and whatever else it reads.
 LXResult<std::unique_ptr<LXAudioReader>> LXOpenSndfileReader(const QString& path);
 LXResult<std::unique_ptr<LXAudioSink>> LXCreateSndfileSink(const QString& path,
                                                            const LXStreamDescription& desc);

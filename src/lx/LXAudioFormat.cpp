@@ -18,6 +18,7 @@ constexpr Entry kFormats[] = {
     {W64, "w64", "Sony Wave64"},
     {FLAC, "flac", "FLAC"},
     {Ogg, "ogg", "Ogg Vorbis"},
+    {Opus, "opus", "Opus"},
     {MP3, "mp3", "MPEG Layer 3"},
     {SD2, "sd2", "Sound Designer II"},
 };

@@ -16,7 +16,8 @@ constexpr uint32_t CAF = LXFourCC("caff");
 constexpr uint32_t AU = LXFourCC("NeXT");
 constexpr uint32_t W64 = LXFourCC("W64 ");
 constexpr uint32_t FLAC = LXFourCC("flac");
-constexpr uint32_t Ogg = LXFourCC("OggS");
+constexpr uint32_t Ogg = LXFourCC("OggS"); // Ogg Vorbis
+constexpr uint32_t Opus = LXFourCC("Opus"); // Opus in an Ogg container
 constexpr uint32_t MP3 = LXFourCC("MPG3");
 constexpr uint32_t SD2 = LXFourCC("Sd2f");
 

@@ -290,7 +290,7 @@ uint32_t typeCodeAtPath(const QString& path) {
     LXFileDescriptor fd = openPath(path, O_RDONLY | O_NONBLOCK);
     struct stat st;
     if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return 0;
-    unsigned char h[32] = {};
+    unsigned char h[36] = {};
     const ssize_t n = ::pread(fd.get(), h, sizeof h, 0);
     if (n < 4) return 0;
     auto at = [&](int offset, const char* magic) {
@@ -308,7 +308,9 @@ uint32_t typeCodeAtPath(const QString& path) {
                                               0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
     if (n >= 28 && std::memcmp(h, w64Riff, 16) == 0 && at(24, "wave")) return LXFormat::W64;
     if (at(0, "fLaC")) return LXFormat::FLAC;
-    if (at(0, "OggS")) return LXFormat::Ogg;
+    // An Ogg stream's first page holds one packet, the codec's identification header, after a
+    // 27-byte page header and a one-byte segment table.
+    if (at(0, "OggS")) return at(28, "Opus") && at(32, "Head") ? LXFormat::Opus : LXFormat::Ogg;
 
     if (n >= 10 && std::memcmp(h, "ID3", 3) == 0) {
         // An ID3v2 tag (size in 7-bit bytes, plus a footer when flagged) usually precedes MPEG audio,

@@ -17,7 +17,7 @@ bool isWritableDirectory(const QString& path);
 QStringList contentsOfDirectoryAtPath(const QString& path); // names, sorted, without "." and ".."
 
 // The four-character type code of the file, from its content ("WAVE", "AIFF", "AIFC", "caff",
-// "NeXT", "W64 ", "flac", "OggS", "MPG3"), 0 when not recognised or unreadable.
+// "NeXT", "W64 ", "flac", "OggS", "Opus", "MPG3"), 0 when not recognised or unreadable.
 uint32_t typeCodeAtPath(const QString& path);
 // The creator code kept in the user extended attribute "user.clipwright.creator", 0 when none.
 uint32_t creatorCodeAtPath(const QString& path);

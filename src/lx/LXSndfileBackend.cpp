@@ -117,7 +117,7 @@ uint32_t formatCode(int sfFormat, const QString& path) {
     case SF_FORMAT_FLAC:
         return LXFormat::FLAC;
     case SF_FORMAT_OGG:
-        return LXFormat::Ogg;
+        return (sfFormat & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS ? LXFormat::Opus : LXFormat::Ogg;
     case SF_FORMAT_MPEG:
         return LXFormat::MP3;
     case SF_FORMAT_SD2:
@@ -183,6 +183,7 @@ int majorFormatFor(uint32_t format) {
     case LXFormat::FLAC:
         return SF_FORMAT_FLAC;
     case LXFormat::Ogg:
+    case LXFormat::Opus:
         return SF_FORMAT_OGG;
     case LXFormat::MP3:
         return SF_FORMAT_MPEG;
@@ -191,8 +192,8 @@ int majorFormatFor(uint32_t format) {
     }
 }
 
-int subtypeFor(int major, const LXSampleEncoding& e) {
-    if (major == SF_FORMAT_OGG) return SF_FORMAT_VORBIS;
+int subtypeFor(uint32_t format, int major, const LXSampleEncoding& e) {
+    if (major == SF_FORMAT_OGG) return format == LXFormat::Opus ? SF_FORMAT_OPUS : SF_FORMAT_VORBIS;
     if (major == SF_FORMAT_MPEG) return SF_FORMAT_MPEG_LAYER_III;
     if (e.isFloat()) return e.bits == 32 ? SF_FORMAT_FLOAT : e.bits == 64 ? SF_FORMAT_DOUBLE : 0;
     switch (e.bits) {
@@ -578,7 +579,7 @@ LXResult<std::unique_ptr<LXAudioSink>> SndfileSink::create(const QString& path,
                        QStringLiteral("FLAC stores 8-, 16- or 24-bit integers, not %1 samples")
                            .arg(encodingName(desc.encoding)),
                        path);
-    const int subtype = subtypeFor(major, desc.encoding);
+    const int subtype = subtypeFor(desc.format, major, desc.encoding);
     if (subtype == 0)
         return LXError(LXErrInvalidParameter,
                        QStringLiteral("cannot write %1 samples to a %2 file")

@@ -31,7 +31,7 @@ bool admitsTypeCode(uint32_t code) {
         LXFourCC("SFIL"), LXFourCC("REX "),
         // Formats the framework reads whose type code comes from the file's content.
         LXFormat::RF64, LXFormat::CAF, LXFormat::AU, LXFormat::W64, LXFormat::FLAC, LXFormat::Ogg,
-        LXFormat::MP3};
+        LXFormat::Opus, LXFormat::MP3};
     return codes.contains(code) || (code == LXFourCC("REX2") && kREXLibraryAvailable);
 }
 

@@ -236,6 +236,9 @@ QStringList audioTypes(uint32_t format) {
     case LXFormat::Ogg:
         types = {"org.xiph.ogg-audio"};
         break;
+    case LXFormat::Opus:
+        types = {"org.xiph.opus", "org.xiph.ogg-audio"};
+        break;
     case LXFormat::MP3:
         types = {"public.mp3"};
         break;

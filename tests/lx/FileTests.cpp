@@ -97,6 +97,7 @@ TEST_F(FileServices, TypeCodeComesFromTheContentNotTheName) {
         {"id3-mp3", id3 + readFile(path("x.mp3.dat")), LXFormat::MP3},
         {"id3-flac", id3 + readFile(path("x.flac.dat")), LXFormat::FLAC},
         {"mpeg-frame", raw("\xff\xfb\x90\x64") + junk, LXFormat::MP3},
+        {"ogg-opus", raw("OggS") + QByteArray(24, '\0') + raw("OpusHead") + junk, LXFormat::Opus},
         {"adts-aac", raw("\xff\xf1\x50\x80") + junk, 0},
         {"riff-avi", raw("RIFF\x00\x00\x00@AVI ") + junk, 0},
         {"text", "Hello, this is not audio at all.", 0},
