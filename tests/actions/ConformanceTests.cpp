@@ -153,10 +153,12 @@ TEST_P(Conformance, ANewActionHoldsValidInstructionsAndTheCommandLineDocumentsEv
         return command.className == GetParam() || command.secondClassName == GetParam();
     });
     EXPECT_TRUE(hasCommand) << "no command runs " << GetParam().toStdString();
-    const QString help = TWCommandLine::describeActionKeys(GetParam());
+    const QList<TWCommandLine::Option> options = TWCommandLine::keyOptions(GetParam());
     for (const TWInstructionKey& key : action->instructionKeys()) {
-        const QString line = help.section(QStringLiteral("--") + key.name + u' ', 1).section(u'\n', 0, 0);
-        EXPECT_FALSE(line.isEmpty()) << key.name.toStdString();
+        const auto option = std::find_if(options.cbegin(), options.cend(),
+                                         [&](const auto& each) { return each.name == key.name; });
+        ASSERT_NE(option, options.cend()) << key.name.toStdString();
+        const QString& line = option->help;
         EXPECT_TRUE(line.contains("required") || line.contains("default " + key.describe(key.defaultValue)))
             << line.toStdString();
         if (key.details.range) {

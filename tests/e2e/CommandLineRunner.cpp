@@ -1,5 +1,7 @@
 #include "CommandLineRunner.h"
 
+#include "TestAudio.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -38,6 +40,23 @@ CommandLineRunner::Result CommandLineRunner::run(const QStringList& arguments) c
     result.out = QString::fromLocal8Bit(process.readAllStandardOutput());
     result.err = QString::fromLocal8Bit(process.readAllStandardError());
     return result;
+}
+
+QStringList CommandLineRunner::commands() const {
+    const QString help = run({QStringLiteral("--help")}).out;
+    QStringList names;
+    for (const QString& line : help.section(QStringLiteral("Commands:\n"), 1)
+                                   .section(QStringLiteral("\n\n"), 0, 0)
+                                   .split(u'\n', Qt::SkipEmptyParts))
+        names.append(line.trimmed().section(u' ', 0, 0));
+    return names;
+}
+
+QString CommandLineRunner::makeSine(const QString& name) const {
+    const auto made =
+        TestAudio::generateWithSox(QDir(work()).filePath(name), {"-n", "-r", "44100", "-c", "2"},
+                                   {"synth", "1", "sine", "440", "vol", "0.5"});
+    return made ? *made : QString();
 }
 
 QStringList CommandLineRunner::Result::lines() const {

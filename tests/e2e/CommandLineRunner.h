@@ -23,6 +23,10 @@ public:
         QStringList lines() const; // stdout, one path a line
     };
     Result run(const QStringList& arguments) const;
+    // The available commands, as `clipwright --help` lists them.
+    QStringList commands() const;
+    // A second of a 440 Hz sine at half scale, made by sox in the work folder.
+    QString makeSine(const QString& name) const;
 
 private:
     QTemporaryDir m_home;

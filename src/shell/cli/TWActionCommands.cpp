@@ -88,14 +88,12 @@ const QList<ActionCommand>& actionCommands() {
     return list;
 }
 
-QString describeActionKeys(const QString& className) {
+QList<Option> keyOptions(const QString& className) {
     const std::unique_ptr<TWAction> action = TWActionRegistry::make(className);
     if (!action) return {};
     const QStringList required = action->requiredInstructionKeys();
-    QString text;
+    QList<Option> options;
     for (const TWInstructionKey& key : action->instructionKeys()) {
-        const QString line =
-            QStringLiteral("  --%1 %2").arg(key.name, TWInstructionKey::typeName(key.type).toUpper());
         QStringList notes;
         if (required.contains(key.name))
             notes.append(QStringLiteral("required"));
@@ -113,42 +111,50 @@ QString describeActionKeys(const QString& className) {
                 choices.append(QStringLiteral("%1 (%2)").arg(key.describe(choice.value), choice.title));
             notes.append(QStringLiteral("one of ") + choices.join(QStringLiteral(", ")));
         }
-        text += line.leftJustified(32) + u' ' + key.help + QStringLiteral(" (") +
-                notes.join(QStringLiteral("; ")) + QStringLiteral(")\n");
+        Option option{key.name, key.help + QStringLiteral(" (") + notes.join(QStringLiteral("; ")) + u')',
+                      Option::Value::Required, TWInstructionKey::typeName(key.type).toUpper()};
+        if (key.type == TWValueType::Boolean) { // "--rms" alone is "--rms yes"
+            option.value = Option::Value::Optional;
+            option.isValue = [key](const QString& text) { return bool(key.valueFromText(text)); };
+        }
+        options.append(option);
     }
-    return text;
+    return options;
 }
 
 namespace {
 
-bool isAvailable(const ActionCommand& command) {
-    return TWActionRegistry::isRegistered(command.className) ||
-           (!command.secondClassName.isEmpty() && TWActionRegistry::isRegistered(command.secondClassName));
+// The first of the command's actions that this version has; none when the command is not available.
+std::unique_ptr<TWAction> firstAction(const ActionCommand& command) {
+    if (std::unique_ptr<TWAction> action = TWActionRegistry::make(command.className)) return action;
+    return command.secondClassName.isEmpty() ? nullptr : TWActionRegistry::make(command.secondClassName);
 }
 
-QString helpFor(const ActionCommand& command) {
-    QString text = QStringLiteral("Usage: clipwright %1 [OPTIONS] FILE...\n\n").arg(command.name);
-    if (!isAvailable(command))
-        return text +
-               QStringLiteral("This command's action is not available in this version of Clipwright.\n");
-    const std::unique_ptr<TWAction> action = TWActionRegistry::make(command.className);
-    text +=
-        QStringLiteral("Runs \"%1\" over each file (or each audio file in a folder), in place unless\n"
-                       "told otherwise, and prints the paths of the files produced, one a line. In-place\n"
-                       "changes can be undone with 'clipwright undo'.\n\nOptions:\n")
-            .arg(action->name());
-    text += describeActionKeys(command.className);
-    if (!command.secondClassName.isEmpty()) text += describeActionKeys(command.secondClassName);
-    if (!action->onlyInPlace())
-        text += QStringLiteral(
-            "  --to-new-file                  write new files beside the sources instead of\n"
-            "                                 replacing them (never overwrites: names are numbered)\n"
-            "  --directory DIR                write the new files into DIR\n"
-            "  --add-to-list                  add the new files to the file list\n");
-    text += QStringLiteral("  --help                         show this text\n\n"
-                           "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
-                           "files this command replaced. Exit status: 0 done, 8 failed, 2 usage error.\n");
-    return text;
+const Option* optionNamed(const QString& name, const QList<Option>& options) {
+    for (const Option& option : options)
+        if (option.name == name) return &option;
+    return nullptr;
+}
+
+// The keys of the command's actions, each once, then the choosing options that are not keys, then where
+// the results go.
+QList<Option> actionOptions(const ActionCommand& command) {
+    QList<Option> options;
+    for (const QString& className : {command.className, command.secondClassName})
+        for (const Option& option : keyOptions(className))
+            if (!optionNamed(option.name, options)) options.append(option);
+    for (const QString& name : {command.firstOption, command.secondOption})
+        if (!name.isEmpty() && !optionNamed(name, options))
+            options.append({name, QStringLiteral("chooses the action"), Option::Value::Required,
+                            QStringLiteral("NUMBER")});
+    if (const std::unique_ptr<TWAction> action = firstAction(command); action && !action->onlyInPlace())
+        options += {{QStringLiteral("to-new-file"),
+                     QStringLiteral("write new files beside the sources instead of replacing them (never "
+                                    "overwrites: names are numbered)")},
+                    {QStringLiteral("directory"), QStringLiteral("write the new files into DIR"),
+                     Option::Value::Required, QStringLiteral("DIR")},
+                    {QStringLiteral("add-to-list"), QStringLiteral("add the new files to the file list")}};
+    return options;
 }
 
 // The option's value, typed by whichever of the command's actions knows the key.
@@ -158,11 +164,7 @@ std::optional<TWInstructionKey> keyNamed(const QString& name, const QList<TWInst
     return std::nullopt;
 }
 
-int runActionCommand(const ActionCommand& command, const QStringList& arguments, Context& context) {
-    if (!isAvailable(command))
-        return fail(context, QStringLiteral("'%1' is not available in this version: its action (%2) has not "
-                                            "been built yet.")
-                                 .arg(command.name, command.className));
+int runActionCommand(const ActionCommand& command, const Arguments& arguments, Context& context) {
     QList<TWInstructionKey> keys;
     for (const QString& className : {command.className, command.secondClassName})
         if (auto action = TWActionRegistry::make(className)) keys += action->instructionKeys();
@@ -175,43 +177,25 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
     bool toNewFile = false;
     bool addToList = false;
     QString directory;
-    QStringList files;
-    bool optionsEnded = false;
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        const QString& argument = arguments.at(i);
-        if (optionsEnded || !argument.startsWith(QStringLiteral("--")) || argument.size() == 2) {
-            if (argument == u"--" && !optionsEnded)
-                optionsEnded = true;
-            else
-                files.append(argument);
-            continue;
-        }
-        const QString name = argument.mid(2);
+    for (const auto& [name, text] : arguments.options) {
         if (name == u"to-new-file") {
             toNewFile = true;
         } else if (name == u"add-to-list") {
             addToList = true;
         } else if (name == u"directory") {
-            if (++i >= arguments.size())
-                return usageError(context, command.name, "--directory needs a folder");
-            directory = LXFile::conformPath(arguments.at(i));
+            directory = LXFile::conformPath(text);
             toNewFile = true;
         } else if (const std::optional<TWInstructionKey> key = keyNamed(name, keys)) {
-            // A boolean option may stand alone: "--rms" is "--rms yes".
-            const QString next = arguments.value(i + 1);
-            if (key->type == TWValueType::Boolean && !key->valueFromText(next)) {
+            if (key->type == TWValueType::Boolean && text.isEmpty()) { // "--rms" alone is "--rms yes"
                 values.insert(key->name, true);
                 continue;
             }
-            if (++i >= arguments.size())
-                return usageError(context, command.name, QStringLiteral("--%1 needs a value").arg(name));
-            const LXResult<QVariant> value = key->valueFromText(arguments.at(i));
+            const LXResult<QVariant> value = key->valueFromText(text);
             if (!value) return usageError(context, command.name, value.error().message());
             values.insert(key->name, *value);
-        } else {
-            return usageError(context, command.name, QStringLiteral("unknown option '%1'").arg(argument));
         }
     }
+    const QStringList& files = arguments.operands;
     if (files.isEmpty()) return usageError(context, command.name, "no files given");
 
     QString className = command.className;
@@ -261,18 +245,37 @@ int runActionCommand(const ActionCommand& command, const QStringList& arguments,
     return kSuccess;
 }
 
+Command commandFor(const ActionCommand& command) {
+    const std::unique_ptr<TWAction> action = firstAction(command);
+    Command result{command.name,     {}, {QStringLiteral("[OPTIONS] FILE...")}, {}, {}, {}, {},
+                   action != nullptr};
+    if (!action) {
+        result.description =
+            QStringLiteral("This command's action is not available in this version of Clipwright.\n");
+        return result;
+    }
+    result.summary = action->name().toLower();
+    result.description =
+        QStringLiteral("Runs \"%1\" over each file (or each audio file in a folder), in place unless\n"
+                       "told otherwise, and prints the paths of the files produced, one a line. In-place\n"
+                       "changes can be undone with 'clipwright undo'.\n")
+            .arg(action->name());
+    result.options = actionOptions(command);
+    result.notes =
+        QStringLiteral("Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
+                       "files this command replaced. Exit status: 0 done, 8 failed, 2 usage error.\n");
+    result.run = [command](const Arguments& arguments, Context& context) {
+        return runActionCommand(command, arguments, context);
+    };
+    return result;
+}
+
 } // namespace
 
 QList<Command> actionCommandList() {
     QList<Command> list;
-    for (const ActionCommand& command : actionCommands()) {
-        const std::unique_ptr<TWAction> action = TWActionRegistry::make(command.className);
-        list.append({command.name, action ? action->name().toLower() : QString(), helpFor(command),
-                     [command](const QStringList& arguments, Context& context) {
-                         return runActionCommand(command, arguments, context);
-                     },
-                     isAvailable(command)});
-    }
+    for (const ActionCommand& command : actionCommands())
+        list.append(commandFor(command));
     return list;
 }
 

@@ -16,7 +16,8 @@ struct ActionCommand {
 const QList<ActionCommand>& actionCommands();
 // The Command for each of them, for the command list.
 QList<Command> actionCommandList();
-// A one-line summary and the help of an action's keys, for --help and `clipwright actions`.
-QString describeActionKeys(const QString& className);
+// An action's keys as options, each with its help, whether it is required, its default and its range,
+// for --help and `clipwright actions`.
+QList<Option> keyOptions(const QString& className);
 
 } // namespace TWCommandLine

@@ -7,12 +7,15 @@
 namespace TWCommandLine {
 
 Command actionsCommand() {
-    return {QStringLiteral("actions"), QStringLiteral("list the actions and their options"),
-            QStringLiteral("Usage: clipwright actions\n\n"
-                           "Lists each action command with its name, its options (the action's instruction\n"
+    return {QStringLiteral("actions"),
+            QStringLiteral("list the actions and their options"),
+            {QStringLiteral("[OPTIONS]")},
+            QStringLiteral("Lists each action command with its name, its options (the action's instruction\n"
                            "keys, as workflow files spell them), which are required and their defaults.\n"),
-            [](const QStringList& arguments, Context& context) {
-                if (!arguments.isEmpty())
+            {},
+            {},
+            [](const Arguments& arguments, Context& context) {
+                if (!arguments.operands.isEmpty())
                     return usageError(context, QStringLiteral("actions"), "takes no arguments");
                 QStringList unavailable;
                 for (const ActionCommand& command : actionCommands()) {
@@ -23,7 +26,7 @@ Command actionsCommand() {
                     }
                     context.out << command.name << " (" << action->name() << ", " << action->className()
                                 << ")\n";
-                    const QString keys = describeActionKeys(command.className);
+                    const QString keys = describeOptions(keyOptions(command.className));
                     context.out << (keys.isEmpty() ? QStringLiteral("  no options of its own\n") : keys);
                     const QStringList required = action->requiredInstructionKeys();
                     context.out << "  required: "

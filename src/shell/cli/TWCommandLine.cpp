@@ -16,6 +16,24 @@ const QList<Command>& commands() {
     return list;
 }
 
+const QList<Option>& commonOptions() {
+    static const QList<Option> options = {
+        {QStringLiteral("help"), QStringLiteral("show this text"), Option::Value::None, {}, u'h'},
+    };
+    return options;
+}
+
+QString helpText(const Command& command) {
+    QString text;
+    for (const QString& usage : command.usage)
+        text += (text.isEmpty() ? QStringLiteral("Usage: ") : QStringLiteral("       ")) +
+                QStringLiteral("clipwright %1 %2\n").arg(command.name, usage);
+    text += u'\n' + command.description + QStringLiteral("\nOptions:\n") +
+            describeOptions(command.options + commonOptions());
+    if (!command.notes.isEmpty()) text += u'\n' + command.notes;
+    return text;
+}
+
 int fail(Context& context, const QString& message, int status) {
     context.err << "clipwright: " << message << Qt::endl;
     return status;
@@ -28,6 +46,18 @@ int usageError(Context& context, const QString& command, const QString& message)
 }
 
 namespace {
+
+const QList<Option>& programOptions() {
+    static const QList<Option> options = {
+        {QStringLiteral("help"),
+         QStringLiteral("show this text, or a command's help after the command"),
+         Option::Value::None,
+         {},
+         u'h'},
+        {QStringLiteral("version"), QStringLiteral("show the version")},
+    };
+    return options;
+}
 
 void printOverview(QTextStream& out) {
     out << "Usage: clipwright COMMAND [OPTIONS] [FILE...]\n\n"
@@ -54,8 +84,41 @@ void printOverview(QTextStream& out) {
         out << '\n';
     }
     out << "\nOptions:\n"
-           "  --help      show this text, or a command's help after the command\n"
-           "  --version   show the version\n";
+        << describeOptions(programOptions())
+        << "\nOptions and files may come in any order; '--' ends the options. A value may follow\n"
+           "its option or be joined to it: '--level -6' or '--level=-6'.\n"
+           "Exit status: 0 done, 8 a command failed, 2 a usage error.\n";
+}
+
+const Command* commandNamed(const QString& name) {
+    for (const Command& command : commands())
+        if (command.name == name) return &command;
+    return nullptr;
+}
+
+// clipwright --help [COMMAND], --version.
+int runProgramOptions(const QStringList& arguments, Context& context) {
+    QString error;
+    const std::optional<Arguments> parsed = parseArguments(programOptions(), arguments, &error);
+    if (!parsed) {
+        context.err << "clipwright: " << error << Qt::endl << "Try 'clipwright --help'." << Qt::endl;
+        return kUsageError;
+    }
+    if (parsed->has(QStringLiteral("help"))) {
+        if (const Command* command = commandNamed(parsed->operands.value(0))) {
+            context.out << helpText(*command);
+            return kSuccess;
+        }
+        printOverview(context.out);
+        return kSuccess;
+    }
+    if (parsed->has(QStringLiteral("version")) && parsed->operands.isEmpty()) {
+        context.out << "clipwright " << QCoreApplication::applicationVersion() << '\n';
+        return kSuccess;
+    }
+    context.err << "clipwright: the command comes first: clipwright COMMAND [OPTIONS] [FILE...]" << Qt::endl
+                << "Try 'clipwright --help'." << Qt::endl;
+    return kUsageError;
 }
 
 } // namespace
@@ -64,33 +127,32 @@ int run(const TWSession& session, const QStringList& arguments) {
     QTextStream out(stdout);
     QTextStream err(stderr);
     Context context{session, out, err};
-    if (arguments.isEmpty() || arguments.first() == u"--help" || arguments.first() == u"-h" ||
-        arguments.first() == u"help") {
-        const QString topic = arguments.value(1);
-        for (const Command& command : commands())
-            if (command.name == topic) {
-                out << command.help;
-                return kSuccess;
-            }
-        printOverview(arguments.isEmpty() ? err : out);
-        return arguments.isEmpty() ? kUsageError : kSuccess;
+    if (arguments.isEmpty()) {
+        printOverview(err);
+        return kUsageError;
     }
-    if (arguments.first() == u"--version") {
-        out << "clipwright " << QCoreApplication::applicationVersion() << '\n';
+    if (arguments.first() == u"help")
+        return runProgramOptions(QStringList{QStringLiteral("--help")} + arguments.mid(1), context);
+    if (arguments.first().startsWith(u'-')) return runProgramOptions(arguments, context);
+    const Command* command = commandNamed(arguments.first());
+    if (!command) {
+        err << "clipwright: '" << arguments.first() << "' is not a command." << Qt::endl;
+        printOverview(err);
+        return kUsageError;
+    }
+    QString error;
+    const std::optional<Arguments> parsed =
+        parseArguments(command->options + commonOptions(), arguments.mid(1), &error);
+    if (parsed && parsed->has(QStringLiteral("help"))) {
+        out << helpText(*command);
         return kSuccess;
     }
-    for (const Command& command : commands()) {
-        if (command.name != arguments.first()) continue;
-        const QStringList rest = arguments.mid(1);
-        if (rest.contains(QStringLiteral("--help")) || rest.contains(QStringLiteral("-h"))) {
-            out << command.help;
-            return kSuccess;
-        }
-        return command.run(rest, context);
-    }
-    err << "clipwright: '" << arguments.first() << "' is not a command." << Qt::endl;
-    printOverview(err);
-    return kUsageError;
+    if (!command->available)
+        return fail(context, QStringLiteral("'%1' is not available in this version: its action has not been "
+                                            "built yet.")
+                                 .arg(command->name));
+    if (!parsed) return usageError(context, command->name, error);
+    return command->run(*parsed, context);
 }
 
 } // namespace TWCommandLine

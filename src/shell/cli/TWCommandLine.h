@@ -1,5 +1,7 @@
 #pragma once
 
+#include "shell/cli/TWOptions.h"
+
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
@@ -24,9 +26,12 @@ struct Context {
 
 struct Command {
     QString name;
-    QString summary; // one line for the command list
-    QString help;    // the whole --help text of the command
-    std::function<int(const QStringList& arguments, Context& context)> run;
+    QString summary;       // one line for the command list
+    QStringList usage;     // what follows "clipwright NAME" on each usage line
+    QString description;   // the paragraphs of --help before the options
+    QList<Option> options; // the command's own; every command also takes commonOptions()
+    QString notes;         // the paragraphs after the options
+    std::function<int(const Arguments& arguments, Context& context)> run;
     bool available = true; // false: listed apart, its action is not built yet
 };
 
@@ -35,6 +40,11 @@ int run(const TWSession& session, const QStringList& arguments);
 
 // The commands, in the order `clipwright --help` lists them.
 const QList<Command>& commands();
+
+// The options every command takes after its own (--help).
+const QList<Option>& commonOptions();
+// The whole --help text of a command.
+QString helpText(const Command& command);
 
 // For commands: "clipwright: <message>" on stderr, then the status to return.
 int fail(Context& context, const QString& message, int status = kCommandFailed);

@@ -35,20 +35,10 @@ int listKeys(Context& context) {
     return kSuccess;
 }
 
-int runFind(const QStringList& arguments, Context& context) {
-    bool any = false;
-    QStringList words;
-    for (const QString& argument : arguments) {
-        if (argument == u"--any")
-            any = true;
-        else if (argument == u"--keys")
-            return listKeys(context);
-        else if (argument.startsWith(u"--"))
-            return usageError(context, QStringLiteral("find"),
-                              QStringLiteral("unknown option %1").arg(argument));
-        else
-            words.append(argument);
-    }
+int runFind(const Arguments& arguments, Context& context) {
+    if (arguments.has(QStringLiteral("keys"))) return listKeys(context);
+    const bool any = arguments.has(QStringLiteral("any"));
+    QStringList words = arguments.operands;
     if (words.isEmpty())
         return usageError(context, QStringLiteral("find"), QStringLiteral("no folder given"));
     const QString scope = LXFile::conformPath(words.takeFirst());
@@ -87,21 +77,24 @@ int runFind(const QStringList& arguments, Context& context) {
 } // namespace
 
 Command findCommand() {
-    return {QStringLiteral("find"), QStringLiteral("find audio files in a folder by name and properties"),
-            QStringLiteral(
-                "Usage: clipwright find FOLDER [KEY OPERATOR VALUE]... [--any]\n"
-                "       clipwright find --keys\n\n"
-                "Searches FOLDER and its subfolders for audio files that meet every criterion (with\n"
-                "--any: at least one) and prints their paths, one a line. The folder is indexed on\n"
-                "the first search and only changed files are read again afterwards.\n\n"
-                "Operators: contains, begins-with, ends-with (text, ignoring case and accents);\n"
-                "           = (or is), >, <, >=, <= (numbers and dates); LIKE[cd], BEGINSWITH[cd],\n"
-                "           ENDSWITH[cd] and BEGINSWITH are accepted as smart groups store them.\n"
-                "Keys: --keys lists them (Name, AudioSampleRate, AudioChannelCount, Duration, ...).\n\n"
-                "With --any the criteria are joined by OR, and the audio-only condition binds to the\n"
-                "last criterion alone, as in smart groups.\n\n"
-                "Example: clipwright find ~/Samples Name contains kick AudioSampleRate '>' 44100\n"),
-            runFind};
+    return {
+        QStringLiteral("find"),
+        QStringLiteral("find audio files in a folder by name and properties"),
+        {QStringLiteral("FOLDER [KEY OPERATOR VALUE]... [--any]"), QStringLiteral("--keys")},
+        QStringLiteral(
+            "Searches FOLDER and its subfolders for audio files that meet every criterion (with\n"
+            "--any: at least one) and prints their paths, one a line. The folder is indexed on\n"
+            "the first search and only changed files are read again afterwards.\n\n"
+            "Operators: contains, begins-with, ends-with (text, ignoring case and accents);\n"
+            "           = (or is), >, <, >=, <= (numbers and dates); LIKE[cd], BEGINSWITH[cd],\n"
+            "           ENDSWITH[cd] and BEGINSWITH are accepted as smart groups store them.\n"
+            "Keys: --keys lists them (Name, AudioSampleRate, AudioChannelCount, Duration, ...).\n\n"
+            "With --any the criteria are joined by OR, and the audio-only condition binds to the\n"
+            "last criterion alone, as in smart groups.\n"),
+        {{QStringLiteral("any"), QStringLiteral("join the criteria by OR rather than AND")},
+         {QStringLiteral("keys"), QStringLiteral("list the keys a criterion may name")}},
+        QStringLiteral("Example: clipwright find ~/Samples Name contains kick AudioSampleRate '>' 44100\n"),
+        runFind};
 }
 
 } // namespace TWCommandLine

@@ -87,21 +87,10 @@ QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
     return rows;
 }
 
-int runInfo(const QStringList& arguments, Context& context) {
-    bool json = false;
-    bool analyze = true;
-    QStringList paths;
-    for (const QString& argument : arguments) {
-        if (argument == u"--json")
-            json = true;
-        else if (argument == u"--no-analyze")
-            analyze = false;
-        else if (argument.startsWith(u"--"))
-            return usageError(context, QStringLiteral("info"),
-                              QStringLiteral("unknown option %1").arg(argument));
-        else
-            paths.append(argument);
-    }
+int runInfo(const Arguments& arguments, Context& context) {
+    const bool json = arguments.has(QStringLiteral("json"));
+    const bool analyze = !arguments.has(QStringLiteral("no-analyze"));
+    const QStringList& paths = arguments.operands;
     if (paths.isEmpty()) return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
 
     int status = kSuccess;
@@ -138,18 +127,19 @@ int runInfo(const QStringList& arguments, Context& context) {
 } // namespace
 
 Command infoCommand() {
-    return {QStringLiteral("info"), QStringLiteral("show the properties, levels and metadata of audio files"),
-            QStringLiteral("Usage: clipwright info [--json] [--no-analyze] FILE...\n\n"
-                           "Shows each file as the file list sees it: its status, format, bit depth, rate,\n"
-                           "channels, length, levels (peak, RMS, clipped samples, DC offset), musical\n"
-                           "properties and text metadata. Files not yet analysed are analysed first, and\n"
-                           "the results kept for next time.\n\n"
-                           "Options:\n"
-                           "  --json         one JSON object per file: the raw values, \"status\", and the\n"
-                           "                 shown texts under \"display\"\n"
-                           "  --no-analyze   do not measure levels of files not yet analysed\n\n"
-                           "Exit status: 0, or 8 when a file is missing, damaged or not audio.\n"),
-            runInfo};
+    return {
+        QStringLiteral("info"),
+        QStringLiteral("show the properties, levels and metadata of audio files"),
+        {QStringLiteral("[OPTIONS] FILE...")},
+        QStringLiteral("Shows each file as the file list sees it: its status, format, bit depth, rate,\n"
+                       "channels, length, levels (peak, RMS, clipped samples, DC offset), musical\n"
+                       "properties and text metadata. Files not yet analysed are analysed first, and\n"
+                       "the results kept for next time.\n"),
+        {{QStringLiteral("json"), QStringLiteral("one JSON object per file: the raw values, \"status\", and "
+                                                 "the shown texts under \"display\"")},
+         {QStringLiteral("no-analyze"), QStringLiteral("do not measure levels of files not yet analysed")}},
+        QStringLiteral("Exit status: 0, or 8 when a file is missing, damaged or not audio.\n"),
+        runInfo};
 }
 
 } // namespace TWCommandLine

@@ -39,17 +39,18 @@ std::optional<QVariantList> findWorkflow(const QString& argument, Context& conte
     return std::nullopt;
 }
 
-int runWorkflow(const QStringList& arguments, Context& context) {
-    if (arguments.size() < 2)
+int runWorkflow(const Arguments& arguments, Context& context) {
+    const QStringList& operands = arguments.operands;
+    if (operands.size() < 2)
         return usageError(context, QStringLiteral("run"), "needs a workflow and at least one file");
-    const std::optional<QVariantList> states = findWorkflow(arguments.first(), context);
+    const std::optional<QVariantList> states = findWorkflow(operands.first(), context);
     if (!states) return kCommandFailed;
     const QVariantList instructions = TWWorkflowFile::instructionsFromStates(*states);
     if (instructions.isEmpty()) return fail(context, "the workflow has no action this version can run");
 
     bool allAdmitted = true;
     TWWorkspace& workspace = context.session.workspace();
-    TWRunner::addFiles(workspace, arguments.mid(1), context.err, &allAdmitted);
+    TWRunner::addFiles(workspace, operands.mid(1), context.err, &allAdmitted);
     if (!allAdmitted) return fail(context, "nothing was processed");
     // The files are the selection (source 1) and all the entries (source 0).
     workspace.setSelectedEntries(workspace.entries());
@@ -62,8 +63,9 @@ int runWorkflow(const QStringList& arguments, Context& context) {
     return kSuccess;
 }
 
-int listWorkflows(const QStringList& arguments, Context& context) {
-    if (!arguments.isEmpty()) return usageError(context, QStringLiteral("workflows"), "takes no arguments");
+int listWorkflows(const Arguments& arguments, Context& context) {
+    if (!arguments.operands.isEmpty())
+        return usageError(context, QStringLiteral("workflows"), "takes no files");
     const TWWorkflowLibrary library(context.session.runs().context().preferences);
     for (const TWWorkflowLibrary::Item& group : library.groups()) {
         context.out << group.title << (group.items.isEmpty() ? QStringLiteral(" (none)") : QString()) << '\n';
@@ -87,24 +89,29 @@ int listWorkflows(const QStringList& arguments, Context& context) {
 
 Command runCommand() {
     return {
-        QStringLiteral("run"), QStringLiteral("run a workflow over files"),
-        QStringLiteral("Usage: clipwright run WORKFLOW FILE...\n\n"
-                       "Runs a workflow over the files (and the audio files in folders): WORKFLOW is a\n"
+        QStringLiteral("run"),
+        QStringLiteral("run a workflow over files"),
+        {QStringLiteral("[OPTIONS] WORKFLOW FILE...")},
+        QStringLiteral("Runs a workflow over the files (and the audio files in folders): WORKFLOW is a\n"
                        "workflow file (.twwf) or the title of a workflow in the library (see\n"
                        "'clipwright workflows'). The files are both the selection and the whole list, so\n"
                        "actions whose source is the selection or all files process them; each action's\n"
-                       "results go to the next. Prints the paths the actions produced, one a line.\n\n"
-                       "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
+                       "results go to the next. Prints the paths the actions produced, one a line.\n"),
+        {},
+        QStringLiteral("Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
                        "files the running action replaced. In-place changes can be undone with\n"
                        "'clipwright undo' (one step per action). Exit status: 0 done, 8 failed, 2 usage.\n"),
         runWorkflow};
 }
 
 Command workflowsCommand() {
-    return {QStringLiteral("workflows"), QStringLiteral("list the factory and user workflows"),
-            QStringLiteral("Usage: clipwright workflows\n\n"
-                           "Lists the workflows of the library, factory and user, with their actions.\n"
+    return {QStringLiteral("workflows"),
+            QStringLiteral("list the factory and user workflows"),
+            {QStringLiteral("[OPTIONS]")},
+            QStringLiteral("Lists the workflows of the library, factory and user, with their actions.\n"
                            "A user workflow is any .twwf file in the folder named at the end.\n"),
+            {},
+            {},
             listWorkflows};
 }
 

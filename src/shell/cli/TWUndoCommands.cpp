@@ -34,42 +34,51 @@ int switchStep(Context& context, bool undo) {
 } // namespace
 
 Command undoCommand() {
-    return {QStringLiteral("undo"), QStringLiteral("undo the last in-place change"),
-            QStringLiteral("Usage: clipwright undo\n\n"
-                           "Puts back the files that the last command or workflow replaced in place, and\n"
+    return {QStringLiteral("undo"),
+            QStringLiteral("undo the last in-place change"),
+            {QStringLiteral("[OPTIONS]")},
+            QStringLiteral("Puts back the files that the last command or workflow replaced in place, and\n"
                            "prints their paths. Repeat to go further back; 'clipwright redo' brings the\n"
                            "changes back. The replaced versions are kept in the undo folder (%1).\n")
                 .arg(TWSupportFolders::undoDirectory()),
-            [](const QStringList& arguments, Context& context) {
-                if (!arguments.isEmpty())
-                    return usageError(context, QStringLiteral("undo"), "takes no arguments");
+            {},
+            {},
+            [](const Arguments& arguments, Context& context) {
+                if (!arguments.operands.isEmpty())
+                    return usageError(context, QStringLiteral("undo"), "takes no files");
                 return switchStep(context, true);
             }};
 }
 
 Command redoCommand() {
-    return {QStringLiteral("redo"), QStringLiteral("redo the change last undone"),
-            QStringLiteral("Usage: clipwright redo\n\n"
-                           "Replaces the files again with the versions that 'clipwright undo' put aside,\n"
+    return {QStringLiteral("redo"),
+            QStringLiteral("redo the change last undone"),
+            {QStringLiteral("[OPTIONS]")},
+            QStringLiteral("Replaces the files again with the versions that 'clipwright undo' put aside,\n"
                            "and prints their paths.\n"),
-            [](const QStringList& arguments, Context& context) {
-                if (!arguments.isEmpty())
-                    return usageError(context, QStringLiteral("redo"), "takes no arguments");
+            {},
+            {},
+            [](const Arguments& arguments, Context& context) {
+                if (!arguments.operands.isEmpty())
+                    return usageError(context, QStringLiteral("redo"), "takes no files");
                 return switchStep(context, false);
             }};
 }
 
 Command flushUndoCommand() {
     return {
-        QStringLiteral("flush-undo"), QStringLiteral("delete the kept earlier versions of files"),
-        QStringLiteral("Usage: clipwright flush-undo [--yes]\n\n"
-                       "Empties the undo folder: the earlier versions of every file changed in place are\n"
+        QStringLiteral("flush-undo"),
+        QStringLiteral("delete the kept earlier versions of files"),
+        {QStringLiteral("[OPTIONS]")},
+        QStringLiteral("Empties the undo folder: the earlier versions of every file changed in place are\n"
                        "deleted, and nothing done so far can be undone. Asks first on a terminal;\n"
                        "elsewhere it needs --yes.\n"),
-        [](const QStringList& arguments, Context& context) {
-            if (arguments.size() > 1 || (arguments.size() == 1 && arguments.first() != u"--yes"))
-                return usageError(context, QStringLiteral("flush-undo"), "takes only --yes");
-            const bool ask = arguments.isEmpty();
+        {{QStringLiteral("yes"), QStringLiteral("do not ask first"), Option::Value::None, {}, u'y'}},
+        {},
+        [](const Arguments& arguments, Context& context) {
+            if (!arguments.operands.isEmpty())
+                return usageError(context, QStringLiteral("flush-undo"), "takes no files");
+            const bool ask = !arguments.has(QStringLiteral("yes"));
             if (ask && ::isatty(STDIN_FILENO) != 1)
                 return usageError(context, QStringLiteral("flush-undo"),
                                   "needs --yes when not run from a terminal");
