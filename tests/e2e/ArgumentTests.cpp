@@ -3,6 +3,7 @@
 #include "CommandLineRunner.h"
 
 #include <QDir>
+#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -79,4 +80,48 @@ TEST(Arguments, UnknownOptionsAndStandardInputAreUsageErrorsOfEveryCommand) {
     const auto program = runner.run({"-x"});
     EXPECT_EQ(program.exitCode, 2);
     EXPECT_TRUE(program.err.contains("unknown option '-x'")) << program.err.toStdString();
+}
+
+namespace {
+
+// The command's stderr and stdout as a terminal shows them: script(1) gives it one.
+QString onTerminal(const CommandLineRunner& runner, const QStringList& arguments) {
+    QStringList quoted{CommandLineRunner::program()};
+    for (const QString& argument : arguments)
+        quoted.append(u'\'' + argument + u'\'');
+    QProcess script;
+    script.setProcessEnvironment(runner.environment());
+    script.start("script", {"-qec", quoted.join(u' '), "/dev/null"});
+    if (!script.waitForFinished(60000)) return {};
+    return QString::fromLocal8Bit(script.readAllStandardOutput());
+}
+
+} // namespace
+
+TEST(Arguments, QuietShowsOnlyErrorsAndVerboseNamesEachFile) {
+    CommandLineRunner runner;
+    const QString first = runner.makeSine("one.wav"), second = runner.makeSine("two.wav");
+
+    EXPECT_TRUE(
+        onTerminal(runner, {"normalize", "--level", "-1", first, second}).contains("Normalizing... ["));
+    const QString quiet = onTerminal(runner, {"normalize", "-q", "--level", "-2", first, second});
+    EXPECT_FALSE(quiet.contains("Normalizing")) << quiet.toStdString();
+    EXPECT_TRUE(quiet.contains(second)) << quiet.toStdString(); // the results are no message
+
+    const auto undone = runner.run({"undo", "--quiet"});
+    EXPECT_EQ(undone.exitCode, 0);
+    EXPECT_EQ(undone.err, "");
+    const auto failed = runner.run({"normalize", "-q", "--level", "-1", first, first + ".missing"});
+    EXPECT_EQ(failed.exitCode, 8);
+    EXPECT_TRUE(failed.err.contains("one.wav.missing")) << failed.err.toStdString();
+
+    for (const QStringList& command :
+         {QStringList{"normalize", "--level", "-3"}, QStringList{"run", "Normalize to -1 dB peak"}}) {
+        const auto verbose = runner.run(command + QStringList{"--verbose", first, second});
+        ASSERT_EQ(verbose.exitCode, 0) << verbose.err.toStdString();
+        for (const QString& file : {first, second}) {
+            EXPECT_TRUE(verbose.err.contains("Normalizing " + file + '\n')) << verbose.err.toStdString();
+            EXPECT_TRUE(verbose.err.contains("Wrote " + file + '\n')) << verbose.err.toStdString();
+        }
+    }
 }

@@ -233,7 +233,8 @@ int runActionCommand(const ActionCommand& command, const Arguments& arguments, C
         for (const QString& key : action->requiredInstructionKeys())
             if (!values.contains(key)) missing.append(QStringLiteral("--") + key);
 
-    const TWRunner::Outcome outcome = TWRunner::run(context.session.runs(), {instructions});
+    const TWRunner::Outcome outcome =
+        TWRunner::run(context.session.runs(), {instructions}, context.verbosity, context.err);
     for (const QString& path : outcome.results)
         context.out << path << '\n';
     context.out.flush();

@@ -19,6 +19,16 @@ const QList<Command>& commands() {
 const QList<Option>& commonOptions() {
     static const QList<Option> options = {
         {QStringLiteral("help"), QStringLiteral("show this text"), Option::Value::None, {}, u'h'},
+        {QStringLiteral("quiet"),
+         QStringLiteral("no progress bar and no messages but errors"),
+         Option::Value::None,
+         {},
+         u'q'},
+        {QStringLiteral("verbose"),
+         QStringLiteral("say on stderr what is done to each file"),
+         Option::Value::None,
+         {},
+         u'v'},
     };
     return options;
 }
@@ -152,6 +162,9 @@ int run(const TWSession& session, const QStringList& arguments) {
                                             "built yet.")
                                  .arg(command->name));
     if (!parsed) return usageError(context, command->name, error);
+    for (const auto& [name, value] : parsed->options) // the last of them counts
+        if (name == u"quiet" || name == u"verbose")
+            context.verbosity = name == u"quiet" ? TWRunner::Verbosity::Quiet : TWRunner::Verbosity::Verbose;
     return command->run(*parsed, context);
 }
 

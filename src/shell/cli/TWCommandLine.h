@@ -1,6 +1,7 @@
 #pragma once
 
 #include "shell/cli/TWOptions.h"
+#include "shell/cli/TWRunner.h"
 
 #include <QString>
 #include <QStringList>
@@ -22,6 +23,8 @@ struct Context {
     const TWSession& session;
     QTextStream& out;
     QTextStream& err;
+    TWRunner::Verbosity verbosity = TWRunner::Verbosity::Normal;
+    bool isQuiet() const { return verbosity == TWRunner::Verbosity::Quiet; }
 };
 
 struct Command {
@@ -41,7 +44,7 @@ int run(const TWSession& session, const QStringList& arguments);
 // The commands, in the order `clipwright --help` lists them.
 const QList<Command>& commands();
 
-// The options every command takes after its own (--help).
+// --help, --quiet and --verbose, which every command takes after its own options.
 const QList<Option>& commonOptions();
 // The whole --help text of a command.
 QString helpText(const Command& command);

@@ -101,7 +101,11 @@ int runInfo(const Arguments& arguments, Context& context) {
             status = fail(context, QStringLiteral("'%1' is not an audio file").arg(path));
             continue;
         }
-        if (analyze && TWStatus::state(entry->status()) == 1) entry->analyze();
+        if (analyze && TWStatus::state(entry->status()) == 1) {
+            if (context.verbosity == TWRunner::Verbosity::Verbose)
+                context.err << "Analyzing " << entry->path() << Qt::endl;
+            entry->analyze();
+        }
         const int state = TWStatus::state(entry->status());
         if (state < 0) status = kCommandFailed;
         if (json) {

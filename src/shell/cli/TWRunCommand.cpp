@@ -55,7 +55,8 @@ int runWorkflow(const Arguments& arguments, Context& context) {
     // The files are the selection (source 1) and all the entries (source 0).
     workspace.setSelectedEntries(workspace.entries());
 
-    const TWRunner::Outcome outcome = TWRunner::run(context.session.runs(), instructions);
+    const TWRunner::Outcome outcome =
+        TWRunner::run(context.session.runs(), instructions, context.verbosity, context.err);
     for (const QString& path : outcome.results)
         context.out << path << '\n';
     context.out.flush();

@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -24,6 +25,7 @@ namespace {
 // workspace's stop code (a lock-free atomic) and writes a line: both safe in a signal handler.
 std::atomic<int> interrupts{0};
 TWWorkspace* interrupted = nullptr; // the workspace whose stop code a signal sets, while a run is on
+bool announceInterrupts = true;     // false with --quiet
 
 void onInterrupt(int signal) {
     const int count = signal == SIGINT ? interrupts.fetch_add(1) + 1 : 2;
@@ -31,19 +33,20 @@ void onInterrupt(int signal) {
     if (count == 1) {
         workspace.stopWorkflow();
         static const char text[] = "\nStopping after the current file (Ctrl-C again to cancel)...\n";
-        (void)!::write(STDERR_FILENO, text, sizeof text - 1);
+        if (announceInterrupts) (void)!::write(STDERR_FILENO, text, sizeof text - 1);
     } else {
         workspace.cancelWorkflow();
         static const char text[] = "\nCancelling: putting back the files of the running action...\n";
-        (void)!::write(STDERR_FILENO, text, sizeof text - 1);
+        if (announceInterrupts) (void)!::write(STDERR_FILENO, text, sizeof text - 1);
     }
 }
 
 class InterruptGuard {
 public:
-    explicit InterruptGuard(TWWorkspace& workspace) {
+    InterruptGuard(TWWorkspace& workspace, bool announce) {
         interrupted = &workspace;
         interrupts = 0;
+        announceInterrupts = announce;
         struct sigaction action = {};
         action.sa_handler = onInterrupt;
         sigemptyset(&action.sa_mask);
@@ -86,9 +89,28 @@ QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QTextStre
     return admitted;
 }
 
-Outcome run(TWRunController& runs, const QVariantList& instructions) {
-    InterruptGuard interrupts(runs.context().workspace);
-    TWProgressBar bar(runs);
+Outcome run(TWRunController& runs, const QVariantList& instructions, Verbosity verbosity, QTextStream& err) {
+    InterruptGuard interrupts(runs.context().workspace, verbosity != Verbosity::Quiet);
+    QObject reports; // the receiver of the verbose lines' connections
+    std::optional<TWProgressBar> bar;
+    // Connected before the bar is made, so that a file's line is written before the bar is drawn again.
+    if (verbosity == Verbosity::Verbose) {
+        const auto say = [&err, &bar](const QString& line) {
+            if (bar) bar->clear();
+            err << line << Qt::endl;
+        };
+        QObject::connect(&runs, &TWRunController::entryProcessing, &reports, [&runs, say](TWEntry* entry) {
+            QString verb = runs.progressTitle();
+            if (verb.endsWith(QStringLiteral("..."))) verb.chop(3);
+            say(verb + u' ' + entry->path());
+        });
+        QObject::connect(&runs, &TWRunController::scriptResultsAdded, &reports,
+                         [say](const QStringList& paths) {
+                             for (const QString& path : paths)
+                                 say(QStringLiteral("Wrote ") + path);
+                         });
+    }
+    if (verbosity != Verbosity::Quiet) bar.emplace(runs);
     QEventLoop loop;
     bool ended = false;
     const auto connection = QObject::connect(&runs, &TWRunController::processEnded, &loop, [&] {
@@ -101,7 +123,7 @@ Outcome run(TWRunController& runs, const QVariantList& instructions) {
     QObject::disconnect(connection);
     // Reports handed over just before the end are delivered before the results are taken.
     QCoreApplication::processEvents();
-    bar.clear();
+    bar.reset();
 
     Outcome outcome;
     outcome.results = runs.takeScriptResults();

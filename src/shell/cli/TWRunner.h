@@ -15,6 +15,9 @@ class TWWorkspace;
 // second Ctrl-C to cancel (the running action's in-place changes are put back).
 namespace TWRunner {
 
+// --quiet: no progress bar and no message but errors; --verbose: a line on stderr for each file.
+enum class Verbosity { Quiet, Normal, Verbose };
+
 struct Outcome {
     QStringList results;          // the paths the actions produced, in order
     std::optional<QString> error; // the run's error, described
@@ -25,6 +28,7 @@ struct Outcome {
 // clear allAdmitted.
 QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QTextStream& err, bool* allAdmitted);
 
-Outcome run(TWRunController& runs, const QVariantList& instructions);
+// Verbose, says on err which file each action works on and which files it wrote.
+Outcome run(TWRunController& runs, const QVariantList& instructions, Verbosity verbosity, QTextStream& err);
 
 } // namespace TWRunner

@@ -24,8 +24,9 @@ int switchStep(Context& context, bool undo) {
     const LXStatus switched =
         journal.switchStep(step->id, [&paths](const TWSaveInfo& record) { paths += record.currentPaths(); });
     if (!switched) return fail(context, switched.error().description());
-    context.err << (undo ? "Undid " : "Redid ") << '\'' << step->actionName << "' on " << step->records.size()
-                << (step->records.size() == 1 ? " file" : " files") << Qt::endl;
+    if (!context.isQuiet())
+        context.err << (undo ? "Undid " : "Redid ") << '\'' << step->actionName << "' on "
+                    << step->records.size() << (step->records.size() == 1 ? " file" : " files") << Qt::endl;
     for (const QString& path : paths)
         context.out << path << '\n';
     return kSuccess;
@@ -84,7 +85,7 @@ Command flushUndoCommand() {
                                   "needs --yes when not run from a terminal");
             const bool flushed = context.session.runs().flushUndoWithInteraction(ask);
             if (!flushed) return fail(context, "the undo folder was left as it was");
-            context.err << "The undo folder is empty." << Qt::endl;
+            if (!context.isQuiet()) context.err << "The undo folder is empty." << Qt::endl;
             return kSuccess;
         }};
 }
