@@ -1,5 +1,6 @@
 // clipwright info: each file's entry information, as the file list shows it.
 
+#include "lx/LXAudioFormat.h"
 #include "lx/LXMetadata.h"
 #include "model/TWFileEntry.h"
 #include "model/TWFormatters.h"
@@ -9,6 +10,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <cmath>
 
 namespace TWCommandLine {
 
@@ -87,6 +90,30 @@ QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
     return rows;
 }
 
+// The entry's information for --json: the raw values, the format's name beside its code, the levels in
+// dB beside their amplitudes (null for silence: JSON has no infinity), and the shown texts.
+QJsonObject jsonDocument(const TWFileEntry& entry) {
+    const QVariantMap info = entry.info();
+    QJsonObject document = QJsonObject::fromVariantMap(info);
+    document.insert(QStringLiteral("status"), statusText(entry.status()));
+    if (info.contains(QStringLiteral("format")))
+        document.insert(QStringLiteral("formatName"),
+                        LXFormat::name(uint32_t(info.value(QStringLiteral("format")).toLongLong())));
+    QJsonObject decibels;
+    for (const Row& row : kRows) {
+        const QString key = QLatin1String(row.key);
+        if (row.formatter != &TWFormatters::decibelFormatter || !info.contains(key)) continue;
+        const double amplitude = std::fabs(info.value(key).toDouble());
+        decibels.insert(key, amplitude > 0.0 ? QJsonValue(20.0 * std::log10(amplitude)) : QJsonValue());
+    }
+    document.insert(QStringLiteral("decibels"), decibels);
+    QJsonObject text;
+    for (const auto& [label, value] : formattedRows(entry))
+        text.insert(label, value);
+    document.insert(QStringLiteral("display"), text);
+    return document;
+}
+
 int runInfo(const Arguments& arguments, Context& context) {
     const bool json = arguments.has(QStringLiteral("json"));
     const bool analyze = !arguments.has(QStringLiteral("no-analyze"));
@@ -109,13 +136,7 @@ int runInfo(const Arguments& arguments, Context& context) {
         const int state = TWStatus::state(entry->status());
         if (state < 0) status = kCommandFailed;
         if (json) {
-            QJsonObject document = QJsonObject::fromVariantMap(entry->info());
-            document.insert(QStringLiteral("status"), statusText(entry->status()));
-            QJsonObject text;
-            for (const auto& [label, value] : formattedRows(*entry))
-                text.insert(label, value);
-            document.insert(QStringLiteral("display"), text);
-            documents.append(document);
+            documents.append(jsonDocument(*entry));
             continue;
         }
         context.out << entry->path() << '\n';
@@ -139,8 +160,10 @@ Command infoCommand() {
                        "channels, length, levels (peak, RMS, clipped samples, DC offset), musical\n"
                        "properties and text metadata. Files not yet analysed are analysed first, and\n"
                        "the results kept for next time.\n"),
-        {{QStringLiteral("json"), QStringLiteral("one JSON object per file: the raw values, \"status\", and "
-                                                 "the shown texts under \"display\"")},
+        {{QStringLiteral("json"),
+          QStringLiteral("a JSON array of one object per file: the raw values, \"status\", the format's name "
+                         "under \"formatName\", the levels in dB under \"decibels\" (null for silence), "
+                         "and the shown texts under \"display\"")},
          {QStringLiteral("no-analyze"), QStringLiteral("do not measure levels of files not yet analysed")}},
         QStringLiteral("Exit status: 0, or 8 when a file is missing, damaged or not audio.\n"),
         runInfo};

@@ -1,0 +1,51 @@
+// clipwright info on files made by sox and ffmpeg: what --json says, folders, and files it cannot show.
+
+#include "CommandLineRunner.h"
+
+#include "TestAudio.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+TEST(Info, JsonNamesTheFormatAndGivesLevelsInDecibels) {
+    CommandLineRunner runner;
+    const QString sine = runner.makeSine("sine.wav");
+    const QString silence = QDir(runner.work()).filePath("silence.aif");
+    ASSERT_TRUE(TestAudio::generateWithSox(silence, {"-n", "-r", "44100", "-c", "1"}, {"trim", "0", "0.5"}));
+    const QString opus = QDir(runner.work()).filePath("tone.opus");
+    int status = -1;
+    TestAudio::runTool(
+        "ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "sine=440:d=1", "-c:a", "libopus", opus}, &status);
+    ASSERT_EQ(status, 0);
+
+    const auto result = runner.run({"info", "--json", sine, silence, opus});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    const QJsonArray files = QJsonDocument::fromJson(result.out.toUtf8()).array();
+    ASSERT_EQ(files.size(), 3) << result.out.toStdString();
+
+    const QJsonObject wave = files[0].toObject();
+    EXPECT_EQ(wave["format"].toInteger(), 0x57415645); // 'WAVE'
+    EXPECT_EQ(wave["formatName"].toString(), "WAVE");
+    // A sine at half scale: its peak at -6.02 dB, its RMS 3.01 dB lower.
+    EXPECT_NEAR(wave["decibels"]["max"].toDouble(), 20 * std::log10(0.5), 0.01);
+    EXPECT_NEAR(wave["decibels"]["rms"].toDouble(), 20 * std::log10(0.5 / std::sqrt(2.0)), 0.01);
+    EXPECT_EQ(wave["display"]["Peak"].toString(), "-6.02 dB");
+
+    const QJsonObject quiet = files[1].toObject();
+    EXPECT_EQ(quiet["formatName"].toString(), "AIFF");
+    EXPECT_TRUE(quiet["decibels"]["max"].isNull());
+    EXPECT_TRUE(quiet["decibels"]["rms"].isNull());
+
+    // libsndfile reads Opus as an Ogg container of Opus packets: the format is Opus all the same.
+    EXPECT_EQ(files[2]["formatName"].toString(), "Opus");
+    EXPECT_EQ(files[2]["display"]["Format"].toString(), "Opus");
+    const auto table = runner.run({"info", opus});
+    EXPECT_TRUE(table.out.contains(QRegularExpression("Format +Opus\n"))) << table.out.toStdString();
+}
