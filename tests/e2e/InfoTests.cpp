@@ -5,6 +5,7 @@
 #include "TestAudio.h"
 
 #include <QDir>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <unistd.h>
 
 TEST(Info, JsonNamesTheFormatAndGivesLevelsInDecibels) {
     CommandLineRunner runner;
@@ -48,4 +50,42 @@ TEST(Info, JsonNamesTheFormatAndGivesLevelsInDecibels) {
     EXPECT_EQ(files[2]["display"]["Format"].toString(), "Opus");
     const auto table = runner.run({"info", opus});
     EXPECT_TRUE(table.out.contains(QRegularExpression("Format +Opus\n"))) << table.out.toStdString();
+}
+
+TEST(Info, AFolderShowsItsAudioFilesAndWhatCannotBeShownIsNamedWithItsReason) {
+    CommandLineRunner runner;
+    const QDir work(runner.work());
+    ASSERT_TRUE(work.mkpath("takes/old"));
+    const QString wave = runner.makeSine("takes/a.wav");
+    const QString flac = work.filePath("takes/old/b.flac");
+    ASSERT_TRUE(TestAudio::generateWithSox(flac, {"-n", "-r", "48000"}, {"synth", "0.5", "sine", "300"}));
+    const auto write = [&](const QString& name, const QByteArray& bytes) {
+        QFile file(work.filePath(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+        return file.fileName();
+    };
+    write("takes/notes.txt", "not listed: a folder shows its audio files only\n");
+
+    auto result = runner.run({"info", "--json", "--no-analyze", work.filePath("takes")});
+    EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_EQ(result.err, "");
+    QStringList paths;
+    for (const QJsonValue& file : QJsonDocument::fromJson(result.out.toUtf8()).array())
+        paths.append(file["path"].toString());
+    EXPECT_EQ(paths, (QStringList{wave, flac}));
+
+    const QString text = write("notes.txt", "hello\n");
+    const QString empty = write("empty.wav", {});
+    const QString locked = write("locked.wav", readBytes(wave));
+    const bool canLock = ::geteuid() != 0 && QFile::setPermissions(locked, QFileDevice::WriteOwner);
+    result = runner.run({"info", "-q", wave, text, empty, work.filePath("missing.aif"), locked});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_TRUE(result.out.contains(wave)) << result.out.toStdString(); // the others are still shown
+    for (const QString& line : QStringList{"notes.txt' is not an audio file", "missing.aif' does not exist",
+                                           "'" + empty + "': the file is empty"})
+        EXPECT_TRUE(result.err.contains(line)) << line.toStdString() << '\n' << result.err.toStdString();
+    if (canLock) {
+        EXPECT_TRUE(result.err.contains("'" + locked + "': ")) << result.err.toStdString();
+        EXPECT_TRUE(result.err.contains("Permission denied")) << result.err.toStdString();
+    }
 }

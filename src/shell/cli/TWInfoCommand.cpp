@@ -1,10 +1,13 @@
 // clipwright info: each file's entry information, as the file list shows it.
 
+#include "lx/LXAudioFile.h"
 #include "lx/LXAudioFormat.h"
+#include "lx/LXFile.h"
 #include "lx/LXMetadata.h"
 #include "model/TWFileEntry.h"
 #include "model/TWFormatters.h"
 #include "model/TWWorkspace.h"
+#include "shell/TWSession.h"
 #include "shell/cli/TWCommandLine.h"
 
 #include <QJsonArray>
@@ -114,27 +117,36 @@ QJsonObject jsonDocument(const TWFileEntry& entry) {
     return document;
 }
 
+// Why an entry shows no audio, in the reader's words: "the file is empty", "Permission denied" ...
+QString reasonUnreadable(const TWFileEntry& entry) {
+    if (!LXFile::existsAtPath(entry.path())) return QStringLiteral("does not exist");
+    const auto file = LXAudioFile::open(entry.path());
+    if (file) return statusText(entry.status());
+    const LXError& error = file.error();
+    return error.offset() < 0 ? error.message()
+                              : QStringLiteral("%1 (at byte %2)").arg(error.message()).arg(error.offset());
+}
+
 int runInfo(const Arguments& arguments, Context& context) {
     const bool json = arguments.has(QStringLiteral("json"));
     const bool analyze = !arguments.has(QStringLiteral("no-analyze"));
-    const QStringList& paths = arguments.operands;
-    if (paths.isEmpty()) return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
+    if (arguments.operands.isEmpty())
+        return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
 
-    int status = kSuccess;
+    // Files given, and the audio files in folders given; what is neither is reported here.
+    TWWorkspace& workspace = context.session.workspace();
+    bool allAdmitted = true;
+    TWRunner::addFiles(workspace, arguments.operands, context.err, &allAdmitted);
+    int status = allAdmitted ? kSuccess : kCommandFailed;
     QJsonArray documents;
-    for (const QString& path : paths) {
-        const TWFileEntryPtr entry = TWFileEntry::create(path);
-        if (!entry) {
-            status = fail(context, QStringLiteral("'%1' is not an audio file").arg(path));
-            continue;
-        }
+    for (const TWFileEntryPtr& entry : workspace.fileEntries()) {
         if (analyze && TWStatus::state(entry->status()) == 1) {
             if (context.verbosity == TWRunner::Verbosity::Verbose)
                 context.err << "Analyzing " << entry->path() << Qt::endl;
             entry->analyze();
         }
-        const int state = TWStatus::state(entry->status());
-        if (state < 0) status = kCommandFailed;
+        if (TWStatus::state(entry->status()) < 0)
+            status = fail(context, QStringLiteral("'%1': %2").arg(entry->path(), reasonUnreadable(*entry)));
         if (json) {
             documents.append(jsonDocument(*entry));
             continue;
@@ -156,16 +168,18 @@ Command infoCommand() {
         QStringLiteral("info"),
         QStringLiteral("show the properties, levels and metadata of audio files"),
         {QStringLiteral("[OPTIONS] FILE...")},
-        QStringLiteral("Shows each file as the file list sees it: its status, format, bit depth, rate,\n"
-                       "channels, length, levels (peak, RMS, clipped samples, DC offset), musical\n"
-                       "properties and text metadata. Files not yet analysed are analysed first, and\n"
-                       "the results kept for next time.\n"),
+        QStringLiteral("Shows each file, and each audio file in a folder and its subfolders, as the file\n"
+                       "list sees it: its status, format, bit depth, rate, channels, length, levels (peak,\n"
+                       "RMS, clipped samples, DC offset), musical properties and text metadata. Files not\n"
+                       "yet analysed are analysed first, and the results kept for next time.\n"),
         {{QStringLiteral("json"),
           QStringLiteral("a JSON array of one object per file: the raw values, \"status\", the format's name "
                          "under \"formatName\", the levels in dB under \"decibels\" (null for silence), "
                          "and the shown texts under \"display\"")},
          {QStringLiteral("no-analyze"), QStringLiteral("do not measure levels of files not yet analysed")}},
-        QStringLiteral("Exit status: 0, or 8 when a file is missing, damaged or not audio.\n"),
+        QStringLiteral(
+            "A file that is missing, unreadable, damaged or not audio is named on stderr with the\n"
+            "reason. Exit status: 0, 8 when there was such a file, 2 for a usage error.\n"),
         runInfo};
 }
 
