@@ -145,15 +145,15 @@ QList<Option> actionOptions(const ActionCommand& command) {
             if (!optionNamed(option.name, options)) options.append(option);
     for (const QString& name : {command.firstOption, command.secondOption})
         if (!name.isEmpty() && !optionNamed(name, options))
-            options.append({name, QStringLiteral("chooses the action"), Option::Value::Required,
-                            QStringLiteral("NUMBER")});
+            options.append(valued(name, QStringLiteral("NUMBER"), QStringLiteral("chooses the action")));
     if (const std::unique_ptr<TWAction> action = firstAction(command); action && !action->onlyInPlace())
-        options += {{QStringLiteral("to-new-file"),
-                     QStringLiteral("write new files beside the sources instead of replacing them (never "
-                                    "overwrites: names are numbered)")},
-                    {QStringLiteral("directory"), QStringLiteral("write the new files into DIR"),
-                     Option::Value::Required, QStringLiteral("DIR")},
-                    {QStringLiteral("add-to-list"), QStringLiteral("add the new files to the file list")}};
+        options +=
+            {flag(QStringLiteral("to-new-file"),
+                  QStringLiteral("write new files beside the sources instead of replacing them (never "
+                                 "overwrites: names are numbered)")),
+             valued(QStringLiteral("directory"), QStringLiteral("DIR"),
+                    QStringLiteral("write the new files into DIR")),
+             flag(QStringLiteral("add-to-list"), QStringLiteral("add the new files to the file list"))};
     return options;
 }
 

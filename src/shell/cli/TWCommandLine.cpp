@@ -18,17 +18,9 @@ const QList<Command>& commands() {
 
 const QList<Option>& commonOptions() {
     static const QList<Option> options = {
-        {QStringLiteral("help"), QStringLiteral("show this text"), Option::Value::None, {}, u'h'},
-        {QStringLiteral("quiet"),
-         QStringLiteral("no progress bar and no messages but errors"),
-         Option::Value::None,
-         {},
-         u'q'},
-        {QStringLiteral("verbose"),
-         QStringLiteral("say on stderr what is done to each file"),
-         Option::Value::None,
-         {},
-         u'v'},
+        flag(QStringLiteral("help"), QStringLiteral("show the command's help"), u'h'),
+        flag(QStringLiteral("quiet"), QStringLiteral("no progress bar and no messages but errors"), u'q'),
+        flag(QStringLiteral("verbose"), QStringLiteral("say on stderr what is done to each file"), u'v'),
     };
     return options;
 }
@@ -55,24 +47,28 @@ int usageError(Context& context, const QString& command, const QString& message)
     return kUsageError;
 }
 
-namespace {
-
-const QList<Option>& programOptions() {
-    static const QList<Option> options = {
-        {QStringLiteral("help"),
-         QStringLiteral("show this text, or a command's help after the command"),
-         Option::Value::None,
-         {},
-         u'h'},
-        {QStringLiteral("version"), QStringLiteral("show the version")},
-    };
-    return options;
+const Command& program() {
+    static const Command command{
+        QStringLiteral("clipwright"),
+        QStringLiteral("manage and batch-process audio files"),
+        {QStringLiteral("COMMAND [OPTIONS] [FILE...]")},
+        QStringLiteral("Manages and batch-processes audio files. Each command has its own --help.\n"),
+        {flag(QStringLiteral("help"), QStringLiteral("show this text, or a command's help after the command"),
+              u'h'),
+         flag(QStringLiteral("version"), QStringLiteral("show the version")),
+         flag(QStringLiteral("man"), QStringLiteral("write the manual page (roff) to stdout"))},
+        QStringLiteral("Options and files may come in any order; '--' ends the options. A value may follow\n"
+                       "its option or be joined to it: '--level -6' or '--level=-6'.\n"
+                       "Exit status: 0 done, 8 a command failed, 2 a usage error.\n"),
+        {}};
+    return command;
 }
 
+namespace {
+
 void printOverview(QTextStream& out) {
-    out << "Usage: clipwright COMMAND [OPTIONS] [FILE...]\n\n"
-           "Manages and batch-processes audio files. Each command has its own --help.\n\n"
-           "Commands:\n";
+    out << "Usage: clipwright " << program().usage.first() << "\n\n"
+        << program().description << "\nCommands:\n";
     QStringList unavailable;
     for (const Command& command : commands()) {
         if (command.available)
@@ -93,11 +89,7 @@ void printOverview(QTextStream& out) {
         }
         out << '\n';
     }
-    out << "\nOptions:\n"
-        << describeOptions(programOptions())
-        << "\nOptions and files may come in any order; '--' ends the options. A value may follow\n"
-           "its option or be joined to it: '--level -6' or '--level=-6'.\n"
-           "Exit status: 0 done, 8 a command failed, 2 a usage error.\n";
+    out << "\nOptions:\n" << describeOptions(program().options) << '\n' << program().notes;
 }
 
 const Command* commandNamed(const QString& name) {
@@ -109,7 +101,7 @@ const Command* commandNamed(const QString& name) {
 // clipwright --help [COMMAND], --version.
 int runProgramOptions(const QStringList& arguments, Context& context) {
     QString error;
-    const std::optional<Arguments> parsed = parseArguments(programOptions(), arguments, &error);
+    const std::optional<Arguments> parsed = parseArguments(program().options, arguments, &error);
     if (!parsed) {
         context.err << "clipwright: " << error << Qt::endl << "Try 'clipwright --help'." << Qt::endl;
         return kUsageError;
@@ -120,6 +112,10 @@ int runProgramOptions(const QStringList& arguments, Context& context) {
             return kSuccess;
         }
         printOverview(context.out);
+        return kSuccess;
+    }
+    if (parsed->has(QStringLiteral("man")) && parsed->operands.isEmpty()) {
+        context.out << manualPage();
         return kSuccess;
     }
     if (parsed->has(QStringLiteral("version")) && parsed->operands.isEmpty()) {

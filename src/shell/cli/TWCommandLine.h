@@ -44,10 +44,15 @@ int run(const TWSession& session, const QStringList& arguments);
 // The commands, in the order `clipwright --help` lists them.
 const QList<Command>& commands();
 
+// The program itself: its usage, description, own options (--help, --version, ...) and notes.
+const Command& program();
 // --help, --quiet and --verbose, which every command takes after its own options.
 const QList<Option>& commonOptions();
 // The whole --help text of a command.
 QString helpText(const Command& command);
+
+// The manual page, in man(7) roff, written from the same tables as --help.
+QString manualPage();
 
 // For commands: "clipwright: <message>" on stderr, then the status to return.
 int fail(Context& context, const QString& message, int status = kCommandFailed);

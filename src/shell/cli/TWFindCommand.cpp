@@ -91,8 +91,8 @@ Command findCommand() {
             "Keys: --keys lists them (Name, AudioSampleRate, AudioChannelCount, Duration, ...).\n\n"
             "With --any the criteria are joined by OR, and the audio-only condition binds to the\n"
             "last criterion alone, as in smart groups.\n"),
-        {{QStringLiteral("any"), QStringLiteral("join the criteria by OR rather than AND")},
-         {QStringLiteral("keys"), QStringLiteral("list the keys a criterion may name")}},
+        {flag(QStringLiteral("any"), QStringLiteral("join the criteria by OR rather than AND")),
+         flag(QStringLiteral("keys"), QStringLiteral("list the keys a criterion may name"))},
         QStringLiteral("Example: clipwright find ~/Samples Name contains kick AudioSampleRate '>' 44100\n"),
         runFind};
 }

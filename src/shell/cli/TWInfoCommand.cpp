@@ -172,11 +172,13 @@ Command infoCommand() {
                        "list sees it: its status, format, bit depth, rate, channels, length, levels (peak,\n"
                        "RMS, clipped samples, DC offset), musical properties and text metadata. Files not\n"
                        "yet analysed are analysed first, and the results kept for next time.\n"),
-        {{QStringLiteral("json"),
-          QStringLiteral("a JSON array of one object per file: the raw values, \"status\", the format's name "
-                         "under \"formatName\", the levels in dB under \"decibels\" (null for silence), "
-                         "and the shown texts under \"display\"")},
-         {QStringLiteral("no-analyze"), QStringLiteral("do not measure levels of files not yet analysed")}},
+        {flag(QStringLiteral("json"),
+              QStringLiteral(
+                  "a JSON array of one object per file: the raw values, \"status\", the format's name "
+                  "under \"formatName\", the levels in dB under \"decibels\" (null for silence), "
+                  "and the shown texts under \"display\"")),
+         flag(QStringLiteral("no-analyze"),
+              QStringLiteral("do not measure levels of files not yet analysed"))},
         QStringLiteral(
             "A file that is missing, unreadable, damaged or not audio is named on stderr with the\n"
             "reason. Exit status: 0, 8 when there was such a file, 2 for a usage error.\n"),

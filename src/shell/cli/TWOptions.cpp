@@ -42,6 +42,14 @@ QStringList wrapped(const QString& text, qsizetype width) {
 
 } // namespace
 
+Option flag(const QString& name, const QString& help, QChar shortName) {
+    return {name, help, Option::Value::None, {}, shortName};
+}
+
+Option valued(const QString& name, const QString& valueName, const QString& help) {
+    return {name, help, Option::Value::Required, valueName};
+}
+
 bool Arguments::has(const QString& name) const {
     for (const auto& [given, value] : options)
         if (given == name) return true;

@@ -25,6 +25,10 @@ struct Option {
     std::function<bool(const QString&)> isValue = {};
 };
 
+// The usual kinds: a flag ("--json", "-q") and an option with a value ("--directory DIR").
+Option flag(const QString& name, const QString& help, QChar shortName = {});
+Option valued(const QString& name, const QString& valueName, const QString& help);
+
 // A command's arguments, read against its options.
 struct Arguments {
     QList<QPair<QString, QString>> options; // name and value, in the order given; a flag's value is empty

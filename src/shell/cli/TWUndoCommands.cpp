@@ -8,6 +8,8 @@
 #include "platform/TWSupportFolders.h"
 #include "shell/TWSession.h"
 
+#include <QDir>
+
 #include <unistd.h>
 
 namespace TWCommandLine {
@@ -32,6 +34,13 @@ int switchStep(Context& context, bool undo) {
     return kSuccess;
 }
 
+// The undo folder as a reader of the help or the manual page would type it: under "~".
+QString undoFolder() {
+    const QString folder = TWSupportFolders::undoDirectory();
+    const QString home = QDir::homePath() + u'/';
+    return folder.startsWith(home) ? QStringLiteral("~/") + folder.mid(home.size()) : folder;
+}
+
 } // namespace
 
 Command undoCommand() {
@@ -41,7 +50,7 @@ Command undoCommand() {
             QStringLiteral("Puts back the files that the last command or workflow replaced in place, and\n"
                            "prints their paths. Repeat to go further back; 'clipwright redo' brings the\n"
                            "changes back. The replaced versions are kept in the undo folder (%1).\n")
-                .arg(TWSupportFolders::undoDirectory()),
+                .arg(undoFolder()),
             {},
             {},
             [](const Arguments& arguments, Context& context) {
@@ -74,7 +83,7 @@ Command flushUndoCommand() {
         QStringLiteral("Empties the undo folder: the earlier versions of every file changed in place are\n"
                        "deleted, and nothing done so far can be undone. Asks first on a terminal;\n"
                        "elsewhere it needs --yes.\n"),
-        {{QStringLiteral("yes"), QStringLiteral("do not ask first"), Option::Value::None, {}, u'y'}},
+        {flag(QStringLiteral("yes"), QStringLiteral("do not ask first"), u'y')},
         {},
         [](const Arguments& arguments, Context& context) {
             if (!arguments.operands.isEmpty())
