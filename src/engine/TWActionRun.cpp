@@ -2,12 +2,12 @@
 
 #include "engine/TWAction.h"
 #include "engine/TWCommonKeys.h"
-#include "engine/TWHandOver.h"
 #include "engine/TWWriterSaving.h"
 
 #include "model/TWFileEntry.h"
 #include "model/TWGroupEntry.h"
 #include "model/TWWorkspace.h"
+#include "platform/TWHandOver.h"
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"

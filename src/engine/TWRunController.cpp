@@ -1,7 +1,6 @@
 #include "engine/TWRunController.h"
 
 #include "engine/TWCommonKeys.h"
-#include "engine/TWHandOver.h"
 #include "engine/TWUndoJournal.h"
 #include "engine/TWWorkThread.h"
 
@@ -10,6 +9,7 @@
 #include "model/TWLocalizedStrings.h"
 #include "model/TWWorkspace.h"
 #include "platform/TWDesktop.h"
+#include "platform/TWHandOver.h"
 #include "platform/TWInteraction.h"
 #include "platform/TWPreferences.h"
 

@@ -10,6 +10,7 @@
 #include "model/TWGroupEntry.h"
 #include "model/TWLocalizedStrings.h"
 #include "platform/TWEntriesStore.h"
+#include "platform/TWHandOver.h"
 #include "platform/TWPreferences.h"
 
 #include "lx/LXAudioFile.h"
@@ -154,17 +155,14 @@ void TWWorkspace::postReload(TWEntry* entry, bool withChildren) {
     // From another thread: the entry may be gone by the time the main thread gets here, so only a weak
     // reference travels. An entry no shared pointer owns cannot be checked and is not announced.
     std::weak_ptr<TWEntry> weak = entry->weak_from_this();
-    QMetaObject::invokeMethod(
-        this,
-        [this, weak, withChildren] {
-            if (const TWEntryPtr held = weak.lock()) {
-                if (withChildren)
-                    emit entryAndChildrenChanged(held.get());
-                else
-                    emit entryChanged(held.get());
-            }
-        },
-        Qt::QueuedConnection);
+    TWHandOver(this, [this, weak, withChildren] {
+        if (const TWEntryPtr held = weak.lock()) {
+            if (withChildren)
+                emit entryAndChildrenChanged(held.get());
+            else
+                emit entryChanged(held.get());
+        }
+    });
 }
 
 void TWWorkspace::reloadEntry(TWEntry* entry) {
@@ -179,8 +177,7 @@ void TWWorkspace::reloadAll() {
     if (QThread::currentThread() == thread())
         emit entriesReloaded();
     else
-        QMetaObject::invokeMethod(
-            this, [this] { emit entriesReloaded(); }, Qt::QueuedConnection);
+        TWHandOver(this, [this] { emit entriesReloaded(); });
 }
 
 // Add position ----------------------------------------------------------------------------------------------

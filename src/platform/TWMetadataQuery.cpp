@@ -1,5 +1,7 @@
 #include "platform/TWMetadataQuery.h"
 
+#include "platform/TWHandOver.h"
+
 #include <atomic>
 
 struct TWMetadataQuery::Outcome {
@@ -90,8 +92,7 @@ void TWMetadataQuery::start() {
         if (job->cancel.load()) return;
         // The destructor joins this thread before the object goes, and a destroyed object's queued
         // calls are dropped, so `this` is safe here.
-        QMetaObject::invokeMethod(
-            this, [this, generation, outcome] { finish(generation, outcome); }, Qt::QueuedConnection);
+        TWHandOver(this, [this, generation, outcome] { finish(generation, outcome); });
     });
 }
 

@@ -1,6 +1,7 @@
 #include "IsolatedHome.h"
 #include "TestAudio.h"
 #include "lx/LXAudioFileWriter.h"
+#include "platform/TWHandOver.h"
 #include "platform/TWMetadataIndex.h"
 #include "platform/TWMetadataQuery.h"
 #include "platform/TWPredicate.h"
@@ -9,10 +10,12 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QThread>
 #include <QTimer>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <thread>
 
 // Readable failures.
 static void PrintTo(const QString& text, std::ostream* os) {
@@ -403,4 +406,32 @@ TEST_F(MetadataIndexScan, QueriesRunningTogetherShareTheWork) {
         opened += query->lastScanStatistics().opened;
     }
     EXPECT_EQ(opened, 60); // each file read once, by whichever scan came first
+}
+
+// A query's answer reaches it through a hand-over from its scanning thread. Work handed over arrives in
+// order on the receiver's thread; work for a receiver destroyed before it ran goes with the receiver,
+// and is not left behind for whichever object or thread comes next.
+TEST(HandOver, WorkArrivesInOrderOnTheReceiversThreadOrGoesWithTheReceiver) {
+    ApplicationScope application;
+    auto receiver = std::make_unique<QObject>();
+    auto token = std::make_shared<int>(0);
+    std::vector<int> arrived;
+    std::thread sender([&] {
+        for (int i = 0; i < 3; ++i)
+            TWHandOver(receiver.get(), [&arrived, i, token] {
+                EXPECT_EQ(QThread::currentThread(), QCoreApplication::instance()->thread());
+                arrived.push_back(i);
+            });
+    });
+    sender.join();
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(arrived, (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(token.use_count(), 1);
+
+    std::thread{[&] {
+        TWHandOver(receiver.get(), [token] { ADD_FAILURE() << "ran for a destroyed receiver"; });
+    }}.join();
+    receiver.reset();
+    EXPECT_EQ(token.use_count(), 1);
+    QCoreApplication::sendPostedEvents();
 }
