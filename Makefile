@@ -5,7 +5,7 @@ PRESET ?= default
 BUILD := build/$(PRESET)
 JOBS ?= $(shell nproc)
 
-.PHONY: setup build demo test bench fuzz clean
+.PHONY: setup build demo test bench fuzz corpus clean
 
 setup:
 	@scripts/setup.sh
@@ -27,6 +27,11 @@ bench: setup
 
 fuzz: setup
 	scripts/fuzz.sh
+
+corpus: setup
+	cmake --preset asan > /dev/null
+	cmake --build --preset asan -j $(JOBS) --target clipwright
+	tests/corpus/run.sh build/asan/app/clipwright
 
 clean:
 	rm -rf build

@@ -4,6 +4,7 @@
 # no crash, no sanitizer report, and every file that fails is named in the error.
 #   tests/corpus/run.sh [BINARY]     (default build/asan/app/clipwright: cmake --preset asan first)
 set -uo pipefail
+shopt -s extglob
 cd "$(dirname "$0")/../.."
 binary=$(realpath "${1:-build/asan/app/clipwright}")
 work=$(mktemp -d)
@@ -16,7 +17,8 @@ export ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 UBSAN_OPTIONS=print_stacktra
 # The real files, under numbered names that keep each extension.
 n=0
 while IFS= read -r source; do
-  cp "$source" "$work/files/$(printf '%04d' $((n++)))-$(basename "$source")"
+  cp "$source" "$work/files/$(printf '%04d' $n)-$(basename "$source")"
+  n=$((n + 1))
 done < <(find /usr/share /usr/lib -xdev -type f \( -iname '*.wav' -o -iname '*.aif' -o -iname '*.aiff' \
            -o -iname '*.aifc' -o -iname '*.flac' -o -iname '*.ogg' -o -iname '*.oga' -o -iname '*.opus' \
            -o -iname '*.mp3' -o -iname '*.au' -o -iname '*.snd' -o -iname '*.caf' -o -iname '*.w64' \) \
@@ -64,6 +66,9 @@ check() { # check FILE COMMAND...
   if grep -qE 'Sanitizer|runtime error:' <<< "$output"; then
     reports=$((reports + 1)); echo "REPORT: $*"; grep -m3 -E 'Sanitizer|runtime error:' <<< "$output"
   fi
+  if [ $status -eq 0 ] && [[ $(basename "$file") == @(text|empty|program).* ]]; then
+    unnamed=$((unnamed + 1)); echo "ACCEPTED: $*"
+  fi
   if [ $status -ne 0 ]; then
     failed=$((failed + 1))
     grep -qF "$(basename "$file")" <<< "$output" || { unnamed=$((unnamed + 1)); echo "UNNAMED: $* -> $output"; }
@@ -76,5 +81,5 @@ for file in "$work"/files/*; do
 done
 
 echo "files: $real real, $damaged damaged, $other not sound; $total commands, $failed failed with a message"
-echo "crashes: $crashes, sanitizer reports: $reports, failures not naming the file: $unnamed"
+echo "crashes: $crashes, sanitizer reports: $reports, non-sound files accepted or failures not naming the file: $unnamed"
 [ $crashes -eq 0 ] && [ $reports -eq 0 ] && [ $unnamed -eq 0 ]
