@@ -10,7 +10,7 @@ packages=(
   qt6-base-dev libqt6sql6-sqlite libsndfile1-dev libplist-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
-  sox libsox-fmt-all ffmpeg flac sndfile-programs dbus bc time groff-base man-db
+  sox libsox-fmt-all ffmpeg flac sndfile-programs dbus bc time groff-base man-db zsh
   # real third-party audio for the reader tests
   sonic-pi-samples csoundqt-examples python3-scipy
 )

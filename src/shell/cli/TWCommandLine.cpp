@@ -56,7 +56,10 @@ const Command& program() {
         {flag(QStringLiteral("help"), QStringLiteral("show this text, or a command's help after the command"),
               u'h'),
          flag(QStringLiteral("version"), QStringLiteral("show the version")),
-         flag(QStringLiteral("man"), QStringLiteral("write the manual page (roff) to stdout"))},
+         flag(QStringLiteral("man"), QStringLiteral("write the manual page (roff) to stdout")),
+         valued(QStringLiteral("completion"), QStringLiteral("SHELL"),
+                QStringLiteral("write the completion script for bash or zsh to stdout: "
+                               "eval \"$(clipwright --completion bash)\" in ~/.bashrc"))},
         QStringLiteral("Options and files may come in any order; '--' ends the options. A value may follow\n"
                        "its option or be joined to it: '--level -6' or '--level=-6'.\n"
                        "Exit status: 0 done, 8 a command failed, 2 a usage error.\n"),
@@ -116,6 +119,16 @@ int runProgramOptions(const QStringList& arguments, Context& context) {
     }
     if (parsed->has(QStringLiteral("man")) && parsed->operands.isEmpty()) {
         context.out << manualPage();
+        return kSuccess;
+    }
+    if (parsed->has(QStringLiteral("completion")) && parsed->operands.isEmpty()) {
+        const QString shell = parsed->value(QStringLiteral("completion"));
+        const QString script = completionScript(shell);
+        if (script.isEmpty()) {
+            context.err << "clipwright: cannot complete for '" << shell << "': bash or zsh." << Qt::endl;
+            return kUsageError;
+        }
+        context.out << script;
         return kSuccess;
     }
     if (parsed->has(QStringLiteral("version")) && parsed->operands.isEmpty()) {

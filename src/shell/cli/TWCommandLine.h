@@ -53,6 +53,8 @@ QString helpText(const Command& command);
 
 // The manual page, in man(7) roff, written from the same tables as --help.
 QString manualPage();
+// The completion script for "bash" or "zsh", written from the same tables; empty for another shell.
+QString completionScript(const QString& shell);
 
 // For commands: "clipwright: <message>" on stderr, then the status to return.
 int fail(Context& context, const QString& message, int status = kCommandFailed);

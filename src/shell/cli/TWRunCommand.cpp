@@ -68,6 +68,12 @@ int listWorkflows(const Arguments& arguments, Context& context) {
     if (!arguments.operands.isEmpty())
         return usageError(context, QStringLiteral("workflows"), "takes no files");
     const TWWorkflowLibrary library(context.session.runs().context().preferences);
+    if (arguments.has(QStringLiteral("names"))) {
+        for (const TWWorkflowLibrary::Item& group : library.groups())
+            for (const TWWorkflowLibrary::Item& item : group.items)
+                context.out << item.title << '\n';
+        return kSuccess;
+    }
     for (const TWWorkflowLibrary::Item& group : library.groups()) {
         context.out << group.title << (group.items.isEmpty() ? QStringLiteral(" (none)") : QString()) << '\n';
         for (const TWWorkflowLibrary::Item& item : group.items) {
@@ -106,14 +112,15 @@ Command runCommand() {
 }
 
 Command workflowsCommand() {
-    return {QStringLiteral("workflows"),
-            QStringLiteral("list the factory and user workflows"),
-            {QStringLiteral("[OPTIONS]")},
-            QStringLiteral("Lists the workflows of the library, factory and user, with their actions.\n"
-                           "A user workflow is any .twwf file in the folder named at the end.\n"),
-            {},
-            {},
-            listWorkflows};
+    return {
+        QStringLiteral("workflows"),
+        QStringLiteral("list the factory and user workflows"),
+        {QStringLiteral("[OPTIONS]")},
+        QStringLiteral("Lists the workflows of the library, factory and user, with their actions.\n"
+                       "A user workflow is any .twwf file in the folder named at the end.\n"),
+        {flag(QStringLiteral("names"), QStringLiteral("only the titles, one a line, as 'run' takes them"))},
+        {},
+        listWorkflows};
 }
 
 } // namespace TWCommandLine
