@@ -44,9 +44,14 @@ std::optional<TWActionError> TWActionRun::confirm(const QList<TWFileEntryPtr>& e
             return TWActionError::errorWithCode(LXMissingDestination, TWActionPhase::ConfirmingDestination);
     } else if (checkSources) {
         for (const TWFileEntryPtr& entry : entries)
-            if (!LXFile::isWritableDirectory(folderOf(entry->path())))
+            if (const LXStatus writable = LXFile::canWriteInDirectory(folderOf(entry->path())); !writable) {
+                // The general reason, then the folder and the system's own (no permission, a read-only disk).
+                const LXError cause(LXReadOnlyDestination,
+                                    TWActionError::failureReasonForError(LXReadOnlyDestination) + u' ' +
+                                        writable.error().description());
                 return TWActionError::errorWithCode(LXReadOnlyDestination,
-                                                    TWActionPhase::ConfirmingDestination);
+                                                    TWActionPhase::ConfirmingDestination, cause);
+            }
     }
     if (!m_action.requiredInstructionKeysExist(m_instructions))
         return TWActionError::errorWithCode(LXMissingInstructions, TWActionPhase::ConfirmingInstructions);

@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 #include <utility>
@@ -273,9 +274,18 @@ bool existsAtPath(const QString& path, bool* isDirectory) {
     return exists;
 }
 
-bool isWritableDirectory(const QString& path) {
+LXStatus canWriteInDirectory(const QString& path) {
     struct stat st;
-    return statPath(path, &st) && S_ISDIR(st.st_mode) && ::access(native(path).constData(), W_OK | X_OK) == 0;
+    if (!statPath(path, &st)) return LXFileError::fromErrno(QStringLiteral("cannot reach the folder"), path);
+    if (!S_ISDIR(st.st_mode)) return LXFileError(QStringLiteral("is not a folder"), path, ENOTDIR);
+    if (::access(native(path).constData(), W_OK | X_OK) != 0)
+        return LXFileError::fromErrno(QStringLiteral("cannot write in the folder"), path);
+    return {};
+}
+
+bool isOnReadOnlyFileSystem(const QString& path) {
+    struct statvfs st;
+    return ::statvfs(native(path).constData(), &st) == 0 && (st.f_flag & ST_RDONLY) != 0;
 }
 
 QStringList contentsOfDirectoryAtPath(const QString& path) {

@@ -13,7 +13,10 @@ namespace LXFile {
 
 bool existsAtPath(const QString& path);
 bool existsAtPath(const QString& path, bool* isDirectory);
-bool isWritableDirectory(const QString& path);
+// Success when files can be made in the directory; otherwise the reason (missing, not a folder, no
+// permission, a read-only file system).
+LXStatus canWriteInDirectory(const QString& path);
+bool isOnReadOnlyFileSystem(const QString& path);           // a CD, a read-only mount
 QStringList contentsOfDirectoryAtPath(const QString& path); // names, sorted, without "." and ".."
 
 // The four-character type code of the file, from its content ("WAVE", "AIFF", "AIFC", "caff",

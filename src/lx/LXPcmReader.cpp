@@ -6,6 +6,7 @@
 #include "lx/LXWaveChunks.h"
 
 #include <QFile>
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -77,13 +78,33 @@ private:
             const int64_t n = std::min(framesPerBlock, todo - done);
             m_bytes.resize(size_t(n * align));
             const int64_t offset = m_layout.dataOffset + (frame + done) * align;
-            if (!LXReadFully(m_fd.get(), m_bytes.data(), n * align, offset))
-                return LXFileError::fromErrno(QStringLiteral("cannot read the audio"), m_path);
+            if (!LXReadFully(m_fd.get(), m_bytes.data(), n * align, offset)) return readError(offset);
             LXDecodeSamples(m_layout.desc.encoding, m_bytes.data(), out + done * channels,
                             size_t(n * channels));
             done += n;
         }
         return todo;
+    }
+
+    // A read that failed at byte offset of the file: the system's failure, or a file that has become
+    // shorter since it was opened.
+    LXError readError(int64_t offset) const {
+        const int errnum = errno;
+        struct stat st;
+        if (::fstat(m_fd.get(), &st) == 0 && st.st_size < offset + m_layout.blockAlign) {
+            const int64_t end =
+                std::max<int64_t>(0, (int64_t(st.st_size) - m_layout.dataOffset) / m_layout.blockAlign);
+            return LXError(
+                LXErrTruncated,
+                QStringLiteral("the file was cut short while it was open: its audio now ends at frame "
+                               "%1 of %2")
+                    .arg(end)
+                    .arg(m_layout.desc.frames),
+                m_path, st.st_size);
+        }
+        errno = errnum;
+        const int64_t frame = (offset - m_layout.dataOffset) / m_layout.blockAlign;
+        return LXFileError::fromErrno(QStringLiteral("cannot read the audio at frame %1").arg(frame), m_path);
     }
 
     LXFileDescriptor m_fd;

@@ -49,8 +49,18 @@ LXFileDescriptor openPath(const QString& path, int flags, mode_t mode = 0) {
     return LXFileDescriptor(fd);
 }
 
+// libsndfile's texts read "Error : flac decoder lost sync." or "System error : Permission denied.": the
+// reason alone, as a clause that follows ours.
+QString sndfileText(const char* text) {
+    QString reason = QString::fromLocal8Bit(text).trimmed();
+    for (const QLatin1StringView prefix : {QLatin1StringView("System error :"), QLatin1StringView("Error :")})
+        if (reason.startsWith(prefix, Qt::CaseInsensitive)) reason = reason.mid(prefix.size()).trimmed();
+    if (reason.endsWith(u'.')) reason.chop(1);
+    return reason;
+}
+
 QString sndfileReason(SNDFILE* file) {
-    return QString::fromLocal8Bit(sf_strerror(file)).trimmed();
+    return sndfileText(sf_strerror(file));
 }
 
 // libsndfile hands over text as stored: UTF-8 in Vorbis comments and CAF, anything in RIFF INFO.
@@ -246,6 +256,8 @@ private:
     SndfileReader(QString path, LXFileDescriptor fd, SNDFILE* file, const SF_INFO& info);
 
     template <typename T> LXResult<int64_t> readFrames(int64_t frame, int64_t count, T* out);
+    // A read that libsndfile gave up at frame `at`: the system's failure, or a stream it could not decode.
+    LXError readError(int64_t at);
     int64_t readBlock(int64_t frames, float* out);
     int64_t readBlock(int64_t frames, double* out) { return sf_readf_double(m_file.get(), out, frames); }
     LXStatus seekTo(int64_t frame);
@@ -450,14 +462,7 @@ LXStatus SndfileReader::seekTo(int64_t frame) {
         const int64_t n = std::min(kBlockFrames, frame - at);
         m_scratch.resize(size_t(n * m_desc.channels));
         const int64_t got = sf_readf_double(m_file.get(), m_scratch.data(), n);
-        if (got != n) {
-            m_position = -1;
-            return LXError(LXErrReadFailed,
-                           QStringLiteral("cannot read the audio before frame %1 (%2)")
-                               .arg(frame)
-                               .arg(sndfileReason(m_file.get())),
-                           m_path);
-        }
+        if (got != n) return readError(at + std::max<int64_t>(got, 0));
         at += got;
     }
     m_position = frame;
@@ -490,18 +495,32 @@ template <typename T> LXResult<int64_t> SndfileReader::readFrames(int64_t frame,
     LX_TRY(seekTo(frame));
 
     const int64_t got = readBlock(count, out);
-    if (got < count && sf_error(m_file.get()) != SF_ERR_NO_ERROR) {
-        m_position = -1;
-        return LXError(LXErrReadFailed,
-                       QStringLiteral("cannot read the audio at frame %1 (%2)")
-                           .arg(frame + std::max<int64_t>(got, 0))
-                           .arg(sndfileReason(m_file.get())),
-                       m_path);
-    }
+    if (got < count && sf_error(m_file.get()) != SF_ERR_NO_ERROR)
+        return readError(frame + std::max<int64_t>(got, 0));
     // The decoder ended before the length the header gave: the file ends here.
     if (got < count) m_desc.frames = frame + std::max<int64_t>(got, 0);
     m_position = frame + got;
     return got;
+}
+
+LXError SndfileReader::readError(int64_t at) {
+    m_position = -1;
+    const QString name = LXFormat::name(m_desc.format);
+    const int code = sf_error(m_file.get());
+    if (code == SF_ERR_NO_ERROR)
+        return LXError(LXErrTruncated,
+                       QStringLiteral("the %1 stream ends at frame %2, before the %3 frames its header gives")
+                           .arg(name)
+                           .arg(at)
+                           .arg(m_desc.frames),
+                       m_path);
+    const QString reason = sndfileReason(m_file.get());
+    if (code == SF_ERR_SYSTEM)
+        return LXError(LXErrReadFailed,
+                       QStringLiteral("cannot read the audio at frame %1: %2").arg(at).arg(reason), m_path);
+    return LXError(LXErrDamaged,
+                   QStringLiteral("the %1 stream is damaged at frame %2 (%3)").arg(name).arg(at).arg(reason),
+                   m_path);
 }
 
 // ---- writing ---------------------------------------------------------------------------------------
@@ -837,10 +856,10 @@ LXStatus SndfileSink::finish(const LXAnnotations& annotations, bool retainUnknow
 
     const int closed = sf_close(m_file.release());
     if (closed != SF_ERR_NO_ERROR)
-        return LXError(LXErrWriteFailed,
-                       QStringLiteral("cannot complete the file (%1)")
-                           .arg(QString::fromLocal8Bit(sf_error_number(closed))),
-                       m_path);
+        return LXError(
+            LXErrWriteFailed,
+            QStringLiteral("cannot complete the file (%1)").arg(sndfileText(sf_error_number(closed))),
+            m_path);
     LX_TRY(LXFile::syncDescriptor(m_target.get(), m_path));
     if (!closeChecked(m_target))
         return LXFileError::fromErrno(QStringLiteral("Cannot write the file"), m_path);

@@ -16,18 +16,6 @@
 #include <QDir>
 #include <QFileInfo>
 
-#include <sys/statvfs.h>
-
-namespace {
-
-// Items on a read-only volume (a CD, a read-only mount) cannot be processed in place.
-bool isOnReadOnlyVolume(const QString& path) {
-    struct statvfs st;
-    return ::statvfs(QFile::encodeName(path).constData(), &st) == 0 && (st.f_flag & ST_RDONLY) != 0;
-}
-
-} // namespace
-
 QList<TWEntryPtr> TWWorkspace::addFiles(const QStringList& paths, TWEntry* target, qsizetype index) {
     TWEntry* parent = target ? target : m_rootGroup.get();
     if (index < 0 || index > parent->entryCount()) index = parent->entryCount();
@@ -37,7 +25,7 @@ QList<TWEntryPtr> TWWorkspace::addFiles(const QStringList& paths, TWEntry* targe
         const QString path = LXFile::conformPath(given);
         bool isDirectory = false;
         if (!LXFile::existsAtPath(path, &isDirectory)) continue;
-        if (isOnReadOnlyVolume(path)) {
+        if (LXFile::isOnReadOnlyFileSystem(path)) { // items there cannot be processed in place
             skippedReadOnly = true;
             continue;
         }
