@@ -22,7 +22,7 @@ public:
     TWExportOutputs(TWActionRun& run, TWActionExport& action) : m_run(run), m_action(action) {}
 
     TWOutcome make(LXAudioFile& file, const TWFileEntryPtr& entry, TWBusyEntry& busy, int,
-                   QList<TWFileEntryPtr>& results) override {
+                   QList<TWFileEntryPtr>& results, TWFileReport& report) override {
         const QString folder = m_run.folderFor(*entry);
         const QString name = QFileInfo(entry->path()).completeBaseName() + u'.' + m_action.extension();
         auto temporary = LXCreateTemporaryFile(folder, name);
@@ -35,6 +35,8 @@ public:
             if (const LXStatus moved = LXFile::movePath(temporary->path, target); moved) {
                 m_written.append(target);
                 results.append(entry);
+                report.outcome = TWFileReport::Outcome::Changed;
+                report.outputs.append(target);
                 return outcome;
             } else {
                 outcome = moved.error();

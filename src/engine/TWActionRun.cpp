@@ -94,6 +94,11 @@ void TWActionRun::didProcess(const QList<TWFileEntryPtr>& results, std::optional
     m_runs.didProcessWithAction(ended);
 }
 
+void TWActionRun::reportFile(TWFileReport report) {
+    report.actionName = m_action.name();
+    m_runs.reportFile(report);
+}
+
 TWOutcome TWActionRun::stopRequested() const {
     return TWOutcome::fromCode(m_runs.stopCode());
 }

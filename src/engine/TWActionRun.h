@@ -47,6 +47,10 @@ public:
     void didProcess(const QList<TWFileEntryPtr>& results, std::optional<qint64> undoStep = {},
                     const QVariantList& undoInstructions = {}, bool putBack = false);
 
+    const TWRunOptions& options() const { return m_runs.runOptions(); }
+    // What became of one file: the report goes to the controller under the action's name.
+    void reportFile(TWFileReport report);
+
     // The stop or cancel asked for since the run began, or success.
     TWOutcome stopRequested() const;
     // The action's error for an outcome that did not go on, in the phase given; nothing for success.

@@ -21,7 +21,7 @@ public:
         : m_run(run), m_keepUndo(run.context().preferences.boolValue(QStringLiteral("Undo Enabled"))) {}
 
     TWOutcome make(LXAudioFile& file, const TWFileEntryPtr& entry, TWBusyEntry& busy, int index,
-                   QList<TWFileEntryPtr>& results) override {
+                   QList<TWFileEntryPtr>& results, TWFileReport& report) override {
         LXAudioFileWriter writer(file);
         // New files are written where they will stay, so saving is a rename on one file system.
         if (m_run.toNewFile() && !m_run.directory().isEmpty()) writer.setDirectory(m_run.directory());
@@ -30,10 +30,11 @@ public:
             m_run.action().processAudioFile(file, *entry, m_run.instructions(), writer, index);
         switch (outcome.kind()) {
         case TWOutcome::Kind::Continue:
-            return m_run.toNewFile() ? keep(m_run.newEntryFromSource(writer, entry), results)
-                                     : saveInPlace(writer, file, entry, results);
+            report.outcome = TWFileReport::Outcome::Changed; // unless the save fails or is given up
+            return m_run.toNewFile() ? keep(m_run.newEntryFromSource(writer, entry), results, report)
+                                     : saveInPlace(writer, file, entry, results, report);
         case TWOutcome::Kind::Unchanged:
-            if (m_run.toNewFile()) return keep(m_run.newEntryFromSource(file, entry), results);
+            if (m_run.toNewFile()) return keep(m_run.newEntryFromSource(file, entry), results, report);
             results.append(entry);
             return TWOutcome::success();
         case TWOutcome::Kind::Stopped:
@@ -60,14 +61,17 @@ public:
     }
 
 private:
-    static TWOutcome keep(const LXResult<TWFileEntryPtr>& made, QList<TWFileEntryPtr>& results) {
+    // A new file made (from the writer, or a copy of an unchanged source).
+    static TWOutcome keep(const LXResult<TWFileEntryPtr>& made, QList<TWFileEntryPtr>& results,
+                          TWFileReport& report) {
         if (!made) return made.error();
         results.append(*made);
+        report.outputs.append((*made)->path());
         return TWOutcome::success();
     }
 
     TWOutcome saveInPlace(LXAudioFileWriter& writer, const LXAudioFile& file, const TWFileEntryPtr& entry,
-                          QList<TWFileEntryPtr>& results) {
+                          QList<TWFileEntryPtr>& results, TWFileReport& report) {
         TWUndoJournal& journal = m_run.context().journal;
         if (m_keepUndo && !m_step) m_step = journal.beginStep(m_run.action().name());
         const auto beforeCommit = [&](const TWSaveInfo& info) {
@@ -77,8 +81,12 @@ private:
             TWExtension::saveInPlaceOf(writer, file, m_keepUndo, m_run.context().interaction, beforeCommit);
         if (!saved) return saved.error();
         results.append(entry);
-        if (!saved->has_value()) return TWOutcome::success(); // the user gave up the save: nothing changed
+        if (!saved->has_value()) { // the user gave up the save: nothing changed
+            report.outcome = TWFileReport::Outcome::Unchanged;
+            return TWOutcome::success();
+        }
         const TWSaveInfo& info = **saved;
+        report.outputs.append(info.currentLeadPath());
         entry->setPath(info.currentLeadPath());
         entry->refreshNow();
         m_run.repointEntries(info.formerLeadPath(), info.currentLeadPath());
@@ -96,12 +104,28 @@ std::unique_ptr<TWFileOutputs> TWAction::makeOutputs(TWActionRun& run) {
     return std::make_unique<TWWriterOutputs>(run);
 }
 
+namespace {
+
+TWFileReport::Outcome reportedOutcome(TWOutcome::Kind kind) {
+    switch (kind) {
+    case TWOutcome::Kind::Stopped:
+        return TWFileReport::Outcome::Stopped;
+    case TWOutcome::Kind::Cancelled:
+        return TWFileReport::Outcome::Cancelled;
+    default:
+        return TWFileReport::Outcome::Failed;
+    }
+}
+
+} // namespace
+
 std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
                                                       const QList<TWFileEntryPtr>& entries,
                                                       const QVariantMap& instructions,
                                                       QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
     if (auto error = run.confirm(entries, true)) return error;
+    const TWRunOptions options = run.options();
     run.sweepTemporaryFiles(entries);
     const std::unique_ptr<TWFileOutputs> outputs = makeOutputs(run);
 
@@ -109,8 +133,15 @@ std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
     TWOutcome outcome = preProcessWithEntries(entries, instructions);
     for (const TWFileEntryPtr& entry : entries) {
         if (!outcome.goesOn()) break;
+        TWFileReport report;
+        report.input = entry->path();
         auto opened = LXAudioFile::open(entry->path());
-        if (!opened) continue; // a file that cannot be opened gives nothing, silently
+        if (!opened) { // a file that cannot be opened gives nothing and ends nothing
+            report.outcome = TWFileReport::Outcome::Skipped;
+            report.note = opened.error().description();
+            run.reportFile(report);
+            continue;
+        }
         {
             LXAudioFile& file = **opened;
             file.setProgressDelegate(entry.get());
@@ -118,9 +149,18 @@ std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
             run.willProcessEntry(entry);
             const int count = numberOfNewEntriesForAudioFile(file, *entry, instructions);
             for (int index = 0; outcome.goesOn() && index < count; ++index)
-                outcome = outputs->make(file, entry, busy, index, results);
+                outcome = outputs->make(file, entry, busy, index, results, report);
         }
         run.didProcessEntry(entry);
+        if (!outcome.goesOn()) {
+            report.outcome = reportedOutcome(outcome.kind());
+            report.note = TWActionRun::errorFor(outcome, TWActionPhase::ProcessingFiles)->failureReason();
+            if (outcome.kind() == TWOutcome::Kind::Failed && options.keepGoing) {
+                report.outcome = TWFileReport::Outcome::Skipped;
+                outcome = TWOutcome::success();
+            }
+        }
+        run.reportFile(report);
         if (outcome.goesOn()) outcome = run.stopRequested(); // also between files that needed no work
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/TWFileReport.h"
 #include "engine/TWOutcome.h"
 
 #include "model/TWEntry.h"
@@ -15,9 +16,10 @@ class TWFileOutputs {
 public:
     virtual ~TWFileOutputs() = default;
     // Makes output `index` of the opened file through the action's hook and keeps it, appending the entries
-    // that show it to results. Unchanged counts as success here, once dealt with.
+    // that show it to results and what it became to the file's report. Unchanged counts as success here,
+    // once dealt with.
     virtual TWOutcome make(LXAudioFile& file, const TWFileEntryPtr& entry, TWBusyEntry& busy, int index,
-                           QList<TWFileEntryPtr>& results) = 0;
+                           QList<TWFileEntryPtr>& results, TWFileReport& report) = 0;
     // The run was cancelled: what it made goes back (in-place files restored, exports deleted).
     virtual void takeBack() = 0;
     // The run ended otherwise: what undoes it, a step of the undo journal when it replaced files.

@@ -283,6 +283,10 @@ void TWRunController::didProcessWithAction(const TWActionEnded& ended) {
     });
 }
 
+void TWRunController::reportFile(const TWFileReport& report) {
+    onOwnThread([this, report] { emit fileReported(report); });
+}
+
 QStringList TWRunController::takeScriptResults() {
     return std::exchange(m_scriptResults, {});
 }

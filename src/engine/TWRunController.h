@@ -2,6 +2,7 @@
 
 #include "engine/TWActionError.h"
 #include "engine/TWEngineContext.h"
+#include "engine/TWFileReport.h"
 
 #include "model/TWEntry.h"
 #include "model/TWRunService.h"
@@ -31,6 +32,11 @@ struct TWActionEnded {
     bool putBack = false;           // a cancelled run: run undoInstructions at once, record nothing
 };
 
+// How a front end wants its runs carried out, beyond what the instructions say.
+struct TWRunOptions {
+    bool keepGoing = false; // a file that fails is skipped (its report says why) and the run goes on
+};
+
 // Runs, progress and undo: the engine's side of the workspace. It owns the work thread that serves one
 // request at a time (a workflow run or an analysis pass), the progress a front end shows, the undo stack
 // (one step per action that changed files), and the results a waiting script command collects. Lives on
@@ -58,6 +64,9 @@ public:
     void stopWorkThread();
     // The stop code the running work answers at its next progress report: the workspace's.
     int32_t stopCode() const;
+    // Set between runs; the runs read them on the work thread.
+    void setRunOptions(const TWRunOptions& options) { m_options = options; }
+    const TWRunOptions& runOptions() const { return m_options; }
 
     // Progress and results -------------------------------------------------------------------------------
     QString progressTitle() const { return m_progressTitle; }
@@ -87,6 +96,7 @@ public:
     void willProcessEntry(const TWFileEntryPtr& entry);
     void didProcessEntry(const TWFileEntryPtr& entry);
     void didProcessWithAction(const TWActionEnded& ended);
+    void reportFile(const TWFileReport& report);
 
 signals:
     void workingChanged(bool working);
@@ -96,6 +106,7 @@ signals:
     // "Process successful", "Process stopped", "Process cancelled", "Error: ..."; failed for any error.
     void processEnded(const QString& title, bool failed);
     void scriptResultsAdded(const QStringList& paths);
+    void fileReported(const TWFileReport& report);
     void previewsDisabled();
 
 private:
@@ -118,6 +129,7 @@ private:
     QUndoStack* m_undoStack = nullptr; // a child of the controller
     bool m_working = false;
     bool m_headless = false;
+    TWRunOptions m_options;
     QStringList m_scriptResults;
     QString m_lastErrorDescription;
     QString m_progressTitle;

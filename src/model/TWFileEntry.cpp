@@ -202,12 +202,12 @@ void TWFileEntry::popStatus() {
 
 // Analysis and reading ------------------------------------------------------------------------------------
 
-bool TWFileEntry::analyze() {
+LXStatus TWFileEntry::analyze() {
     auto file = LXAudioFile::open(path());
-    if (!file) return false;
+    if (!file) return file.error();
     (*file)->setProgressDelegate(this);
     setStatus(TWStatus::Analyzing);
-    const bool analysed = bool(LXAnalyze(**file, 1));
+    const LXStatus analysed = LXAnalyze(**file, 1);
     (*file)->setProgressDelegate(nullptr);
     if (analysed)
         loadInfoFromAudioFile(**file);

@@ -74,8 +74,9 @@ public:
     void pushStatus(float status);
     void popStatus();
 
-    // Analyses the file (peak, RMS, overview); status 2 while it runs, then 3 (or 1 when it failed).
-    bool analyze();
+    // Analyses the file (peak, RMS, overview); status 2 while it runs, then 3 (or 1 when it failed, and
+    // the error says why).
+    LXStatus analyze();
     // The file opened for reading, or nullptr unless the entry's state is 1, 3, 5 or 7.
     std::unique_ptr<LXAudioFile> audioFile() const;
 

@@ -29,11 +29,15 @@ QProcessEnvironment CommandLineRunner::environment() const {
     return environment;
 }
 
-CommandLineRunner::Result CommandLineRunner::run(const QStringList& arguments) const {
+CommandLineRunner::Result CommandLineRunner::run(const QStringList& arguments,
+                                                 const QStringList& wrapper) const {
     QProcess process;
     process.setProcessEnvironment(environment());
     process.setWorkingDirectory(work());
-    process.start(program(), arguments);
+    if (wrapper.isEmpty())
+        process.start(program(), arguments);
+    else
+        process.start(wrapper.first(), wrapper.mid(1) + QStringList{program()} + arguments);
     Result result;
     if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit) return result;
     result.exitCode = process.exitCode();

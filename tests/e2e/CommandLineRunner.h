@@ -22,7 +22,9 @@ public:
         QString err;
         QStringList lines() const; // stdout, one path a line
     };
-    Result run(const QStringList& arguments) const;
+    // wrapper: a program that runs clipwright for the test (unshare, for a user or a mount of its own),
+    // with its arguments; the program's path and the arguments follow them.
+    Result run(const QStringList& arguments, const QStringList& wrapper = {}) const;
     // The available commands, as `clipwright --help` lists them.
     QStringList commands() const;
     // A second of a 440 Hz sine at half scale, made by sox in the work folder.

@@ -134,6 +134,7 @@ TWOutcome TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& 
                                                    const QVariantMap& instructions) {
     const bool grouping = kGrouping(instructions);
     const bool rms = kNormalizeRms(instructions);
+    m_unmeasured.clear();
     for (const TWFileEntryPtr& entry : entries) {
         // A peak of exactly -1 and an RMS that is NaN mean "not measured yet"; a NaN peak counts as measured.
         const bool measured = rms ? !std::isnan(entry->rms()) : entry->max() != -1.0f;
@@ -144,7 +145,13 @@ TWOutcome TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& 
         file.setProgressDelegate(entry.get());
         auto level = rms ? LXRmsFrom(file, 0, file.frames(), file.channelSet())
                          : LXMaximumFrom(file, 0, file.frames(), file.channelSet());
-        if (!level) return level.error();
+        if (!level) {
+            // A file that cannot be read fails at its turn, as any file does; a stop ends the run here.
+            const TWOutcome failed(level.error());
+            if (failed.isStopOrCancel()) return failed;
+            m_unmeasured.insert(entry.get(), level.error());
+            continue;
+        }
         if (rms)
             entry->setRMS(*level);
         else
@@ -160,6 +167,8 @@ TWOutcome TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& 
 TWOutcome TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& entry,
                                               const QVariantMap& instructions, LXAudioFileWriter& writer,
                                               int) {
+    if (const auto unmeasured = m_unmeasured.constFind(&entry); unmeasured != m_unmeasured.cend())
+        return TWOutcome::failure(*unmeasured);
     const float target = TWGainForLevel(kTargetLevel(instructions));
     // A grouped run of one file divides by the group level it never measured (-1): the file reaches the
     // target inverted. Kept deliberately: workflows rely on it.

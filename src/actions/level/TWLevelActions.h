@@ -2,6 +2,8 @@
 
 #include "engine/TWAction.h"
 
+#include <QHash>
+
 // Level changes: a fixed gain, even channels, and a peak or RMS target for each file or a whole batch.
 // Changes smaller than 1 % of the amplitude (about 0.09 dB) leave a file unchanged.
 
@@ -54,6 +56,7 @@ protected:
 
 private:
     float m_groupLevel = -1.0f;
+    QHash<const TWFileEntry*, LXError> m_unmeasured; // the files that could not be measured, and why
 };
 
 // 10 to the power (dB / 20): the division in single precision, the power in double, stored as a float.

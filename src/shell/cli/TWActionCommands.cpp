@@ -136,8 +136,8 @@ const Option* optionNamed(const QString& name, const QList<Option>& options) {
     return nullptr;
 }
 
-// The keys of the command's actions, each once, then the choosing options that are not keys, then where
-// the results go.
+// The keys of the command's actions, each once, then the choosing options that are not keys, where the
+// results go, and how the run goes.
 QList<Option> actionOptions(const ActionCommand& command) {
     QList<Option> options;
     for (const QString& className : {command.className, command.secondClassName})
@@ -154,7 +154,7 @@ QList<Option> actionOptions(const ActionCommand& command) {
              valued(QStringLiteral("directory"), QStringLiteral("DIR"),
                     QStringLiteral("write the new files into DIR")),
              flag(QStringLiteral("add-to-list"), QStringLiteral("add the new files to the file list"))};
-    return options;
+    return options + runOptions();
 }
 
 // The option's value, typed by whichever of the command's actions knows the key.
@@ -212,11 +212,11 @@ int runActionCommand(const ActionCommand& command, const Arguments& arguments, C
                 QStringLiteral("'%1' with this option is not available in this version.").arg(command.name));
     }
 
-    bool allAdmitted = true;
-    const QStringList paths =
-        TWRunner::addFiles(context.session.workspace(), files, context.err, &allAdmitted);
-    if (!allAdmitted) return fail(context, "nothing was processed");
-    if (paths.isEmpty()) return fail(context, "no audio files to process");
+    QList<TWFileReport> refused;
+    const QStringList paths = TWRunner::addFiles(context.session.workspace(), files, refused);
+    if (!refused.isEmpty() && !arguments.has(QStringLiteral("keep-going")))
+        return TWRunner::refuse(context, refused);
+    if (paths.isEmpty() && refused.isEmpty()) return fail(context, "no audio files to process");
 
     QVariantMap destination{{QStringLiteral("toNewFile"), toNewFile},
                             {QStringLiteral("addToList"), addToList}};
@@ -233,17 +233,10 @@ int runActionCommand(const ActionCommand& command, const Arguments& arguments, C
         for (const QString& key : action->requiredInstructionKeys())
             if (!values.contains(key)) missing.append(QStringLiteral("--") + key);
 
-    const TWRunner::Outcome outcome =
-        TWRunner::run(context.session.runs(), {instructions}, context.verbosity, context.err);
-    for (const QString& path : outcome.results)
-        context.out << path << '\n';
-    context.out.flush();
-    if (outcome.error)
-        return fail(context, missing.isEmpty()
-                                 ? *outcome.error
-                                 : *outcome.error +
-                                       QStringLiteral(" Give %1.").arg(missing.join(QStringLiteral(", "))));
-    return kSuccess;
+    TWRunner::Outcome outcome = TWRunner::run(context, {instructions}, runOptionsFrom(arguments), refused);
+    if (outcome.error && !missing.isEmpty())
+        *outcome.error += QStringLiteral(" Give %1.").arg(missing.join(QStringLiteral(", ")));
+    return TWRunner::conclude(context, outcome);
 }
 
 Command commandFor(const ActionCommand& command) {
@@ -264,7 +257,8 @@ Command commandFor(const ActionCommand& command) {
     result.options = actionOptions(command);
     result.notes =
         QStringLiteral("Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
-                       "files this command replaced. Exit status: 0 done, 8 failed, 2 usage error.\n");
+                       "files this command replaced. Exit status: 0 done, 3 some files skipped\n"
+                       "(--keep-going), 8 failed, 2 usage error.\n");
     result.run = [command](const Arguments& arguments, Context& context) {
         return runActionCommand(command, arguments, context);
     };

@@ -25,6 +25,19 @@ const QList<Option>& commonOptions() {
     return options;
 }
 
+const QList<Option>& runOptions() {
+    static const QList<Option> options = {
+        flag(QStringLiteral("keep-going"),
+             QStringLiteral("skip the files that cannot be read or processed, go on with the rest, list them "
+                            "at the end and exit with status 3")),
+    };
+    return options;
+}
+
+TWRunner::Options runOptionsFrom(const Arguments& arguments) {
+    return {arguments.has(QStringLiteral("keep-going"))};
+}
+
 QString helpText(const Command& command) {
     QString text;
     for (const QString& usage : command.usage)
@@ -62,7 +75,8 @@ const Command& program() {
                                "eval \"$(clipwright --completion bash)\" in ~/.bashrc"))},
         QStringLiteral("Options and files may come in any order; '--' ends the options. A value may follow\n"
                        "its option or be joined to it: '--level -6' or '--level=-6'.\n"
-                       "Exit status: 0 done, 8 a command failed, 2 a usage error.\n"),
+                       "Exit status: 0 done, 8 a command failed, 2 a usage error, 3 a run skipped files\n"
+                       "(--keep-going).\n"),
         {}};
     return command;
 }

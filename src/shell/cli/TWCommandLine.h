@@ -12,11 +12,13 @@
 class TWSession;
 
 // The `clipwright` command line: one command per action and per model query, each with its own --help.
-// Exit status: 0 on success, 8 when a command failed, 2 for a usage error.
+// Exit status: 0 on success, 8 when a command failed, 2 for a usage error, 3 when a run went on past
+// files it could not process (--keep-going).
 namespace TWCommandLine {
 
 constexpr int kSuccess = 0;
 constexpr int kUsageError = 2;
+constexpr int kSomeSkipped = 3;
 constexpr int kCommandFailed = 8;
 
 struct Context {
@@ -48,6 +50,9 @@ const QList<Command>& commands();
 const Command& program();
 // --help, --quiet and --verbose, which every command takes after its own options.
 const QList<Option>& commonOptions();
+// --keep-going, which the commands that run actions take among their own.
+const QList<Option>& runOptions();
+TWRunner::Options runOptionsFrom(const Arguments& arguments);
 // The whole --help text of a command.
 QString helpText(const Command& command);
 

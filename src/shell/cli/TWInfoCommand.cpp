@@ -1,8 +1,6 @@
 // clipwright info: each file's entry information, as the file list shows it.
 
-#include "lx/LXAudioFile.h"
 #include "lx/LXAudioFormat.h"
-#include "lx/LXFile.h"
 #include "lx/LXMetadata.h"
 #include "model/TWFileEntry.h"
 #include "model/TWFormatters.h"
@@ -117,16 +115,6 @@ QJsonObject jsonDocument(const TWFileEntry& entry) {
     return document;
 }
 
-// Why an entry shows no audio, in the reader's words: "the file is empty", "Permission denied" ...
-QString reasonUnreadable(const TWFileEntry& entry) {
-    if (!LXFile::existsAtPath(entry.path())) return QStringLiteral("does not exist");
-    const auto file = LXAudioFile::open(entry.path());
-    if (file) return statusText(entry.status());
-    const LXError& error = file.error();
-    return error.offset() < 0 ? error.message()
-                              : QStringLiteral("%1 (at byte %2)").arg(error.message()).arg(error.offset());
-}
-
 int runInfo(const Arguments& arguments, Context& context) {
     const bool json = arguments.has(QStringLiteral("json"));
     const bool analyze = !arguments.has(QStringLiteral("no-analyze"));
@@ -135,18 +123,19 @@ int runInfo(const Arguments& arguments, Context& context) {
 
     // Files given, and the audio files in folders given; what is neither is reported here.
     TWWorkspace& workspace = context.session.workspace();
-    bool allAdmitted = true;
-    TWRunner::addFiles(workspace, arguments.operands, context.err, &allAdmitted);
-    int status = allAdmitted ? kSuccess : kCommandFailed;
+    QList<TWFileReport> refused;
+    TWRunner::addFiles(workspace, arguments.operands, refused);
+    int status = kSuccess;
+    for (const TWFileReport& report : std::as_const(refused))
+        status = fail(context, report.note);
     QJsonArray documents;
     for (const TWFileEntryPtr& entry : workspace.fileEntries()) {
         if (analyze && TWStatus::state(entry->status()) == 1) {
             if (context.verbosity == TWRunner::Verbosity::Verbose)
                 context.err << "Analyzing " << entry->path() << Qt::endl;
-            entry->analyze();
+            if (const LXStatus analysed = entry->analyze(); !analysed)
+                status = fail(context, analysed.error().description());
         }
-        if (TWStatus::state(entry->status()) < 0)
-            status = fail(context, QStringLiteral("'%1': %2").arg(entry->path(), reasonUnreadable(*entry)));
         if (json) {
             documents.append(jsonDocument(*entry));
             continue;

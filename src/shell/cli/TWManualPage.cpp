@@ -84,12 +84,16 @@ QString manualPage() {
         roff += QStringLiteral(".SS Not available in this version\n") +
                 paragraphs(unavailable.join(QStringLiteral(", ")) + u'.');
 
-    roff += QStringLiteral(
-                ".SH EXIT STATUS\n.TP\n%1\ndone\n.TP\n%2\na command failed (a line on stderr says why)\n"
-                ".TP\n%3\na usage error: an unknown command or option, a missing value or file\n")
-                .arg(kSuccess)
-                .arg(kCommandFailed)
-                .arg(kUsageError);
+    roff +=
+        QStringLiteral(
+            ".SH EXIT STATUS\n.TP\n%1\ndone\n.TP\n%2\na command failed (a line on stderr says why)\n"
+            ".TP\n%3\na usage error: an unknown command or option, a missing value or file\n"
+            ".TP\n%4\na run went on past files it could not read or process (\\fB\\-\\-keep\\-going\\fR), "
+            "and listed them on stderr\n")
+            .arg(kSuccess)
+            .arg(kCommandFailed)
+            .arg(kUsageError)
+            .arg(kSomeSkipped);
     roff += QStringLiteral(
         ".SH FILES\n"
         ".TP\n\\fI~/.config/Clipwright/Clipwright.plist\\fR\n"

@@ -48,20 +48,16 @@ int runWorkflow(const Arguments& arguments, Context& context) {
     const QVariantList instructions = TWWorkflowFile::instructionsFromStates(*states);
     if (instructions.isEmpty()) return fail(context, "the workflow has no action this version can run");
 
-    bool allAdmitted = true;
+    QList<TWFileReport> refused;
     TWWorkspace& workspace = context.session.workspace();
-    TWRunner::addFiles(workspace, operands.mid(1), context.err, &allAdmitted);
-    if (!allAdmitted) return fail(context, "nothing was processed");
+    TWRunner::addFiles(workspace, operands.mid(1), refused);
+    if (!refused.isEmpty() && !arguments.has(QStringLiteral("keep-going")))
+        return TWRunner::refuse(context, refused);
     // The files are the selection (source 1) and all the entries (source 0).
     workspace.setSelectedEntries(workspace.entries());
 
-    const TWRunner::Outcome outcome =
-        TWRunner::run(context.session.runs(), instructions, context.verbosity, context.err);
-    for (const QString& path : outcome.results)
-        context.out << path << '\n';
-    context.out.flush();
-    if (outcome.error) return fail(context, *outcome.error);
-    return kSuccess;
+    return TWRunner::conclude(context,
+                              TWRunner::run(context, instructions, runOptionsFrom(arguments), refused));
 }
 
 int listWorkflows(const Arguments& arguments, Context& context) {
@@ -104,10 +100,11 @@ Command runCommand() {
                        "'clipwright workflows'). The files are both the selection and the whole list, so\n"
                        "actions whose source is the selection or all files process them; each action's\n"
                        "results go to the next. Prints the paths the actions produced, one a line.\n"),
-        {},
+        runOptions(),
         QStringLiteral("Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
                        "files the running action replaced. In-place changes can be undone with\n"
-                       "'clipwright undo' (one step per action). Exit status: 0 done, 8 failed, 2 usage.\n"),
+                       "'clipwright undo' (one step per action). Exit status: 0 done, 3 some files\n"
+                       "skipped (--keep-going), 8 failed, 2 usage error.\n"),
         runWorkflow};
 }
 

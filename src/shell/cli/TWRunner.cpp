@@ -1,5 +1,7 @@
 #include "shell/cli/TWRunner.h"
 
+#include "shell/TWSession.h"
+#include "shell/cli/TWCommandLine.h"
 #include "shell/cli/TWProgressBar.h"
 
 #include "engine/TWRunController.h"
@@ -8,10 +10,13 @@
 #include "model/TWGroupEntry.h"
 #include "model/TWWorkspace.h"
 
+#include "lx/LXAudioFile.h"
 #include "lx/LXFile.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QFileInfo>
+#include <QSet>
 
 #include <atomic>
 #include <csignal>
@@ -63,73 +68,142 @@ private:
     struct sigaction m_previous[std::size(kSignals)] = {};
 };
 
+// Why the file at path cannot be processed, in words: "'/w/notes.txt' is not an audio file",
+// "'/w/a.wav': the file is empty", "'/w/b.flac': Cannot open the file: Permission denied".
+QString reasonUnusable(const QString& path) {
+    if (!LXFile::existsAtPath(path)) return QStringLiteral("'%1' does not exist").arg(path);
+    if (LXFile::isOnReadOnlyFileSystem(path))
+        return QStringLiteral("'%1' is on a read-only file system, from which the file list takes no files "
+                              "(copy it to a writable disk first)")
+            .arg(path);
+    const auto opened = LXAudioFile::open(path);
+    if (opened) return QStringLiteral("'%1' cannot be processed").arg(path);
+    const LXError& error = opened.error();
+    if (error.code() == LXErrUnsupported && QFileInfo(path).size() > 0)
+        return QStringLiteral("'%1' is not an audio file").arg(path);
+    QString reason = QStringLiteral("'%1': %2").arg(path, error.message());
+    if (error.offset() >= 0) reason += QStringLiteral(" (at byte %1)").arg(error.offset());
+    return reason;
+}
+
+TWFileReport refusal(const QString& path) {
+    TWFileReport report;
+    report.input = path;
+    report.outcome = TWFileReport::Outcome::Skipped;
+    report.note = reasonUnusable(path);
+    return report;
+}
+
 } // namespace
 
 namespace TWRunner {
 
-QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QTextStream& err, bool* allAdmitted) {
+QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused) {
     QStringList admitted;
-    *allAdmitted = true;
     for (const QString& argument : paths) {
         const QString path = LXFile::conformPath(argument);
-        if (!LXFile::existsAtPath(path)) {
-            err << "clipwright: '" << argument << "' does not exist" << Qt::endl;
-            *allAdmitted = false;
-            continue;
-        }
-        const QList<TWEntryPtr> added = workspace.addFiles({path});
+        // The workspace's own alert for a read-only disk would only repeat the refusal's reason.
+        const QList<TWEntryPtr> added = LXFile::existsAtPath(path) && !LXFile::isOnReadOnlyFileSystem(path)
+                                            ? workspace.addFiles({path})
+                                            : QList<TWEntryPtr>();
         if (added.isEmpty()) {
-            err << "clipwright: '" << argument << "' is not an audio file" << Qt::endl;
-            *allAdmitted = false;
+            refused.append(refusal(path));
             continue;
         }
+        QList<TWFileEntryPtr> files;
         for (const TWEntryPtr& entry : added)
-            entry->addFileEntryPathsToArray(admitted);
+            entry->addFileEntriesToArray(files);
+        for (const TWFileEntryPtr& file : std::as_const(files)) {
+            // Missing, damaged or unsupported as the entry found it.
+            if (TWStatus::state(file->status()) < 0)
+                refused.append(refusal(file->path()));
+            else
+                file->addFileEntryPathsToArray(admitted);
+        }
     }
     return admitted;
 }
 
-Outcome run(TWRunController& runs, const QVariantList& instructions, Verbosity verbosity, QTextStream& err) {
-    InterruptGuard interrupts(runs.context().workspace, verbosity != Verbosity::Quiet);
-    QObject reports; // the receiver of the verbose lines' connections
+int refuse(TWCommandLine::Context& context, const QList<TWFileReport>& refused) {
+    for (const TWFileReport& report : refused)
+        TWCommandLine::fail(context, report.note);
+    return TWCommandLine::fail(context, QStringLiteral("nothing was processed"));
+}
+
+Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, const Options& options,
+            const QList<TWFileReport>& refused) {
+    TWRunController& runs = context.session.runs();
+    Outcome outcome;
+    outcome.reports = refused;
+    QSet<QString> refusedPaths;
+    for (const TWFileReport& report : refused)
+        refusedPaths.insert(report.input);
+
+    InterruptGuard interrupts(runs.context().workspace, !context.isQuiet());
+    QObject receiver; // of the connections below, which end with it
     std::optional<TWProgressBar> bar;
     // Connected before the bar is made, so that a file's line is written before the bar is drawn again.
-    if (verbosity == Verbosity::Verbose) {
-        const auto say = [&err, &bar](const QString& line) {
+    if (context.verbosity == Verbosity::Verbose) {
+        const auto say = [&context, &bar](const QString& line) {
             if (bar) bar->clear();
-            err << line << Qt::endl;
+            context.err << line << Qt::endl;
         };
-        QObject::connect(&runs, &TWRunController::entryProcessing, &reports, [&runs, say](TWEntry* entry) {
+        QObject::connect(&runs, &TWRunController::entryProcessing, &receiver, [&runs, say](TWEntry* entry) {
             QString verb = runs.progressTitle();
             if (verb.endsWith(QStringLiteral("..."))) verb.chop(3);
             say(verb + u' ' + entry->path());
         });
-        QObject::connect(&runs, &TWRunController::scriptResultsAdded, &reports,
+        QObject::connect(&runs, &TWRunController::scriptResultsAdded, &receiver,
                          [say](const QStringList& paths) {
                              for (const QString& path : paths)
                                  say(QStringLiteral("Wrote ") + path);
                          });
     }
-    if (verbosity != Verbosity::Quiet) bar.emplace(runs);
+    QObject::connect(&runs, &TWRunController::fileReported, &receiver, [&](const TWFileReport& report) {
+        // A refused file that a workflow still met (in a folder it was given) was reported already.
+        if (report.outcome == TWFileReport::Outcome::Skipped && refusedPaths.contains(report.input)) return;
+        outcome.reports.append(report);
+    });
+    if (!context.isQuiet()) bar.emplace(runs);
     QEventLoop loop;
     bool ended = false;
-    const auto connection = QObject::connect(&runs, &TWRunController::processEnded, &loop, [&] {
+    QObject::connect(&runs, &TWRunController::processEnded, &loop, [&] {
         ended = true;
         loop.quit();
     });
+    runs.setRunOptions({options.keepGoing});
     (void)runs.takeScriptResults();
     runs.performInstructions(instructions, true);
     if (!ended) loop.exec();
-    QObject::disconnect(connection);
     // Reports handed over just before the end are delivered before the results are taken.
     QCoreApplication::processEvents();
+    runs.setRunOptions({});
     bar.reset();
 
-    Outcome outcome;
     outcome.results = runs.takeScriptResults();
     outcome.results.removeDuplicates(); // each action reports its results; a file changed twice is one line
     if (!runs.lastErrorDescription().isEmpty()) outcome.error = runs.lastErrorDescription();
     return outcome;
+}
+
+int conclude(TWCommandLine::Context& context, const Outcome& outcome) {
+    QList<const TWFileReport*> skipped;
+    for (const TWFileReport& report : outcome.reports) {
+        if (report.outcome == TWFileReport::Outcome::Skipped) {
+            skipped.append(&report);
+        }
+    }
+    for (const QString& path : outcome.results)
+        context.out << path << '\n';
+    context.out.flush();
+    if (!skipped.isEmpty()) {
+        context.err << "clipwright: skipped " << skipped.size()
+                    << (skipped.size() == 1 ? " file:" : " files:") << Qt::endl;
+        for (const TWFileReport* report : std::as_const(skipped))
+            context.err << "  " << report->note << Qt::endl;
+    }
+    if (outcome.error) return TWCommandLine::fail(context, *outcome.error);
+    return skipped.isEmpty() ? TWCommandLine::kSuccess : TWCommandLine::kSomeSkipped;
 }
 
 } // namespace TWRunner

@@ -1,14 +1,19 @@
 #pragma once
 
+#include "engine/TWFileReport.h"
+
+#include <QList>
 #include <QString>
 #include <QStringList>
-#include <QTextStream>
 #include <QVariantList>
 
 #include <optional>
 
-class TWRunController;
 class TWWorkspace;
+
+namespace TWCommandLine {
+struct Context;
+}
 
 // Runs instructions on the work thread for the command line and waits for the end: a progress bar on
 // stderr when it is a terminal, Ctrl-C to stop (the files done so far stay done and can be undone), a
@@ -18,17 +23,34 @@ namespace TWRunner {
 // --quiet: no progress bar and no message but errors; --verbose: a line on stderr for each file.
 enum class Verbosity { Quiet, Normal, Verbose };
 
+// How the commands that run actions carry them out (--keep-going).
+struct Options {
+    bool keepGoing = false; // skip the files that cannot be read or processed, and list them at the end
+};
+
 struct Outcome {
     QStringList results;          // the paths the actions produced, in order
     std::optional<QString> error; // the run's error, described
+    QList<TWFileReport> reports;  // every file's, the files refused before the run first
 };
 
 // Adds the files (and the audio files of folders) to the workspace as the entries a run works on, in
-// order, and returns their paths. Paths that do not exist or are not audio are reported on err and
-// clear allAdmitted.
-QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QTextStream& err, bool* allAdmitted);
+// order, and returns the paths of those that can be read. refused receives a report of each path left
+// out and each entry that cannot be read (missing, not audio, empty, damaged, no permission, on a
+// read-only file system), whose note says why: "'/w/a.wav': the file is empty".
+QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused);
 
-// Verbose, says on err which file each action works on and which files it wrote.
-Outcome run(TWRunController& runs, const QVariantList& instructions, Verbosity verbosity, QTextStream& err);
+// Without --keep-going a refused file ends the command before anything runs: says why, and returns the
+// exit status.
+int refuse(TWCommandLine::Context& context, const QList<TWFileReport>& refused);
+
+// Runs the instructions with the session's run controller; verbose, says on stderr which file each
+// action works on and which files it wrote. Files refused before the run come first in the outcome.
+Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, const Options& options,
+            const QList<TWFileReport>& refused = {});
+
+// Tells the user the outcome: the results on stdout; the error and the files skipped on stderr.
+// Returns the exit status.
+int conclude(TWCommandLine::Context& context, const Outcome& outcome);
 
 } // namespace TWRunner

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// What became of one file in one action, as the run reports it once the file is done: plain values,
+// since reports cross from the work thread to the front end, which shows them, lists the files skipped
+// or writes them down.
+struct TWFileReport {
+    enum class Outcome { Changed, Unchanged, Failed, Skipped, Stopped, Cancelled };
+
+    QString actionName;  // empty for a file refused before any action ran
+    QString input;       // the file's path as the action found it
+    QStringList outputs; // the files it became (in place, its own path)
+    Outcome outcome = Outcome::Unchanged;
+    QString note; // why the file failed or was skipped
+};

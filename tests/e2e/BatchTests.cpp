@@ -1,0 +1,112 @@
+// clipwright on batches with files it cannot use or that break while it works: what the user is told and
+// what is left on disk, checked with sox.
+
+#include "CommandLineRunner.h"
+
+#include "TestAudio.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace {
+
+// Half a second of a 440 Hz sine at half scale (peak -6.02 dB, RMS -9.03 dB), 16-bit.
+QString makeSine(const CommandLineRunner& runner, const QString& name) {
+    const QString path = QDir(runner.work()).filePath(name);
+    EXPECT_TRUE(TestAudio::generateWithSox(path, {"-n", "-r", "44100", "-b", "16"},
+                                           {"synth", "0.5", "sine", "440", "vol", "0.5"}));
+    return path;
+}
+
+QString writeFile(const CommandLineRunner& runner, const QString& name, const QByteArray& bytes) {
+    QFile file(QDir(runner.work()).filePath(name));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    return file.fileName();
+}
+
+// Three seconds of FLAC with 4000 bytes in the middle overwritten: its decoder loses sync there.
+QString makeDamagedFlac(const CommandLineRunner& runner, const QString& name) {
+    const QString sound = QDir(runner.work()).filePath("whole.flac");
+    EXPECT_TRUE(TestAudio::generateWithSox(sound, {"-n", "-r", "44100"}, {"synth", "3", "sine", "440"}));
+    QByteArray bytes = readBytes(sound);
+    QFile::remove(sound);
+    bytes.replace(bytes.size() / 2, 4000, QByteArray(4000, '\x55'));
+    return writeFile(runner, name, bytes);
+}
+
+double peakDecibels(const QString& path) {
+    const auto decoded = TestAudio::readWithSox(path);
+    EXPECT_TRUE(decoded) << path.toStdString();
+    double peak = 0;
+    for (double sample : decoded ? decoded->samples : std::vector<double>{})
+        peak = std::max(peak, std::fabs(sample));
+    return 20 * std::log10(peak);
+}
+
+} // namespace
+
+TEST(BatchErrors, FilesThatCannotBeUsedAreNamedWithTheReasonAndKeepGoingSkipsThem) {
+    CommandLineRunner runner;
+    const QString sine = makeSine(runner, "sine.wav");
+    const QString text = writeFile(runner, "notes.txt", "hello\n");
+    const QString empty = writeFile(runner, "empty.wav", {});
+    const QByteArray before = readBytes(sine);
+
+    auto result = runner.run({"normalize", "--level", "-1", sine, text, empty});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_TRUE(result.err.contains("'" + text + "' is not an audio file")) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains("'" + empty + "': the file is empty")) << result.err.toStdString();
+    EXPECT_EQ(readBytes(sine), before);
+
+    result = runner.run({"normalize", "--level", "-1", "--keep-going", sine, text, empty});
+    EXPECT_EQ(result.exitCode, 3) << result.err.toStdString();
+    EXPECT_EQ(result.lines(), QStringList{sine});
+    EXPECT_TRUE(result.err.contains("skipped 2 files:\n  '" + text + "' is not an audio file\n  '" + empty))
+        << result.err.toStdString();
+    EXPECT_NEAR(peakDecibels(sine), -1.0, 0.01);
+
+    // Only a read-only mount stops root: one of our own, where unprivileged namespaces are allowed.
+    QDir(runner.work()).mkdir("cd");
+    const QString onDisc = makeSine(runner, "cd/take.wav");
+    const QStringList readOnly{"unshare",
+                               "-rm",
+                               "sh",
+                               "-c",
+                               "mount -o bind,ro \"$1\" \"$1\" && shift && exec \"$@\"",
+                               "sh",
+                               QFileInfo(onDisc).path()};
+    result = runner.run({"normalize", "--level", "-1", onDisc}, readOnly);
+    if (result.err.contains("unshare") || result.err.contains("mount"))
+        GTEST_SKIP() << "no mount namespace here: " << result.err.toStdString();
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_TRUE(result.err.contains("'" + onDisc + "' is on a read-only file system"))
+        << result.err.toStdString();
+    EXPECT_FALSE(result.err.contains("not an audio file")) << result.err.toStdString();
+}
+
+TEST(BatchErrors, ADamagedFileEndsTheRunNamingItAndKeepGoingGoesPastIt) {
+    CommandLineRunner runner;
+    const QString damaged = makeDamagedFlac(runner, "snare.flac");
+    const QString after = makeSine(runner, "after.wav");
+    const QByteArray before = readBytes(after);
+
+    auto result = runner.run({"change-gain", "--level", "-3", damaged, after});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_TRUE(
+        result.err.contains(QRegularExpression("'snare.flac': the FLAC stream is damaged at frame \\d+ \\(")))
+        << result.err.toStdString();
+    EXPECT_EQ(readBytes(after), before); // the run ended at the damaged file
+
+    result = runner.run({"change-gain", "--level", "-3", "--keep-going", damaged, after});
+    EXPECT_EQ(result.exitCode, 3) << result.err.toStdString();
+    EXPECT_EQ(result.lines(), QStringList{after});
+    EXPECT_TRUE(result.err.contains("skipped 1 file:\n  'snare.flac': the FLAC stream is damaged"))
+        << result.err.toStdString();
+    EXPECT_NEAR(peakDecibels(after), -9.02, 0.01);
+}
