@@ -28,8 +28,10 @@ public:
         busy.mark();
         const TWOutcome outcome =
             m_run.action().processAudioFile(file, *entry, m_run.instructions(), writer, index);
+        if (!outcome.note().isEmpty()) report.note = outcome.note();
         switch (outcome.kind()) {
         case TWOutcome::Kind::Continue:
+            report.after.merge(writer.levels());
             report.outcome = TWFileReport::Outcome::Changed; // unless the save fails or is given up
             return m_run.toNewFile() ? keep(m_run.newEntryFromSource(writer, entry), results, report)
                                      : saveInPlace(writer, file, entry, results, report);

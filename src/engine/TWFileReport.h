@@ -1,5 +1,7 @@
 #pragma once
 
+#include "lx/dsp/LXSignalMeter.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -13,5 +15,6 @@ struct TWFileReport {
     QString input;       // the file's path as the action found it
     QStringList outputs; // the files it became (in place, its own path)
     Outcome outcome = Outcome::Unchanged;
-    QString note; // why the file failed or was skipped
+    QString note; // what the action did ("gain +3.01 dB"), why it left the file alone, or why it failed
+    LXSignalMeter after; // what the outputs hold (clipped samples included)
 };

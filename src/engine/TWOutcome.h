@@ -35,6 +35,14 @@ public:
     int32_t code() const;
     // Why it failed, when the failure has a reason beyond its code.
     const std::optional<LXError>& reason() const { return m_reason; }
+    // A few words for the user on what the action did to the file or why it left it alone ("gain +3.01
+    // dB", "it is silent"), which run reports carry.
+    TWOutcome withNote(const QString& note) const {
+        TWOutcome outcome = *this;
+        outcome.m_note = note;
+        return outcome;
+    }
+    const QString& note() const { return m_note; }
 
 private:
     explicit TWOutcome(Kind kind) : m_kind(kind) {}
@@ -42,4 +50,5 @@ private:
     Kind m_kind = Kind::Continue;
     int32_t m_code = 0; // a failure's code
     std::optional<LXError> m_reason;
+    QString m_note;
 };

@@ -138,6 +138,7 @@ LXStatus LXAudioFileWriter::beginWrite() {
         m_state = State::Failed;
         return opened;
     }
+    m_levels = LXSignalMeter(m_desc.encoding);
     m_state = State::Writing;
     return {};
 }
@@ -146,6 +147,7 @@ template <typename T> LXStatus LXAudioFileWriter::writeInterleaved(const T* inte
     LX_TRY(beginWrite());
     if (m_state != State::Writing)
         return LXError(LXErrInvalidParameter, QStringLiteral("the writer is not writing"), m_directory);
+    m_levels.add(interleaved, frames * m_desc.channels);
     if (m_interleaved) {
         LX_TRY(m_sinks.front()->write(interleaved, frames));
     } else {

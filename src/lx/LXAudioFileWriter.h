@@ -4,6 +4,7 @@
 #include "lx/LXAudioBackend.h"
 #include "lx/LXFileDescriptor.h"
 #include "lx/LXResult.h"
+#include "lx/dsp/LXSignalMeter.h"
 
 #include <QString>
 #include <QStringList>
@@ -61,6 +62,9 @@ public:
     int64_t framesWritten() const { return m_framesWritten; }
     // The writer's file holds 32-bit integers, which need double precision to pass through unchanged.
     bool needsDoublePrecision() const;
+    // Peak, RMS and clipped samples of what was written, as the output's encoding stores it (from
+    // beginWrite on).
+    const LXSignalMeter& levels() const { return m_levels; }
 
     LXAnnotations& annotations() { return m_annotations; }
     LXMetadata& metadata() { return m_annotations.metadata; }
@@ -107,6 +111,7 @@ private:
     uint32_t m_sourceFormat = LXFormat::Unknown; // the container the unknown chunks came from, if any
     bool m_writeUnusedChunks = true;
     bool m_writeAnalysis = true;
+    LXSignalMeter m_levels;
 
     enum class State { Setup, Writing, Finished, Failed };
     State m_state = State::Setup;

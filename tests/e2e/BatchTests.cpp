@@ -1,5 +1,5 @@
-// clipwright on batches with files it cannot use or that break while it works: what the user is told and
-// what is left on disk, checked with sox.
+// clipwright on batches with files it cannot use or that break while it works, silence and clipping:
+// what the user is told and what is left on disk, checked with sox.
 
 #include "CommandLineRunner.h"
 
@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
@@ -21,6 +22,14 @@ QString makeSine(const CommandLineRunner& runner, const QString& name) {
     const QString path = QDir(runner.work()).filePath(name);
     EXPECT_TRUE(TestAudio::generateWithSox(path, {"-n", "-r", "44100", "-b", "16"},
                                            {"synth", "0.5", "sine", "440", "vol", "0.5"}));
+    return path;
+}
+
+// Half a second of digital silence in 32-bit float: normalizing it divides by zero.
+QString makeSilence(const CommandLineRunner& runner, const QString& name) {
+    const QString path = QDir(runner.work()).filePath(name);
+    EXPECT_TRUE(TestAudio::generateWithSox(path, {"-n", "-r", "44100", "-e", "floating-point", "-b", "32"},
+                                           {"trim", "0", "0.5"}));
     return path;
 }
 
@@ -109,4 +118,36 @@ TEST(BatchErrors, ADamagedFileEndsTheRunNamingItAndKeepGoingGoesPastIt) {
     EXPECT_TRUE(result.err.contains("skipped 1 file:\n  'snare.flac': the FLAC stream is damaged"))
         << result.err.toStdString();
     EXPECT_NEAR(peakDecibels(after), -9.02, 0.01);
+}
+
+TEST(Levels, SilenceIsLeftAsItIsAndClippedSamplesAreCountedAsSoxCountsThem) {
+    CommandLineRunner runner;
+    const QString silence = makeSilence(runner, "silence.wav");
+    const QByteArray before = readBytes(silence);
+    auto result = runner.run({"normalize", "--level", "-1", silence});
+    EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains("'" + silence + "': left unchanged: it is silent"))
+        << result.err.toStdString();
+    EXPECT_EQ(readBytes(silence), before); // not a file of NaN
+
+    // +12 dB on a sine at half scale: sox's own count of the samples its gain clips is the oracle.
+    const QString loud = makeSine(runner, "loud.wav");
+    QString soxWarnings;
+    TestAudio::runTool("sox", {loud, "-n", "vol", "12dB"}, nullptr, &soxWarnings);
+    const QRegularExpressionMatch soxCount = QRegularExpression("clipped (\\d+) samples").match(soxWarnings);
+    ASSERT_TRUE(soxCount.hasMatch()) << soxWarnings.toStdString();
+    const qint64 expected = soxCount.captured(1).toLongLong();
+
+    result = runner.run({"change-gain", "--level", "12", loud});
+    EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+    const QRegularExpressionMatch ours =
+        QRegularExpression("'" + QRegularExpression::escape(loud) + "': (\\d+) samples clipped")
+            .match(result.err);
+    ASSERT_TRUE(ours.hasMatch()) << result.err.toStdString();
+    EXPECT_NEAR(ours.captured(1).toLongLong(), expected, expected / 1000.0);
+
+    // info counts the samples at full scale in what was written.
+    result = runner.run({"info", "--json", loud});
+    const qint64 shown = QJsonDocument::fromJson(result.out.toUtf8())[0]["clipped"].toInteger();
+    EXPECT_NEAR(shown, expected, expected / 100.0);
 }

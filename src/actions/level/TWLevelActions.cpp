@@ -35,10 +35,19 @@ bool isNearlyUnity(float gain) {
     return std::fabs(gain - 1.0f) < 0.01f;
 }
 
+// A gain as the user reads it: "+3.01 dB", "-6.02 dB", "+1.00 dB, inverted".
+QString decibels(double gain) {
+    const double db = 20.0 * std::log10(std::fabs(gain));
+    QString text = QStringLiteral("%1%2 dB").arg(db >= 0 ? "+" : "").arg(db, 0, 'f', 2);
+    return gain < 0 ? text + QStringLiteral(", inverted") : text;
+}
+
 TWOutcome applyGain(LXAudioFile& file, LXAudioFileWriter& writer, float gain) {
+    if (!std::isfinite(gain))
+        return TWOutcome::unchanged().withNote(QStringLiteral("the gain is too large to apply"));
     if (isNearlyUnity(gain)) return TWOutcome::unchanged();
     LXGain kernel{double(gain)};
-    return LXProcess(file, kernel, writer);
+    return TWOutcome(LXProcess(file, kernel, writer)).withNote(QStringLiteral("gain ") + decibels(gain));
 }
 
 // The level's slider and field; the slider moves in half decibels.
@@ -102,8 +111,11 @@ TWOutcome TWActionBalance::processAudioFile(LXAudioFile& file, TWFileEntry&, con
     if (file.numberOfChannels() < 2) return TWOutcome::unchanged();
     auto gains = LXBalanceGains(file, kBalanceRms(instructions) ? LXLevelMeasure::RMS : LXLevelMeasure::Peak);
     if (!gains) return gains.error();
+    QStringList notes;
+    for (double gain : *gains)
+        notes.append(decibels(gain));
     LXChannelGains kernel(std::move(*gains));
-    return LXProcess(file, kernel, writer);
+    return TWOutcome(LXProcess(file, kernel, writer)).withNote(QStringLiteral("gains ") + notes.join(u", "));
 }
 
 // Normalize
@@ -174,6 +186,10 @@ TWOutcome TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& en
     // target inverted. Kept deliberately: workflows rely on it.
     const float level =
         kGrouping(instructions) ? m_groupLevel : (kNormalizeRms(instructions) ? entry.rms() : entry.max());
+    // No gain brings silence to a level, and a level that is not a number gives a gain that is none.
+    if (level == 0.0f) return TWOutcome::unchanged().withNote(QStringLiteral("it is silent"));
+    if (!std::isfinite(level))
+        return TWOutcome::unchanged().withNote(QStringLiteral("it holds samples that are not numbers"));
     return applyGain(file, writer, target / level);
 }
 

@@ -191,6 +191,13 @@ int conclude(TWCommandLine::Context& context, const Outcome& outcome) {
     for (const TWFileReport& report : outcome.reports) {
         if (report.outcome == TWFileReport::Outcome::Skipped) {
             skipped.append(&report);
+        } else if (!context.isQuiet()) {
+            if (report.outcome == TWFileReport::Outcome::Unchanged && !report.note.isEmpty())
+                context.err << "clipwright: '" << report.input << "': left unchanged: " << report.note
+                            << Qt::endl;
+            if (report.after.clipped() > 0)
+                context.err << "clipwright: '" << report.outputs.value(0, report.input)
+                            << "': " << report.after.clipped() << " samples clipped" << Qt::endl;
         }
     }
     for (const QString& path : outcome.results)

@@ -49,7 +49,8 @@ int refuse(TWCommandLine::Context& context, const QList<TWFileReport>& refused);
 Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, const Options& options,
             const QList<TWFileReport>& refused = {});
 
-// Tells the user the outcome: the results on stdout; the error and the files skipped on stderr.
+// Tells the user the outcome: the results on stdout; files left unchanged for a reason, clipped samples,
+// the error and the files skipped on stderr.
 // Returns the exit status.
 int conclude(TWCommandLine::Context& context, const Outcome& outcome);
 
