@@ -25,6 +25,12 @@ public:
                    QList<TWFileEntryPtr>& results, TWFileReport& report) override {
         const QString folder = m_run.folderFor(*entry);
         const QString name = QFileInfo(entry->path()).completeBaseName() + u'.' + m_action.extension();
+        if (m_run.options().dryRun) { // the encoders write files of their own: nothing to measure
+            report.outcome = TWFileReport::Outcome::Changed;
+            report.outputs.append(targetFor(folder + u'/' + name, entry->path()));
+            results.append(entry);
+            return TWOutcome::success();
+        }
         auto temporary = LXCreateTemporaryFile(folder, name);
         if (!temporary) return temporary.error();
         busy.mark();

@@ -96,7 +96,18 @@ void TWActionRun::didProcess(const QList<TWFileEntryPtr>& results, std::optional
 
 void TWActionRun::reportFile(TWFileReport report) {
     report.actionName = m_action.name();
+    report.dryRun = options().dryRun;
     m_runs.reportFile(report);
+}
+
+void TWActionRun::reportUntried(const QList<TWFileEntryPtr>& entries, QList<TWFileEntryPtr>& results) {
+    for (const TWFileEntryPtr& entry : entries) {
+        TWFileReport report;
+        report.input = entry->path();
+        report.outcome = TWFileReport::Outcome::Untried;
+        reportFile(report);
+    }
+    results.append(entries);
 }
 
 TWOutcome TWActionRun::stopRequested() const {
@@ -119,18 +130,29 @@ void TWActionRun::onMainThread(std::function<void()> work) const {
         TWHandOver(&context().workspace, std::move(work));
 }
 
+QString TWActionRun::proposedPathFor(const TWFileEntry& entry) const {
+    return folderFor(entry) + u'/' + QFileInfo(entry.path()).fileName();
+}
+
 LXResult<TWFileEntryPtr> TWActionRun::newEntryFromSource(LXAudioFileWriter& writer,
                                                          const TWFileEntryPtr& entry) {
-    const QString proposed = folderFor(*entry) + u'/' + QFileInfo(entry->path()).fileName();
-    auto saved = TWExtension::saveNewFileToPath(writer, proposed, m_action.forceCounting());
+    auto saved = TWExtension::saveNewFileToPath(writer, proposedPathFor(*entry), m_action.forceCounting());
     if (!saved) return saved.error();
     return adoptNewFile(*saved, entry);
 }
 
 LXResult<TWFileEntryPtr> TWActionRun::newEntryFromSource(LXAudioFile& file, const TWFileEntryPtr& entry) {
-    auto copied = file.duplicateToPath(folderFor(*entry) + u'/' + QFileInfo(entry->path()).fileName());
+    auto copied = file.duplicateToPath(proposedPathFor(*entry));
     if (!copied) return copied.error();
     return adoptNewFile(*copied, entry);
+}
+
+QString TWActionRun::newFilePathFor(const LXAudioFileWriter& writer, const TWFileEntry& entry) const {
+    return TWExtension::newFilePath(writer, proposedPathFor(entry), m_action.forceCounting());
+}
+
+QString TWActionRun::newFilePathFor(const LXAudioFile& file, const TWFileEntry& entry) const {
+    return file.duplicatePaths(proposedPathFor(entry)).value(0);
 }
 
 TWFileEntryPtr TWActionRun::adoptNewFile(const QString& path, const TWFileEntryPtr& source) {

@@ -50,6 +50,9 @@ public:
     const TWRunOptions& options() const { return m_runs.runOptions(); }
     // What became of one file: the report goes to the controller under the action's name.
     void reportFile(TWFileReport report);
+    // A dry run of a shape that cannot process into nothing (it combines, renames or hands files on): each
+    // entry is reported untried and handed on as it is.
+    void reportUntried(const QList<TWFileEntryPtr>& entries, QList<TWFileEntryPtr>& results);
 
     // The stop or cancel asked for since the run began, or success.
     TWOutcome stopRequested() const;
@@ -60,11 +63,15 @@ public:
     // entry's destination, as an entry inserted after the source unless "addToList" is NO.
     LXResult<TWFileEntryPtr> newEntryFromSource(LXAudioFileWriter& writer, const TWFileEntryPtr& entry);
     LXResult<TWFileEntryPtr> newEntryFromSource(LXAudioFile& file, const TWFileEntryPtr& entry);
+    // Where those would put the output, without saving anything (a dry run).
+    QString newFilePathFor(const LXAudioFileWriter& writer, const TWFileEntry& entry) const;
+    QString newFilePathFor(const LXAudioFile& file, const TWFileEntry& entry) const;
     // Shows every entry of the tree whose path is `from` at `to` (on the main thread).
     void repointEntries(const QString& from, const QString& to);
 
 private:
     void onMainThread(std::function<void()> work) const;
+    QString proposedPathFor(const TWFileEntry& entry) const; // the entry's name in its destination
     // The entry of a new file at path, joining the tree after its source.
     TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source);
 

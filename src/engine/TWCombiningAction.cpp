@@ -21,6 +21,10 @@ std::optional<TWActionError> TWCombiningAction::processEntries(TWRunController& 
                                                                QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
     if (auto error = run.confirm(entries.mid(0, 1), true)) return error;
+    if (run.options().dryRun) {
+        run.reportUntried(entries, results);
+        return std::nullopt;
+    }
     run.sweepTemporaryFiles(entries.mid(0, 1));
 
     run.willProcess(1); // the whole run is one step

@@ -10,6 +10,10 @@ std::optional<TWActionError> TWDescriptiveAction::processEntries(TWRunController
                                                                  QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
     if (auto error = run.confirm(entries, false)) return error;
+    if (run.options().dryRun) {
+        run.reportUntried(entries, results);
+        return std::nullopt;
+    }
 
     run.willProcess(entries.size());
     TWOutcome outcome = preProcessWithEntries(entries, instructions);

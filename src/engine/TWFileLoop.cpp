@@ -12,6 +12,9 @@
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
+#include "lx/LXProcess.h"
+
+#include <QElapsedTimer>
 
 // Writers, saved as new files or in place of their source, with the undo journal holding each replaced
 // file before it is replaced.
@@ -25,6 +28,7 @@ public:
         LXAudioFileWriter writer(file);
         // New files are written where they will stay, so saving is a rename on one file system.
         if (m_run.toNewFile() && !m_run.directory().isEmpty()) writer.setDirectory(m_run.directory());
+        writer.setDiscarding(m_run.options().dryRun);
         busy.mark();
         const TWOutcome outcome =
             m_run.action().processAudioFile(file, *entry, m_run.instructions(), writer, index);
@@ -33,12 +37,26 @@ public:
         case TWOutcome::Kind::Continue:
             report.after.merge(writer.levels());
             report.outcome = TWFileReport::Outcome::Changed; // unless the save fails or is given up
+            if (m_run.options().dryRun) {
+                report.outputs.append(m_run.toNewFile() ? m_run.newFilePathFor(writer, *entry)
+                                                        : TWExtension::inPlacePath(writer, file));
+                results.append(entry); // the next action sees the file as it is
+                return TWOutcome::success();
+            }
             return m_run.toNewFile() ? keep(m_run.newEntryFromSource(writer, entry), results, report)
                                      : saveInPlace(writer, file, entry, results, report);
         case TWOutcome::Kind::Unchanged:
-            if (m_run.toNewFile()) return keep(m_run.newEntryFromSource(file, entry), results, report);
-            results.append(entry);
-            return TWOutcome::success();
+            report.after.merge(report.before);
+            if (!m_run.toNewFile()) {
+                results.append(entry);
+                return TWOutcome::success();
+            }
+            if (m_run.options().dryRun) {
+                report.outputs.append(m_run.newFilePathFor(file, *entry));
+                results.append(entry);
+                return TWOutcome::success();
+            }
+            return keep(m_run.newEntryFromSource(file, entry), results, report);
         case TWOutcome::Kind::Stopped:
         case TWOutcome::Kind::Cancelled:
         case TWOutcome::Kind::Failed:
@@ -128,13 +146,15 @@ std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
     TWActionRun run(*this, runs, instructions);
     if (auto error = run.confirm(entries, true)) return error;
     const TWRunOptions options = run.options();
-    run.sweepTemporaryFiles(entries);
+    if (!options.dryRun) run.sweepTemporaryFiles(entries);
     const std::unique_ptr<TWFileOutputs> outputs = makeOutputs(run);
 
     run.willProcess(entries.size());
     TWOutcome outcome = preProcessWithEntries(entries, instructions);
     for (const TWFileEntryPtr& entry : entries) {
         if (!outcome.goesOn()) break;
+        QElapsedTimer clock;
+        clock.start();
         TWFileReport report;
         report.input = entry->path();
         auto opened = LXAudioFile::open(entry->path());
@@ -149,7 +169,13 @@ std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
             file.setProgressDelegate(entry.get());
             TWBusyEntry busy(*entry);
             run.willProcessEntry(entry);
-            const int count = numberOfNewEntriesForAudioFile(file, *entry, instructions);
+            if (options.measureLevels) {
+                LXSignalMeter before(file.encoding());
+                outcome = LXMeasure(file, before, 0, file.frames(), file.channelSet());
+                if (outcome.goesOn()) report.before = before;
+            }
+            const int count =
+                outcome.goesOn() ? numberOfNewEntriesForAudioFile(file, *entry, instructions) : 0;
             for (int index = 0; outcome.goesOn() && index < count; ++index)
                 outcome = outputs->make(file, entry, busy, index, results, report);
         }
@@ -162,6 +188,7 @@ std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
                 outcome = TWOutcome::success();
             }
         }
+        report.seconds = double(clock.nsecsElapsed()) / 1e9;
         run.reportFile(report);
         if (outcome.goesOn()) outcome = run.stopRequested(); // also between files that needed no work
     }

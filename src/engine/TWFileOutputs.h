@@ -17,7 +17,7 @@ public:
     virtual ~TWFileOutputs() = default;
     // Makes output `index` of the opened file through the action's hook and keeps it, appending the entries
     // that show it to results and what it became to the file's report. Unchanged counts as success here,
-    // once dealt with.
+    // once dealt with. In a dry run nothing is kept: the report says what would be.
     virtual TWOutcome make(LXAudioFile& file, const TWFileEntryPtr& entry, TWBusyEntry& busy, int index,
                            QList<TWFileEntryPtr>& results, TWFileReport& report) = 0;
     // The run was cancelled: what it made goes back (in-place files restored, exports deleted).

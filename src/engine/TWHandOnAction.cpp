@@ -18,6 +18,10 @@ std::optional<TWActionError> TWHandOnAction::processEntries(TWRunController& run
                                                             QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
     if (auto error = run.confirm(entries, false)) return error;
+    if (run.options().dryRun) {
+        run.reportUntried(entries, results);
+        return std::nullopt;
+    }
 
     results.append(entries);
     TWOutcome outcome;

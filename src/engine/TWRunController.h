@@ -34,7 +34,9 @@ struct TWActionEnded {
 
 // How a front end wants its runs carried out, beyond what the instructions say.
 struct TWRunOptions {
-    bool keepGoing = false; // a file that fails is skipped (its report says why) and the run goes on
+    bool keepGoing = false;     // a file that fails is skipped (its report says why) and the run goes on
+    bool dryRun = false;        // files are processed into nothing: the reports say what a run would do
+    bool measureLevels = false; // reports carry each file's levels before the action (one more reading)
 };
 
 // Runs, progress and undo: the engine's side of the workspace. It owns the work thread that serves one

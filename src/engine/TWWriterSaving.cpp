@@ -20,6 +20,19 @@ void configure(LXAudioFilename& builder, const LXAudioFileWriter& writer) {
     builder.setExtension(writer.formatExtension());
 }
 
+// The first free path for file `file` of the output: the builder's own name, or the first free numbered
+// one (with forceCounting, numbered from 1).
+QString freePathFor(LXAudioFilename& builder, int file, bool forceCounting) {
+    builder.setNumber(forceCounting ? 1 : LXAudioFilename::kNoNumber);
+    int next = forceCounting ? 2 : 1;
+    QString path = builder.pathForChannel(file);
+    while (LXFile::existsAtPath(path)) {
+        builder.setNumber(next++);
+        path = builder.pathForChannel(file);
+    }
+    return path;
+}
+
 enum class Conflict { Rename, Cancel };
 
 // The output's new name is taken by another file: rename (through a save panel) or give up.
@@ -48,17 +61,21 @@ LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& pr
                                     bool forceCounting) {
     LXAudioFilename builder(proposedPath);
     configure(builder, writer);
-    for (int file = 0; file < writer.numberOfFiles(); ++file) {
-        builder.setNumber(forceCounting ? 1 : LXAudioFilename::kNoNumber);
-        int next = forceCounting ? 2 : 1;
-        QString path = builder.pathForChannel(file);
-        while (LXFile::existsAtPath(path)) {
-            builder.setNumber(next++);
-            path = builder.pathForChannel(file);
-        }
-        LX_TRY(writer.saveFile(file, path));
-    }
+    for (int file = 0; file < writer.numberOfFiles(); ++file)
+        LX_TRY(writer.saveFile(file, freePathFor(builder, file, forceCounting)));
     return writer.savedPath(0);
+}
+
+QString newFilePath(const LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting) {
+    LXAudioFilename builder(proposedPath);
+    configure(builder, writer);
+    return freePathFor(builder, 0, forceCounting);
+}
+
+QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source) {
+    LXAudioFilename builder = source.filename();
+    configure(builder, writer);
+    return builder.pathForChannel(0);
 }
 
 LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,

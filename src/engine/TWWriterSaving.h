@@ -22,6 +22,10 @@ namespace TWExtension {
 LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath,
                                     bool forceCounting);
 
+// The lead paths the two saves would give the output, without saving (a dry run).
+QString newFilePath(const LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting);
+QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source);
+
 // Called with the finished record just before the new files take their paths, so a journal can hold
 // what undoing the save needs before the save can have happened.
 using TWBeforeCommit = std::function<void(const TWSaveInfo&)>;

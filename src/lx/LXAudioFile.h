@@ -84,6 +84,7 @@ public:
 
     // File operations on every file of the set. The object then names the new files.
     LXResult<QString> duplicateToPath(const QString& proposedPath); // copy under the first free name
+    QStringList duplicatePaths(const QString& proposedPath) const;  // the names that copy would take
     LXStatus moveToPath(const QString& path);
     LXStatus copyToPath(const QString& path);
     LXStatus moveToTrash();

@@ -26,7 +26,7 @@ QStringList pathsForLead(const LXAudioFile& file, const QString& lead) {
 
 } // namespace
 
-LXResult<QString> LXAudioFile::duplicateToPath(const QString& proposedPath) {
+QStringList LXAudioFile::duplicatePaths(const QString& proposedPath) const {
     LXAudioFilename name(LXFile::conformPath(proposedPath));
     if (!isInterleaved()) {
         name.setScheme(LXAudioFilename::SplitChannels);
@@ -39,7 +39,11 @@ LXResult<QString> LXAudioFile::duplicateToPath(const QString& proposedPath) {
     };
     for (int number = 1; anyExists(); ++number)
         name.setNumber(number);
-    const QStringList targets = name.paths();
+    return name.paths();
+}
+
+LXResult<QString> LXAudioFile::duplicateToPath(const QString& proposedPath) {
+    const QStringList targets = duplicatePaths(proposedPath);
     for (int i = 0; i < m_paths.size(); ++i) {
         if (auto copied = LXFile::copyPath(m_paths.at(i), targets.at(i)); !copied) {
             for (int j = 0; j < i; ++j)

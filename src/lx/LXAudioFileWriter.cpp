@@ -108,6 +108,7 @@ bool LXAudioFileWriter::needsDoublePrecision() const {
 }
 
 LXStatus LXAudioFileWriter::openSinks() {
+    if (m_discarding) return {};
     const int files = numberOfFiles();
     LXStreamDescription desc = m_desc;
     if (!m_interleaved) desc.channels = 1;
@@ -148,6 +149,10 @@ template <typename T> LXStatus LXAudioFileWriter::writeInterleaved(const T* inte
     if (m_state != State::Writing)
         return LXError(LXErrInvalidParameter, QStringLiteral("the writer is not writing"), m_directory);
     m_levels.add(interleaved, frames * m_desc.channels);
+    if (m_discarding) {
+        m_framesWritten += frames;
+        return {};
+    }
     if (m_interleaved) {
         LX_TRY(m_sinks.front()->write(interleaved, frames));
     } else {

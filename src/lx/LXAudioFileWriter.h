@@ -66,6 +66,10 @@ public:
     // beginWrite on).
     const LXSignalMeter& levels() const { return m_levels; }
 
+    // A writer that makes no file: frames are measured and counted, and nothing reaches the disk (a dry
+    // run). Set before writing; such a writer cannot be saved.
+    void setDiscarding(bool discarding) { m_discarding = discarding; }
+
     LXAnnotations& annotations() { return m_annotations; }
     LXMetadata& metadata() { return m_annotations.metadata; }
     LXLabelList& markerList() { return m_annotations.labels.markers; }
@@ -111,6 +115,7 @@ private:
     uint32_t m_sourceFormat = LXFormat::Unknown; // the container the unknown chunks came from, if any
     bool m_writeUnusedChunks = true;
     bool m_writeAnalysis = true;
+    bool m_discarding = false;
     LXSignalMeter m_levels;
 
     enum class State { Setup, Writing, Finished, Failed };

@@ -1,14 +1,17 @@
-// clipwright on batches with files it cannot use or that break while it works, silence and clipping:
-// what the user is told and what is left on disk, checked with sox.
+// clipwright on batches with files it cannot use or that break while it works, silence and clipping,
+// and runs that only say what they would do or write a report: what the user is told and what is left on
+// disk, checked with sox.
 
 #include "CommandLineRunner.h"
 
 #include "TestAudio.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
@@ -150,4 +153,90 @@ TEST(Levels, SilenceIsLeftAsItIsAndClippedSamplesAreCountedAsSoxCountsThem) {
     result = runner.run({"info", "--json", loud});
     const qint64 shown = QJsonDocument::fromJson(result.out.toUtf8())[0]["clipped"].toInteger();
     EXPECT_NEAR(shown, expected, expected / 100.0);
+}
+
+TEST(DryRun, SaysWhatEachFileWouldBecomeAndWritesNothing) {
+    CommandLineRunner runner;
+    const QString sine = makeSine(runner, "sine.wav");
+    const QString silence = makeSilence(runner, "silence.wav");
+    const QDateTime modified = QFileInfo(sine).lastModified();
+    const QByteArray before = readBytes(sine);
+    const QStringList files = QDir(runner.work()).entryList(QDir::Files | QDir::Hidden);
+
+    auto result = runner.run({"normalize", "--level", "0", "--dry-run", sine, silence});
+    EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_EQ(result.lines(),
+              (QStringList{"Normalize: would change '" + sine + "' (gain +6.02 dB)",
+                           "Normalize: would leave '" + silence + "' unchanged (it is silent)"}));
+    result = runner.run({"change-gain", "--level", "9", "--to-new-file", "--dry-run", sine});
+    EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+    const QString copy = QDir(runner.work()).filePath("sine-1.wav");
+    EXPECT_TRUE(
+        result.out.startsWith("Change Gain: would write '" + copy + "' from '" + sine + "' (gain +9.00 dB; "))
+        << result.out.toStdString();
+    EXPECT_TRUE(result.out.contains(QRegularExpression("; \\d+ samples would clip\\)\n$")))
+        << result.out.toStdString();
+
+    EXPECT_EQ(readBytes(sine), before);
+    EXPECT_EQ(QFileInfo(sine).lastModified(), modified);
+    EXPECT_EQ(QDir(runner.work()).entryList(QDir::Files | QDir::Hidden), files);
+    EXPECT_EQ(runner.run({"undo"}).exitCode, 8); // no step was recorded
+}
+
+TEST(Report, OneJsonLinePerFileAndActionWithLevelsInDecibels) {
+    CommandLineRunner runner;
+    const QString sine = makeSine(runner, "sine.wav");
+    const QString silence = makeSilence(runner, "silence.wav");
+    const QString text = writeFile(runner, "notes.txt", "hello\n");
+    // Normalize to -1 dB, then 3 dB louder: the second action clips.
+    const QString workflow = writeFile(runner, "louder.twwf", R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0"><array>
+<dict><key>class</key><string>TWActionNormalize</string><key>active</key><true/>
+ <key>instructions</key><dict><key>class</key><string>TWActionNormalize</string><key>source</key><integer>1</integer>
+ <key>destination</key><dict><key>toNewFile</key><false/></dict><key>level</key><real>-1</real></dict></dict>
+<dict><key>class</key><string>TWActionChangeGain</string><key>active</key><true/>
+ <key>instructions</key><dict><key>class</key><string>TWActionChangeGain</string><key>source</key><integer>2</integer>
+ <key>destination</key><dict><key>toNewFile</key><false/></dict><key>level</key><real>3</real></dict></dict>
+</array></plist>)");
+    const QString report = QDir(runner.work()).filePath("report.jsonl");
+
+    const auto result =
+        runner.run({"run", "--keep-going", "--report", report, workflow, sine, silence, text});
+    EXPECT_EQ(result.exitCode, 3) << result.err.toStdString();
+    QList<QJsonObject> lines;
+    for (const QByteArray& line : readBytes(report).split('\n'))
+        if (!line.isEmpty()) lines.append(QJsonDocument::fromJson(line).object());
+    ASSERT_EQ(lines.size(), 5) << readBytes(report).toStdString();
+
+    EXPECT_EQ(lines[0]["input"].toString(), text);
+    EXPECT_EQ(lines[0]["outcome"].toString(), "skipped");
+    EXPECT_TRUE(lines[0]["action"].isNull());
+
+    const QJsonObject normalized = lines[1];
+    EXPECT_EQ(normalized["action"].toString(), "Normalize");
+    EXPECT_EQ(normalized["input"].toString(), sine);
+    EXPECT_EQ(normalized["outputs"].toVariant().toStringList(), QStringList{sine});
+    EXPECT_EQ(normalized["outcome"].toString(), "changed");
+    EXPECT_NEAR(normalized["peakBefore"].toDouble(), -6.02, 0.01);
+    EXPECT_NEAR(normalized["rmsBefore"].toDouble(), -9.03, 0.01);
+    EXPECT_NEAR(normalized["peakAfter"].toDouble(), -1.0, 0.01);
+    EXPECT_NEAR(normalized["rmsAfter"].toDouble(), -4.01, 0.01);
+    EXPECT_EQ(normalized["clipped"].toInteger(), 0);
+    EXPECT_GE(normalized["seconds"].toDouble(), 0.0);
+
+    EXPECT_EQ(lines[2]["input"].toString(), silence);
+    EXPECT_EQ(lines[2]["outcome"].toString(), "unchanged");
+    EXPECT_TRUE(lines[2]["peakBefore"].isNull());
+
+    const QJsonObject louder = lines[3];
+    EXPECT_EQ(louder["action"].toString(), "Change Gain");
+    EXPECT_NEAR(louder["peakBefore"].toDouble(), -1.0, 0.01);
+    EXPECT_NEAR(louder["peakAfter"].toDouble(), 0.0, 1e-9);
+    EXPECT_GT(louder["clipped"].toInteger(), 0);
+    EXPECT_TRUE(result.err.contains(
+        QStringLiteral("'%1': %2 samples clipped").arg(sine).arg(louder["clipped"].toInteger())))
+        << result.err.toStdString();
+    EXPECT_EQ(lines[4]["action"].toString(), "Change Gain");
+    EXPECT_EQ(lines[4]["input"].toString(), silence);
 }

@@ -41,7 +41,8 @@ TEST(ManualPage, RendersWithoutWarningsAndShowsEveryCommandWithItsOptions) {
     for (const QString& command : commands)
         EXPECT_TRUE(shown.contains("clipwright " + command + ' ')) << command.toStdString();
     // The options come from the same tables as --help: the action's keys, and the options of every command.
-    for (const char* option : {"--level", "--to-new-file", "--no-analyze", "--quiet", "--verbose", "--man"})
+    for (const char* option : {"--level", "--to-new-file", "--no-analyze", "--quiet", "--verbose", "--man",
+                               "--keep-going", "--dry-run", "--report"})
         EXPECT_TRUE(shown.contains(QLatin1String(option))) << option;
     EXPECT_TRUE(shown.contains("EXIT STATUS")) << shown.toStdString();
 }

@@ -30,12 +30,19 @@ const QList<Option>& runOptions() {
         flag(QStringLiteral("keep-going"),
              QStringLiteral("skip the files that cannot be read or processed, go on with the rest, list them "
                             "at the end and exit with status 3")),
+        flag(QStringLiteral("dry-run"),
+             QStringLiteral("say what each action would do to each file (the gain it would apply, the new "
+                            "file's name, the samples that would clip) and write nothing")),
+        valued(QStringLiteral("report"), QStringLiteral("FILE"),
+               QStringLiteral("write a JSON line to FILE for each file and action: input, outputs, outcome, "
+                              "peak and RMS before and after in dBFS, clipped samples, seconds")),
     };
     return options;
 }
 
 TWRunner::Options runOptionsFrom(const Arguments& arguments) {
-    return {arguments.has(QStringLiteral("keep-going"))};
+    return {arguments.has(QStringLiteral("keep-going")), arguments.has(QStringLiteral("dry-run")),
+            arguments.value(QStringLiteral("report"))};
 }
 
 QString helpText(const Command& command) {

@@ -50,7 +50,7 @@ const QList<Command>& commands();
 const Command& program();
 // --help, --quiet and --verbose, which every command takes after its own options.
 const QList<Option>& commonOptions();
-// --keep-going, which the commands that run actions take among their own.
+// --keep-going, --dry-run and --report FILE, which the commands that run actions take among their own.
 const QList<Option>& runOptions();
 TWRunner::Options runOptionsFrom(const Arguments& arguments);
 // The whole --help text of a command.

@@ -101,7 +101,9 @@ Command runCommand() {
                        "actions whose source is the selection or all files process them; each action's\n"
                        "results go to the next. Prints the paths the actions produced, one a line.\n"),
         runOptions(),
-        QStringLiteral("Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
+        QStringLiteral("In a dry run each action is described on the files as they are, not on what the\n"
+                       "actions before it would have made of them.\n\n"
+                       "Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
                        "files the running action replaced. In-place changes can be undone with\n"
                        "'clipwright undo' (one step per action). Exit status: 0 done, 3 some files\n"
                        "skipped (--keep-going), 8 failed, 2 usage error.\n"),

@@ -3,6 +3,7 @@
 #include "shell/TWSession.h"
 #include "shell/cli/TWCommandLine.h"
 #include "shell/cli/TWProgressBar.h"
+#include "shell/cli/TWReportFile.h"
 
 #include "engine/TWRunController.h"
 
@@ -94,6 +95,29 @@ TWFileReport refusal(const QString& path) {
     return report;
 }
 
+// What a dry run says of a file: "Normalize: would change '/w/a.wav' (gain +3.01 dB)".
+QString plan(const TWFileReport& report) {
+    const QString& input = report.input;
+    const QString output = report.outputs.value(0);
+    QString text;
+    if (report.outcome == TWFileReport::Outcome::Untried)
+        text = QStringLiteral("not tried on '%1': a dry run cannot run this action").arg(input);
+    else if (report.outcome == TWFileReport::Outcome::Changed)
+        text = output.isEmpty() || output == input
+                   ? QStringLiteral("would change '%1'").arg(input)
+                   : QStringLiteral("would write '%1' from '%2'").arg(output, input);
+    else if (output.isEmpty())
+        text = QStringLiteral("would leave '%1' unchanged").arg(input);
+    else
+        text = QStringLiteral("would copy '%1' to '%2' unchanged").arg(input, output);
+    QStringList notes;
+    if (!report.note.isEmpty()) notes.append(report.note);
+    if (report.after.clipped() > 0)
+        notes.append(QStringLiteral("%1 samples would clip").arg(report.after.clipped()));
+    if (!notes.isEmpty()) text += QStringLiteral(" (%1)").arg(notes.join(QStringLiteral("; ")));
+    return report.actionName + QStringLiteral(": ") + text;
+}
+
 } // namespace
 
 namespace TWRunner {
@@ -134,10 +158,19 @@ Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, c
             const QList<TWFileReport>& refused) {
     TWRunController& runs = context.session.runs();
     Outcome outcome;
+    outcome.dryRun = options.dryRun;
     outcome.reports = refused;
+    TWReportFile reportFile;
+    if (!options.reportPath.isEmpty() && !reportFile.open(options.reportPath)) {
+        outcome.error = QStringLiteral("cannot write the report '%1': %2")
+                            .arg(options.reportPath, reportFile.errorString());
+        return outcome;
+    }
     QSet<QString> refusedPaths;
-    for (const TWFileReport& report : refused)
+    for (const TWFileReport& report : refused) {
+        reportFile.write(report);
         refusedPaths.insert(report.input);
+    }
 
     InterruptGuard interrupts(runs.context().workspace, !context.isQuiet());
     QObject receiver; // of the connections below, which end with it
@@ -162,6 +195,7 @@ Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, c
     QObject::connect(&runs, &TWRunController::fileReported, &receiver, [&](const TWFileReport& report) {
         // A refused file that a workflow still met (in a folder it was given) was reported already.
         if (report.outcome == TWFileReport::Outcome::Skipped && refusedPaths.contains(report.input)) return;
+        reportFile.write(report);
         outcome.reports.append(report);
     });
     if (!context.isQuiet()) bar.emplace(runs);
@@ -171,7 +205,7 @@ Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, c
         ended = true;
         loop.quit();
     });
-    runs.setRunOptions({options.keepGoing});
+    runs.setRunOptions({options.keepGoing, options.dryRun, !options.reportPath.isEmpty()});
     (void)runs.takeScriptResults();
     runs.performInstructions(instructions, true);
     if (!ended) loop.exec();
@@ -191,6 +225,11 @@ int conclude(TWCommandLine::Context& context, const Outcome& outcome) {
     for (const TWFileReport& report : outcome.reports) {
         if (report.outcome == TWFileReport::Outcome::Skipped) {
             skipped.append(&report);
+        } else if (report.dryRun) {
+            if (report.outcome == TWFileReport::Outcome::Changed ||
+                report.outcome == TWFileReport::Outcome::Unchanged ||
+                report.outcome == TWFileReport::Outcome::Untried)
+                context.out << plan(report) << '\n';
         } else if (!context.isQuiet()) {
             if (report.outcome == TWFileReport::Outcome::Unchanged && !report.note.isEmpty())
                 context.err << "clipwright: '" << report.input << "': left unchanged: " << report.note
@@ -200,8 +239,9 @@ int conclude(TWCommandLine::Context& context, const Outcome& outcome) {
                             << "': " << report.after.clipped() << " samples clipped" << Qt::endl;
         }
     }
-    for (const QString& path : outcome.results)
-        context.out << path << '\n';
+    if (!outcome.dryRun)
+        for (const QString& path : outcome.results)
+            context.out << path << '\n';
     context.out.flush();
     if (!skipped.isEmpty()) {
         context.err << "clipwright: skipped " << skipped.size()

@@ -23,15 +23,18 @@ namespace TWRunner {
 // --quiet: no progress bar and no message but errors; --verbose: a line on stderr for each file.
 enum class Verbosity { Quiet, Normal, Verbose };
 
-// How the commands that run actions carry them out (--keep-going).
+// How the commands that run actions carry them out (--keep-going, --dry-run, --report FILE).
 struct Options {
     bool keepGoing = false; // skip the files that cannot be read or processed, and list them at the end
+    bool dryRun = false;    // say what would happen to each file, and write nothing
+    QString reportPath;     // one JSON line per file and action; empty for none
 };
 
 struct Outcome {
     QStringList results;          // the paths the actions produced, in order
     std::optional<QString> error; // the run's error, described
     QList<TWFileReport> reports;  // every file's, the files refused before the run first
+    bool dryRun = false;          // results are what would be, and are not printed
 };
 
 // Adds the files (and the audio files of folders) to the workspace as the entries a run works on, in
@@ -45,12 +48,13 @@ QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWF
 int refuse(TWCommandLine::Context& context, const QList<TWFileReport>& refused);
 
 // Runs the instructions with the session's run controller; verbose, says on stderr which file each
-// action works on and which files it wrote. Files refused before the run come first in the outcome.
+// action works on and which files it wrote. Files refused before the run come first in the report and
+// the outcome.
 Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, const Options& options,
             const QList<TWFileReport>& refused = {});
 
-// Tells the user the outcome: the results on stdout; files left unchanged for a reason, clipped samples,
-// the error and the files skipped on stderr.
+// Tells the user the outcome: the results (in a dry run, what would happen to each file) on stdout;
+// files left unchanged for a reason, clipped samples, the error and the files skipped on stderr.
 // Returns the exit status.
 int conclude(TWCommandLine::Context& context, const Outcome& outcome);
 
