@@ -100,6 +100,10 @@ TEST(BatchErrors, FilesThatCannotBeUsedAreNamedWithTheReasonAndKeepGoingSkipsThe
     EXPECT_TRUE(result.err.contains("'" + onDisc + "' is on a read-only file system"))
         << result.err.toStdString();
     EXPECT_FALSE(result.err.contains("not an audio file")) << result.err.toStdString();
+    // Showing a file changes nothing: info reads it where it is.
+    result = runner.run({"info", "--no-analyze", onDisc}, readOnly);
+    EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_TRUE(result.out.startsWith(onDisc + "\n")) << result.out.toStdString();
 }
 
 TEST(BatchErrors, ADamagedFileEndsTheRunNamingItAndKeepGoingGoesPastIt) {

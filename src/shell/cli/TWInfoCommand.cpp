@@ -1,11 +1,12 @@
 // clipwright info: each file's entry information, as the file list shows it.
 
 #include "lx/LXAudioFormat.h"
+#include "lx/LXFile.h"
 #include "lx/LXMetadata.h"
 #include "model/TWFileEntry.h"
+#include "model/TWFolderEntry.h"
 #include "model/TWFormatters.h"
 #include "model/TWWorkspace.h"
-#include "shell/TWSession.h"
 #include "shell/cli/TWCommandLine.h"
 
 #include <QJsonArray>
@@ -121,15 +122,28 @@ int runInfo(const Arguments& arguments, Context& context) {
     if (arguments.operands.isEmpty())
         return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
 
-    // Files given, and the audio files in folders given; what is neither is reported here.
-    TWWorkspace& workspace = context.session.workspace();
-    QList<TWFileReport> refused;
-    TWRunner::addFiles(workspace, arguments.operands, refused);
+    // Files given, and the audio files in folders given, read where they are: info changes nothing, so
+    // unlike a run it takes files from a read-only disk. What cannot be read is reported here.
+    QList<TWFileEntryPtr> files;
     int status = kSuccess;
-    for (const TWFileReport& report : std::as_const(refused))
-        status = fail(context, report.note);
+    for (const QString& operand : arguments.operands) {
+        const QString path = LXFile::conformPath(operand);
+        bool isDirectory = false;
+        TWEntryPtr entry;
+        if (LXFile::existsAtPath(path, &isDirectory))
+            entry =
+                isDirectory ? TWEntryPtr(TWFolderEntry::create(path)) : TWEntryPtr(TWFileEntry::create(path));
+        if (entry)
+            entry->addFileEntriesToArray(files);
+        else
+            status = fail(context, TWRunner::reasonUnreadable(path));
+    }
     QJsonArray documents;
-    for (const TWFileEntryPtr& entry : workspace.fileEntries()) {
+    for (const TWFileEntryPtr& entry : std::as_const(files)) {
+        if (TWStatus::state(entry->status()) < 0) { // missing, damaged or unsupported
+            status = fail(context, TWRunner::reasonUnreadable(entry->path()));
+            continue;
+        }
         if (analyze && TWStatus::state(entry->status()) == 1) {
             if (context.verbosity == TWRunner::Verbosity::Verbose)
                 context.err << "Analyzing " << entry->path() << Qt::endl;

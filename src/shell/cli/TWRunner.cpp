@@ -69,22 +69,13 @@ private:
     struct sigaction m_previous[std::size(kSignals)] = {};
 };
 
-// Why the file at path cannot be processed, in words: "'/w/notes.txt' is not an audio file",
-// "'/w/a.wav': the file is empty", "'/w/b.flac': Cannot open the file: Permission denied".
+// Why the file at path cannot be processed: on a read-only disk, or unreadable.
 QString reasonUnusable(const QString& path) {
-    if (!LXFile::existsAtPath(path)) return QStringLiteral("'%1' does not exist").arg(path);
-    if (LXFile::isOnReadOnlyFileSystem(path))
+    if (LXFile::existsAtPath(path) && LXFile::isOnReadOnlyFileSystem(path))
         return QStringLiteral("'%1' is on a read-only file system, from which the file list takes no files "
                               "(copy it to a writable disk first)")
             .arg(path);
-    const auto opened = LXAudioFile::open(path);
-    if (opened) return QStringLiteral("'%1' cannot be processed").arg(path);
-    const LXError& error = opened.error();
-    if (error.code() == LXErrUnsupported && QFileInfo(path).size() > 0)
-        return QStringLiteral("'%1' is not an audio file").arg(path);
-    QString reason = QStringLiteral("'%1': %2").arg(path, error.message());
-    if (error.offset() >= 0) reason += QStringLiteral(" (at byte %1)").arg(error.offset());
-    return reason;
+    return TWRunner::reasonUnreadable(path);
 }
 
 TWFileReport refusal(const QString& path) {
@@ -121,6 +112,18 @@ QString plan(const TWFileReport& report) {
 } // namespace
 
 namespace TWRunner {
+
+QString reasonUnreadable(const QString& path) {
+    if (!LXFile::existsAtPath(path)) return QStringLiteral("'%1' does not exist").arg(path);
+    const auto opened = LXAudioFile::open(path);
+    if (opened) return QStringLiteral("'%1' cannot be processed").arg(path);
+    const LXError& error = opened.error();
+    if (error.code() == LXErrUnsupported && QFileInfo(path).size() > 0)
+        return QStringLiteral("'%1' is not an audio file").arg(path);
+    QString reason = QStringLiteral("'%1': %2").arg(path, error.message());
+    if (error.offset() >= 0) reason += QStringLiteral(" (at byte %1)").arg(error.offset());
+    return reason;
+}
 
 QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused) {
     QStringList admitted;

@@ -43,6 +43,10 @@ struct Outcome {
 // read-only file system), whose note says why: "'/w/a.wav': the file is empty".
 QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused);
 
+// Why the file at path cannot be read, in words: "'/w/notes.txt' is not an audio file",
+// "'/w/b.flac': Cannot open the file: Permission denied".
+QString reasonUnreadable(const QString& path);
+
 // Without --keep-going a refused file ends the command before anything runs: says why, and returns the
 // exit status.
 int refuse(TWCommandLine::Context& context, const QList<TWFileReport>& refused);
