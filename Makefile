@@ -31,7 +31,7 @@ fuzz: setup
 corpus: setup
 	cmake --preset asan > /dev/null
 	cmake --build --preset asan -j $(JOBS) --target clipwright
-	tests/corpus/run.sh build/asan/app/clipwright
+	scripts/corpus.sh build/asan/app/clipwright
 
 clean:
 	rm -rf build

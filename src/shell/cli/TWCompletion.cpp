@@ -83,8 +83,8 @@ QString zshText(const QString& text) {
     return quoted;
 }
 
-QString zshSpecs(const QList<Option>& options) {
-    QString specs;
+QString zshOptionEntries(const QList<Option>& options) {
+    QString entries;
     for (const Option& option : options) {
         QStringList names{QStringLiteral("--") + option.name};
         if (!option.shortName.isNull()) names.prepend(QStringLiteral("-") + option.shortName);
@@ -92,15 +92,15 @@ QString zshSpecs(const QList<Option>& options) {
         for (const QString& name : names) {
             const bool hasValue =
                 option.value != Option::Value::None && name.startsWith(QStringLiteral("--"));
-            QString spec = exclusive + name;
+            QString entry = exclusive + name;
             if (hasValue)
-                spec += option.value == Option::Value::Required ? QStringLiteral("=") : QStringLiteral("=-");
-            spec += u'[' + zshText(option.help) + u']';
-            if (hasValue) spec += u':' + zshText(option.valueName.toLower()) + QStringLiteral(":_files");
-            specs += QStringLiteral(" \\\n      '%1'").arg(spec);
+                entry += option.value == Option::Value::Required ? QStringLiteral("=") : QStringLiteral("=-");
+            entry += u'[' + zshText(option.help) + u']';
+            if (hasValue) entry += u':' + zshText(option.valueName.toLower()) + QStringLiteral(":_files");
+            entries += QStringLiteral(" \\\n      '%1'").arg(entry);
         }
     }
-    return specs;
+    return entries;
 }
 
 QString zshScript() {
@@ -114,7 +114,7 @@ QString zshScript() {
                                      ? QStringLiteral(" \\\n      '1:workflow:_clipwright_workflows'")
                                      : QString();
         cases += QStringLiteral("    %1) _arguments -s -S%2%3 \\\n      '*:file:_files' ;;\n")
-                     .arg(command.name, zshSpecs(command.options + commonOptions()), workflow);
+                     .arg(command.name, zshOptionEntries(command.options + commonOptions()), workflow);
     }
     // clang-format off
     return QStringLiteral(R"script(#compdef clipwright
@@ -143,7 +143,7 @@ _clipwright() {
 
 _clipwright "$@"
 )script")
-        .arg(described, zshSpecs(program().options), cases);
+        .arg(described, zshOptionEntries(program().options), cases);
     // clang-format on
 }
 

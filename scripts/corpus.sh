@@ -2,10 +2,10 @@
 # Every sound file the installed Debian packages hold, damaged copies of them and files that are not
 # sound, through `clipwright info` and an in-place gain, one process each, with a sanitizer build:
 # no crash, no sanitizer report, and every file that fails is named in the error.
-#   tests/corpus/run.sh [BINARY]     (default build/asan/app/clipwright: cmake --preset asan first)
+#   scripts/corpus.sh [BINARY]     (default build/asan/app/clipwright: cmake --preset asan first)
 set -uo pipefail
 shopt -s extglob
-cd "$(dirname "$0")/../.."
+cd "$(dirname "$0")/.."
 binary=$(realpath "${1:-build/asan/app/clipwright}")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
