@@ -136,7 +136,8 @@ QString TWActionRun::proposedPathFor(const TWFileEntry& entry) const {
 
 LXResult<TWFileEntryPtr> TWActionRun::newEntryFromSource(LXAudioFileWriter& writer,
                                                          const TWFileEntryPtr& entry) {
-    auto saved = TWExtension::saveNewFileToPath(writer, proposedPathFor(*entry), m_action.forceCounting());
+    auto saved = TWExtension::saveNewFileToPath(writer, proposedPathFor(*entry), m_action.forceCounting(),
+                                                {entry->path()});
     if (!saved) return saved.error();
     return adoptNewFile(*saved, entry);
 }

@@ -53,16 +53,26 @@ std::optional<QString> resolveConflict(const QString& path, TWInteraction& inter
     return LXFile::conformPath(chosen);
 }
 
+// The new files take the permissions, owner, group and extended attributes of the file they replace or
+// come from (a split set's later files those of the last source file).
+LXStatus giveAttributes(const LXAudioFileWriter& writer, int file, const QStringList& sources) {
+    if (sources.isEmpty()) return {};
+    return LXFile::copyAttributesOfPath(sources.at(std::min<qsizetype>(file, sources.size() - 1)),
+                                        writer.temporaryPath(file));
+}
+
 } // namespace
 
 namespace TWExtension {
 
 LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath,
-                                    bool forceCounting) {
+                                    bool forceCounting, const QStringList& sourcePaths) {
     LXAudioFilename builder(proposedPath);
     configure(builder, writer);
-    for (int file = 0; file < writer.numberOfFiles(); ++file)
+    for (int file = 0; file < writer.numberOfFiles(); ++file) {
+        LX_TRY(giveAttributes(writer, file, sourcePaths));
         LX_TRY(writer.saveFile(file, freePathFor(builder, file, forceCounting)));
+    }
     return writer.savedPath(0);
 }
 
@@ -118,7 +128,9 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
     if (beforeCommit) beforeCommit(info);
 
     for (int file = 0; file < writer.numberOfFiles(); ++file) {
-        if (auto saved = writer.saveFile(file, newPaths[file]); !saved) {
+        LXStatus saved = giveAttributes(writer, file, oldPaths);
+        if (saved) saved = writer.saveFile(file, newPaths[file]);
+        if (!saved) {
             // The first files may be in place already: put every old file back.
             for (qsizetype i = 0; i < undoPaths.size(); ++i)
                 (void)LXFile::movePath(undoPaths[i], oldPaths[i]);

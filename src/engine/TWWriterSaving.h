@@ -5,6 +5,7 @@
 #include "lx/LXResult.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <optional>
@@ -18,9 +19,10 @@ namespace TWExtension {
 
 // Saves under the proposed path, or the first free numbered name beside it ("a-1.wav", "a-2.wav" ...;
 // with forceCounting the first try is already numbered 1). Each file of a split set takes the first free
-// name of its own. The extension follows the writer's format. Returns the lead path.
+// name of its own. The extension follows the writer's format. The new files take the permissions, owner,
+// group and extended attributes of the source files (sourcePaths, when given). Returns the lead path.
 LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& proposedPath,
-                                    bool forceCounting);
+                                    bool forceCounting, const QStringList& sourcePaths = {});
 
 // The lead paths the two saves would give the output, without saving (a dry run).
 QString newFilePath(const LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting);
@@ -30,7 +32,8 @@ QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source);
 // what undoing the save needs before the save can have happened.
 using TWBeforeCommit = std::function<void(const TWSaveInfo&)>;
 
-// Replaces the source's files with the writer's output. With keepUndo the old files are kept in the undo
+// Replaces the source's files with the writer's output, which takes their permissions, owner, group and
+// extended attributes. With keepUndo the old files are kept in the undo
 // folder (the record says where). When the output's name differs from the source's (another format) and
 // a file has that name already, the user is asked (through interaction) to rename or cancel; nullopt when
 // the user abandons the save, in which case nothing on disk has changed and the output is deleted.

@@ -81,8 +81,9 @@ LXResult<QStringList> directoryNames(const QString& path) {
     return names;
 }
 
-// Carries the user's extended attributes (the creator code among them) over to a copy. A target file
-// system without extended attributes still gets the data, so failures are ignored.
+// Carries every extended attribute the process can read and set over to a copy: the user's (the creator
+// code among them), ACLs (system.posix_acl_*) and, with the rights for it, security.* and trusted.*. A
+// target file system without extended attributes still gets the data, so failures are ignored.
 void copyExtendedAttributes(int from, int to) {
     const ssize_t length = ::flistxattr(from, nullptr, 0);
     if (length <= 0) return;
@@ -91,13 +92,20 @@ void copyExtendedAttributes(int from, int to) {
     if (got <= 0) return;
     std::vector<char> value;
     for (const char* name = names.data(); name < names.data() + got; name += std::strlen(name) + 1) {
-        if (std::strncmp(name, "user.", 5) != 0) continue;
         const ssize_t size = ::fgetxattr(from, name, nullptr, 0);
         if (size < 0) continue;
         value.resize(size_t(size));
         const ssize_t valueLength = ::fgetxattr(from, name, value.data(), value.size());
-        if (valueLength >= 0) ::fsetxattr(to, name, value.data(), size_t(valueLength), 0);
+        if (valueLength >= 0) (void)::fsetxattr(to, name, value.data(), size_t(valueLength), 0);
     }
+}
+
+// Owner and group first (a change of owner clears the setuid and setgid bits), then the attributes
+// (while the target is still writable: setting user.* attributes needs write permission), then the mode.
+bool copyOwnerAttributesAndMode(int from, int to, const struct stat& st) {
+    (void)::fchown(to, st.st_uid, st.st_gid); // EPERM for another's file when not privileged
+    copyExtendedAttributes(from, to);
+    return ::fchmod(to, st.st_mode & 07777) == 0;
 }
 
 // Copies the bytes from one descriptor to another: copy_file_range first (no trip through user space,
@@ -146,10 +154,9 @@ LXStatus copyFile(const QString& from, const QString& to, const struct stat& st)
 
     LXStatus status = copyContents(source.get(), target.get(), from, to);
     if (status) {
-        copyExtendedAttributes(source.get(), target.get());
         // Permissions after the data: a read-only source must not make the copy unwritable half-way.
         const std::array<timespec, 2> times = {st.st_atim, st.st_mtim};
-        if (::fchmod(target.get(), st.st_mode & 07777) != 0)
+        if (!copyOwnerAttributesAndMode(source.get(), target.get(), st))
             status = LXFileError::fromErrno(QStringLiteral("Cannot set the permissions"), to);
         else if (::futimens(target.get(), times.data()) != 0)
             status = LXFileError::fromErrno(QStringLiteral("Cannot set the modification date"), to);
@@ -362,6 +369,36 @@ LXStatus setCreatorCodeAtPath(const QString& path, uint32_t creator) {
     if (::setxattr(name.constData(), kCreatorAttribute, code, sizeof code, 0) != 0)
         return LXFileError::fromErrno(QStringLiteral("Cannot set the creator code"), path);
     return {};
+}
+
+LXStatus copyAttributesOfPath(const QString& from, const QString& to) {
+    LXFileDescriptor source = openPath(from, O_RDONLY);
+    struct stat st;
+    if (!source.isOpen() || ::fstat(source.get(), &st) != 0)
+        return LXFileError::fromErrno(QStringLiteral("Cannot read the permissions"), from);
+    LXFileDescriptor target = openPath(to, O_RDONLY | O_NOFOLLOW);
+    if (!target.isOpen()) return LXFileError::fromErrno(QStringLiteral("Cannot open the file"), to);
+    if (!copyOwnerAttributesAndMode(source.get(), target.get(), st))
+        return LXFileError::fromErrno(QStringLiteral("Cannot set the permissions"), to);
+    return {};
+}
+
+std::optional<LXFileIdentity> identityOfPath(const QString& path) {
+    struct stat st;
+    if (!statPath(path, &st)) return std::nullopt;
+    return LXFileIdentity{uint64_t(st.st_dev), uint64_t(st.st_ino)};
+}
+
+int64_t linkCountAtPath(const QString& path) {
+    struct stat st;
+    return statPath(path, &st) ? int64_t(st.st_nlink) : 0;
+}
+
+QString resolvedLinkPath(const QString& path) {
+    struct stat st;
+    if (!lstatPath(path, &st) || !S_ISLNK(st.st_mode)) return path;
+    const QString resolved = QFileInfo(path).canonicalFilePath();
+    return resolved.isEmpty() ? path : resolved;
 }
 
 QDateTime modificationDateOfFileAtPath(const QString& path) {

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <cstdint>
+#include <optional>
 
 // File-system services the rest of the framework and the application use. Paths are absolute.
 // Every failure is an LXFileError that names the path and the system's reason.
@@ -25,6 +26,26 @@ uint32_t typeCodeAtPath(const QString& path);
 // The creator code kept in the user extended attribute "user.clipwright.creator", 0 when none.
 uint32_t creatorCodeAtPath(const QString& path);
 LXStatus setCreatorCodeAtPath(const QString& path, uint32_t creator);
+
+// Gives the file at `to` the permissions (setuid, setgid and sticky bits included), owner, group and
+// extended attributes of the file at `from`, following links. POSIX ACLs travel as the attributes
+// system.posix_acl_access and system.posix_acl_default. An owner, group or attribute the process may not
+// set, or the target's file system cannot hold, is left out: the file's data matters more. Fails only
+// when `from` cannot be read or the permissions cannot be set.
+LXStatus copyAttributesOfPath(const QString& from, const QString& to);
+
+// What names a file on the system: its device and inode, the same for every path that reaches it
+// (symbolic links followed, hard links, two spellings of one path).
+struct LXFileIdentity {
+    uint64_t device = 0;
+    uint64_t inode = 0;
+    bool operator==(const LXFileIdentity&) const = default;
+};
+std::optional<LXFileIdentity> identityOfPath(const QString& path); // nullopt when missing
+int64_t linkCountAtPath(const QString& path);                      // hard links, following symbolic ones
+// Where a symbolic link finally leads, as an absolute path; the path itself when it is no link or
+// leads nowhere.
+QString resolvedLinkPath(const QString& path);
 
 // Modification date, without following a final symbolic link; invalid when the path is missing.
 QDateTime modificationDateOfFileAtPath(const QString& path);

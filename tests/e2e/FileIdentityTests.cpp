@@ -1,0 +1,99 @@
+// clipwright changing files that are more than their audio: permissions, owners and extended attributes,
+// symbolic and hard links, and one file reached by several paths. Levels are checked with sox.
+
+#include "CommandLineRunner.h"
+
+#include "TestAudio.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace {
+
+QString makeSine(const CommandLineRunner& runner, const QString& name) {
+    const QString path = QDir(runner.work()).filePath(name);
+    EXPECT_TRUE(TestAudio::generateWithSox(path, {"-n", "-r", "44100", "-b", "16"},
+                                           {"synth", "0.2", "sine", "440", "vol", "0.5"}));
+    return path;
+}
+
+double peakDecibels(const QString& path) {
+    const auto decoded = TestAudio::readWithSox(path);
+    EXPECT_TRUE(decoded) << path.toStdString();
+    double peak = 0;
+    for (double sample : decoded ? decoded->samples : std::vector<double>{})
+        peak = std::max(peak, std::fabs(sample));
+    return 20 * std::log10(peak);
+}
+
+struct stat statOf(const QString& path) {
+    struct stat st {};
+    EXPECT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0) << path.toStdString();
+    return st;
+}
+
+QByteArray attributeOf(const QString& path, const char* name) {
+    char value[256];
+    const ssize_t n = ::getxattr(QFile::encodeName(path).constData(), name, value, sizeof value);
+    return n < 0 ? QByteArray() : QByteArray(value, n);
+}
+
+// A test file and the mode it is given.
+struct Kept {
+    QString name;
+    mode_t mode;
+};
+
+} // namespace
+
+TEST(FileAttributes, ModeOwnerAndExtendedAttributesSurviveInPlaceChangesUndoAndNewFiles) {
+    CommandLineRunner runner;
+    // Another owner and group only where the test may give them (it runs as root in CI).
+    const bool privileged = ::geteuid() == 0;
+    const QList<Kept> files{{"private.wav", 0600}, {"readonly.wav", 0444}, {"shared.wav", 02775}};
+    QStringList paths;
+    for (const Kept& kept : files) {
+        const QString path = makeSine(runner, kept.name);
+        const QByteArray native = QFile::encodeName(path);
+        ASSERT_EQ(::setxattr(native.constData(), "user.origin", "field recording", 15, 0), 0);
+        if (privileged) {
+            ASSERT_EQ(::chown(native.constData(), 1234, 2345), 0);
+        }
+        ASSERT_EQ(::chmod(native.constData(), kept.mode), 0);
+        paths.append(path);
+    }
+    const auto expectKept = [&](const QString& path, mode_t mode, const char* when) {
+        const struct stat st = statOf(path);
+        EXPECT_EQ(st.st_mode & 07777, mode) << path.toStdString() << " " << when;
+        if (privileged) {
+            EXPECT_EQ(st.st_uid, 1234u) << path.toStdString() << " " << when;
+            EXPECT_EQ(st.st_gid, 2345u) << path.toStdString() << " " << when;
+        }
+        EXPECT_EQ(attributeOf(path, "user.origin"), "field recording") << path.toStdString() << " " << when;
+    };
+
+    auto result = runner.run(QStringList{"change-gain", "--level", "-6"} + paths);
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        EXPECT_NEAR(peakDecibels(paths[i]), -12.04, 0.1);
+        expectKept(paths[i], files[i].mode, "after the change");
+    }
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        EXPECT_NEAR(peakDecibels(paths[i]), -6.02, 0.1);
+        expectKept(paths[i], files[i].mode, "after undo");
+    }
+
+    result = runner.run({"change-gain", "--level", "-6", "--to-new-file", paths[0]});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    ASSERT_EQ(result.lines().size(), 1);
+    expectKept(result.lines().first(), files[0].mode, "in a new file");
+}
