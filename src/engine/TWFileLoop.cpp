@@ -12,6 +12,7 @@
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
+#include "lx/LXFile.h"
 #include "lx/LXProcess.h"
 
 #include <QElapsedTimer>
@@ -106,8 +107,10 @@ private:
             return TWOutcome::success();
         }
         const TWSaveInfo& info = **saved;
-        report.outputs.append(info.currentLeadPath());
-        entry->setPath(info.currentLeadPath());
+        // Saved where a symbolic link leads, the entry keeps the link's path.
+        if (LXFile::resolvedLinkPath(entry->path()) != info.currentLeadPath())
+            entry->setPath(info.currentLeadPath());
+        report.outputs.append(entry->path());
         entry->refreshNow();
         m_run.repointEntries(info.formerLeadPath(), info.currentLeadPath());
         m_saves.append(info);

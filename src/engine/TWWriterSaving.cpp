@@ -1,6 +1,7 @@
 #include "engine/TWWriterSaving.h"
 
 #include "platform/TWInteraction.h"
+#include "platform/TWSupportFolders.h"
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
@@ -8,6 +9,7 @@
 #include "lx/LXFile.h"
 #include "lx/LXWaveformCache.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 namespace {
@@ -53,6 +55,36 @@ std::optional<QString> resolveConflict(const QString& path, TWInteraction& inter
     return LXFile::conformPath(chosen);
 }
 
+// The names a file has besides `path` and the undo folder's copies of it (an in-place save, ours or a
+// concurrent run's, links the old file there for a moment). Undo copies are named after the file.
+int64_t otherNamesOf(const QString& path) {
+    const int64_t links = LXFile::linkCountAtPath(path);
+    if (links <= 1) return 0;
+    const std::optional<LXFile::LXFileIdentity> identity = LXFile::identityOfPath(path);
+    const QDir undo(TWSupportFolders::undoDirectory());
+    int64_t undoCopies = 0;
+    const QStringList names = undo.entryList({QFileInfo(path).completeBaseName() + QStringLiteral("_*")},
+                                             QDir::Files | QDir::Hidden);
+    for (const QString& name : names)
+        if (LXFile::identityOfPath(undo.filePath(name)) == identity) ++undoCopies;
+    return links - 1 - undoCopies;
+}
+
+// A file with several hard links is refused: replacing it by rename would change it under this name only
+// and leave the others holding the old audio, silently.
+LXStatus refuseHardLinks(const QStringList& paths) {
+    for (const QString& path : paths)
+        if (const int64_t others = otherNamesOf(path); others > 0)
+            return LXError(LXErrWriteFailed,
+                           (others == 1
+                                ? QStringLiteral("the file has another name (a hard link)")
+                                : QStringLiteral("the file has %1 other names (hard links)").arg(others)) +
+                               QStringLiteral(", which a change in place would leave holding the old audio; "
+                                              "save it as a new file instead"),
+                           path);
+    return {};
+}
+
 // The new files take the permissions, owner, group and extended attributes of the file they replace or
 // come from (a split set's later files those of the last source file).
 LXStatus giveAttributes(const LXAudioFileWriter& writer, int file, const QStringList& sources) {
@@ -95,11 +127,17 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
     configure(builder, writer);
     TWSaveInfo info;
     info.addCurrentPathsFromAudioFile(source);
-    const QStringList oldPaths = info.currentPaths();
+    const QStringList givenPaths = info.currentPaths();
+    // A symbolic link stays a link: the file it leads to is the one replaced (and kept for undo).
+    QStringList oldPaths;
+    for (const QString& path : givenPaths)
+        oldPaths.append(LXFile::resolvedLinkPath(path));
+    LX_TRY(refuseHardLinks(oldPaths));
 
     QStringList newPaths;
     for (int file = 0; file < writer.numberOfFiles(); ++file) {
         QString path = builder.pathForChannel(file);
+        if (const qsizetype given = givenPaths.indexOf(path); given >= 0) path = oldPaths.at(given);
         if (!oldPaths.contains(path) && LXFile::existsAtPath(path)) {
             const std::optional<QString> chosen = resolveConflict(path, interaction);
             if (!chosen) {

@@ -33,10 +33,12 @@ QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source);
 using TWBeforeCommit = std::function<void(const TWSaveInfo&)>;
 
 // Replaces the source's files with the writer's output, which takes their permissions, owner, group and
-// extended attributes. With keepUndo the old files are kept in the undo
-// folder (the record says where). When the output's name differs from the source's (another format) and
-// a file has that name already, the user is asked (through interaction) to rename or cancel; nullopt when
-// the user abandons the save, in which case nothing on disk has changed and the output is deleted.
+// extended attributes. A source reached through a symbolic link is replaced where the link leads (the
+// record holds that path), and the link stays; a source with other hard links is refused. With keepUndo the
+// old files are kept in the undo folder (the record says where). When the output's name differs from the
+// source's (another format) and a file has that name already, the user is asked (through interaction) to
+// rename or cancel; nullopt when the user abandons the save, in which case nothing on disk has changed and
+// the output is deleted.
 LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
                                                   bool keepUndo, TWInteraction& interaction,
                                                   const TWBeforeCommit& beforeCommit = {});

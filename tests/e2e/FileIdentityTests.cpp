@@ -97,3 +97,37 @@ TEST(FileAttributes, ModeOwnerAndExtendedAttributesSurviveInPlaceChangesUndoAndN
     ASSERT_EQ(result.lines().size(), 1);
     expectKept(result.lines().first(), files[0].mode, "in a new file");
 }
+
+TEST(FileLinks, ASymbolicLinkStaysALinkToTheChangedFileAndAHardLinkedFileIsRefused) {
+    CommandLineRunner runner;
+    const QDir work(runner.work());
+    ASSERT_TRUE(work.mkpath("takes") && work.mkpath("set"));
+    const QString real = makeSine(runner, "takes/real.wav");
+    const QString link = work.filePath("set/link.wav");
+    ASSERT_TRUE(QFile::link("../takes/real.wav", link));
+
+    // Given by the link, then found through it in a folder.
+    auto result = runner.run({"change-gain", "--level", "-6", link});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_EQ(result.lines(), QStringList{link});
+    EXPECT_EQ(QFileInfo(link).symLinkTarget().toStdString(), real.toStdString());
+    EXPECT_NEAR(peakDecibels(real), -12.04, 0.1);
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    EXPECT_EQ(QFileInfo(link).symLinkTarget().toStdString(), real.toStdString());
+    EXPECT_NEAR(peakDecibels(real), -6.02, 0.1);
+    result = runner.run({"change-gain", "--level", "-6", work.filePath("set")});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_EQ(QFileInfo(link).symLinkTarget().toStdString(), real.toStdString());
+    EXPECT_NEAR(peakDecibels(real), -12.04, 0.1);
+
+    // Replacing one name of a hard-linked file would leave the other with the old audio.
+    const QString other = work.filePath("takes/other-name.wav");
+    ASSERT_EQ(::link(QFile::encodeName(real).constData(), QFile::encodeName(other).constData()), 0);
+    const QByteArray before = readBytes(real);
+    result = runner.run({"change-gain", "--level", "-6", other});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_TRUE(result.err.contains("other-name.wav") && result.err.contains("hard link"))
+        << result.err.toStdString();
+    EXPECT_EQ(readBytes(real), before);
+    EXPECT_EQ(statOf(real).st_nlink, 2u);
+}
