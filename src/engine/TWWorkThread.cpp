@@ -8,6 +8,29 @@
 #include "model/TWFileEntry.h"
 #include "model/TWWorkspace.h"
 
+#include "lx/LXFile.h"
+
+#include <set>
+#include <utility>
+
+namespace {
+
+// A file reached by several paths (a symbolic link, a linked folder, two spellings of one path) is
+// processed once, under the first entry that reaches it: a second pass would apply a gain twice. Files
+// that cannot be found keep their entries, so that the run reports them.
+QList<TWFileEntryPtr> eachFileOnce(const QList<TWFileEntryPtr>& entries) {
+    std::set<std::pair<uint64_t, uint64_t>> seen;
+    QList<TWFileEntryPtr> once;
+    once.reserve(entries.size());
+    for (const TWFileEntryPtr& entry : entries) {
+        const std::optional<LXFile::LXFileIdentity> identity = LXFile::identityOfPath(entry->path());
+        if (!identity || seen.insert({identity->device, identity->inode}).second) once.append(entry);
+    }
+    return once;
+}
+
+} // namespace
+
 std::optional<TWActionError> TWWorkThread::run(TWRunController& controller, const TWRunRequest& request) {
     QList<TWFileEntryPtr> results;
     std::optional<TWActionError> error;
@@ -30,6 +53,7 @@ std::optional<TWActionError> TWWorkThread::run(TWRunController& controller, cons
         default:
             break;
         }
+        input = eachFileOnce(input);
         results.clear();
         std::unique_ptr<TWAction> action = TWActionRegistry::make(TWKeys::actionClass(instructions));
         if (!action || input.isEmpty()) continue;

@@ -13,7 +13,45 @@
 #include <QFileInfo>
 #include <QSet>
 
+#include <vector>
+
 namespace {
+
+// The folders being read on this thread, outermost first. A subfolder that is one of them is a link back
+// up the tree: reading it would never end, so it is left out.
+thread_local std::vector<LXFile::LXFileIdentity> t_foldersBeingRead;
+
+bool isBeingRead(const QString& path) {
+    const std::optional<LXFile::LXFileIdentity> identity = LXFile::identityOfPath(path);
+    if (!identity) return false;
+    for (const LXFile::LXFileIdentity& folder : t_foldersBeingRead)
+        if (folder == *identity) return true;
+    return false;
+}
+
+// Marks a folder as being read for its lifetime. A folder read on its own (not from its parent's reading)
+// first marks the folders above it in the tree.
+class TWReadingFolder {
+public:
+    explicit TWReadingFolder(const TWEntry& folder) {
+        if (t_foldersBeingRead.empty())
+            for (const TWEntry* above = folder.parent(); above; above = above->parent())
+                if (dynamic_cast<const TWFolderEntry*>(above)) mark(above->path());
+        mark(folder.path());
+    }
+    ~TWReadingFolder() { t_foldersBeingRead.resize(t_foldersBeingRead.size() - m_marked); }
+    TWReadingFolder(const TWReadingFolder&) = delete;
+    TWReadingFolder& operator=(const TWReadingFolder&) = delete;
+
+private:
+    void mark(const QString& path) {
+        if (const auto identity = LXFile::identityOfPath(path)) {
+            t_foldersBeingRead.push_back(*identity);
+            ++m_marked;
+        }
+    }
+    size_t m_marked = 0;
+};
 
 QString fileNameOf(const QString& path) {
     return QFileInfo(path).fileName();
@@ -60,6 +98,7 @@ void TWFolderEntry::refresh() {
         return;
     }
     m_status.store(0.0f, std::memory_order_relaxed);
+    const TWReadingFolder reading(*this);
     const QStringList names = isDirectory ? LXFile::contentsOfDirectoryAtPath(path) : QStringList();
 
     QSet<QString> childPaths;
@@ -86,7 +125,7 @@ void TWFolderEntry::refresh() {
 
     for (const QString& newPath : std::as_const(newPaths)) {
         bool isFolder = false;
-        if (!LXFile::existsAtPath(newPath, &isFolder)) continue;
+        if (!LXFile::existsAtPath(newPath, &isFolder) || (isFolder && isBeingRead(newPath))) continue;
         TWEntryPtr entry =
             isFolder ? TWEntryPtr(TWFolderEntry::create(newPath)) : TWEntryPtr(TWFileEntry::create(newPath));
         if (entry) children.append(entry);

@@ -131,3 +131,20 @@ TEST(FileLinks, ASymbolicLinkStaysALinkToTheChangedFileAndAHardLinkedFileIsRefus
     EXPECT_EQ(readBytes(real), before);
     EXPECT_EQ(statOf(real).st_nlink, 2u);
 }
+
+TEST(FileIdentity, AFileReachedByManyPathsIsChangedOnceAndAFolderLoopEnds) {
+    CommandLineRunner runner;
+    const QDir work(runner.work());
+    ASSERT_TRUE(work.mkpath("session/takes"));
+    const QString take = makeSine(runner, "session/takes/take.wav");
+    // A link to the folder's own subfolder, and one from the subfolder back up to the folder: a loop.
+    ASSERT_TRUE(QFile::link("takes", work.filePath("session/also-takes")));
+    ASSERT_TRUE(QFile::link("..", work.filePath("session/takes/up")));
+
+    const auto result = runner.run({"change-gain", "--level", "-6", work.filePath("session"), take,
+                                    work.filePath("session/./also-takes/take.wav")});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_EQ(result.lines().size(), 1) << result.out.toStdString();
+    EXPECT_NEAR(peakDecibels(take), -12.04, 0.1);
+    EXPECT_TRUE(QFileInfo(work.filePath("session/also-takes")).isSymLink());
+}
