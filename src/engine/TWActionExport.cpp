@@ -38,7 +38,10 @@ public:
             m_action.processAudioFileToPath(file, *entry, m_run.instructions(), temporary->path);
         const QString target = targetFor(folder + u'/' + name, entry->path());
         if (outcome.goesOn()) {
-            if (const LXStatus moved = LXFile::movePath(temporary->path, target); moved) {
+            // An export takes its source's permissions, owner, group and extended attributes too.
+            LXStatus moved = LXFile::copyAttributesOfPath(entry->path(), temporary->path);
+            if (moved) moved = LXFile::movePath(temporary->path, target);
+            if (moved) {
                 m_written.append(target);
                 results.append(entry);
                 report.outcome = TWFileReport::Outcome::Changed;
