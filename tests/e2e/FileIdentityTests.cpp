@@ -70,6 +70,16 @@ TEST(FileAttributes, ModeOwnerAndExtendedAttributesSurviveInPlaceChangesUndoAndN
         ASSERT_EQ(::chmod(native.constData(), kept.mode), 0);
         paths.append(path);
     }
+    // An ACL (as the kernel stores it: version 2, then tag, permissions and id per entry) that lets user
+    // 4321 read the shared file.
+    const QByteArray acl = QByteArray::fromHex("02000000"
+                                               "01000700ffffffff"
+                                               "02000400e1100000"
+                                               "04000700ffffffff"
+                                               "10000700ffffffff"
+                                               "20000500ffffffff");
+    const bool hasAcl = ::setxattr(QFile::encodeName(paths[2]).constData(), "system.posix_acl_access",
+                                   acl.constData(), size_t(acl.size()), 0) == 0;
     const auto expectKept = [&](const QString& path, mode_t mode, const char* when) {
         const struct stat st = statOf(path);
         EXPECT_EQ(st.st_mode & 07777, mode) << path.toStdString() << " " << when;
@@ -78,6 +88,9 @@ TEST(FileAttributes, ModeOwnerAndExtendedAttributesSurviveInPlaceChangesUndoAndN
             EXPECT_EQ(st.st_gid, 2345u) << path.toStdString() << " " << when;
         }
         EXPECT_EQ(attributeOf(path, "user.origin"), "field recording") << path.toStdString() << " " << when;
+        if (hasAcl && path == paths[2]) {
+            EXPECT_EQ(attributeOf(path, "system.posix_acl_access").toHex(), acl.toHex()) << when;
+        }
     };
 
     auto result = runner.run(QStringList{"change-gain", "--level", "-6"} + paths);
