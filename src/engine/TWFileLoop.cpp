@@ -82,6 +82,13 @@ public:
     }
 
 private:
+    // A file not replaced because the journal could not take its record: named with the journal's reason.
+    static LXFileError unrecorded(const QString& path, const LXError& why) {
+        return LXFileError(QStringLiteral("left as it was, since its undo record could not be kept: %1 (%2)")
+                               .arg(why.message(), why.path()),
+                           path, why.errnum());
+    }
+
     // A new file made (from the writer, or a copy of an unchanged source).
     static TWOutcome keep(const LXResult<TWFileEntryPtr>& made, QList<TWFileEntryPtr>& results,
                           TWFileReport& report) {
@@ -94,12 +101,25 @@ private:
     TWOutcome saveInPlace(LXAudioFileWriter& writer, const LXAudioFile& file, const TWFileEntryPtr& entry,
                           QList<TWFileEntryPtr>& results, TWFileReport& report) {
         TWUndoJournal& journal = m_run.context().journal;
-        if (m_keepUndo && !m_step) m_step = journal.beginStep(m_run.action().name());
-        const auto beforeCommit = [&](const TWSaveInfo& info) {
-            if (m_step) journal.recordSave(*m_step, info);
+        if (m_keepUndo && !m_step) {
+            const LXResult<qint64> step = journal.beginStep(m_run.action().name());
+            if (!step) {
+                writer.deleteOutput();
+                return unrecorded(entry->path(), step.error());
+            }
+            m_step = *step;
+        }
+        TWExtension::TWCommitHooks hooks;
+        hooks.beforeCommit = [&](const TWSaveInfo& info) -> LXStatus {
+            if (!m_step) return {};
+            if (LXStatus recorded = journal.recordSave(*m_step, info); !recorded)
+                return unrecorded(entry->path(), recorded.error());
+            return {};
         };
-        auto saved =
-            TWExtension::saveInPlaceOf(writer, file, m_keepUndo, m_run.context().interaction, beforeCommit);
+        hooks.abandoned = [&](const TWSaveInfo& info) {
+            if (m_step) journal.forgetSave(*m_step, info);
+        };
+        auto saved = TWExtension::saveInPlaceOf(writer, file, m_keepUndo, m_run.context().interaction, hooks);
         if (!saved) return saved.error();
         results.append(entry);
         if (!saved->has_value()) { // the user gave up the save: nothing changed

@@ -15,6 +15,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -51,22 +52,35 @@ TWUndoJournal& TWUndoJournal::shared() {
     return journal;
 }
 
-void TWUndoJournal::append(const QVariantMap& line) {
-    (void)LXFile::createDirectoryAtPath(QFileInfo(m_path).path());
-    const QByteArray bytes =
-        QJsonDocument(QJsonObject::fromVariantMap(line)).toJson(QJsonDocument::Compact) + '\n';
-    // One write with O_APPEND: a crash leaves at worst a torn last line, which load() skips.
-    const int fd =
-        ::open(QFile::encodeName(m_path).constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0) return;
-    ssize_t written = 0;
+LXStatus TWUndoJournal::append(const QVariantMap& line) {
+    LX_TRY(LXFile::createDirectoryAtPath(QFileInfo(m_path).path()));
+    QByteArray bytes = QJsonDocument(QJsonObject::fromVariantMap(line)).toJson(QJsonDocument::Compact) + '\n';
+    // One write with O_APPEND: a crash leaves at worst a torn last line, which load() skips. A line that
+    // did not reach the disk whole is an error: the caller must not replace a file it cannot undo.
+    LXFileDescriptor fd(
+        ::open(QFile::encodeName(m_path).constData(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    if (!fd.isOpen()) return LXFileError::fromErrno(QStringLiteral("cannot write the undo journal"), m_path);
+    // A line torn by a crash or a full disk is ended first, so that it does not swallow this one.
+    struct stat st;
+    char last = '\n';
+    if (::fstat(fd.get(), &st) == 0 && st.st_size > 0) (void)::pread(fd.get(), &last, 1, st.st_size - 1);
+    if (last != '\n') bytes.prepend('\n');
+    qsizetype written = 0;
     while (written < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.constData() + written, size_t(bytes.size() - written));
-        if (n <= 0) break;
+        const ssize_t n = ::write(fd.get(), bytes.constData() + written, size_t(bytes.size() - written));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (n == 0) errno = ENOSPC;
+            const LXFileError error =
+                LXFileError::fromErrno(QStringLiteral("cannot write the undo journal"), m_path);
+            return error;
+        }
         written += n;
     }
-    (void)LXFile::syncDescriptor(fd, m_path);
-    ::close(fd);
+    LX_TRY(LXFile::syncDescriptor(fd.get(), m_path));
+    if (::close(fd.release()) != 0)
+        return LXFileError::fromErrno(QStringLiteral("cannot write the undo journal"), m_path);
+    return {};
 }
 
 QList<TWUndoJournal::Step> TWUndoJournal::load() const {
@@ -88,6 +102,11 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
         if (it == steps.end()) continue;
         if (op == u"save") {
             it->records.append(TWSaveInfo::fromPropertyList(line.value(kRecord).toMap()));
+        } else if (op == u"unsave") { // a save recorded but never made
+            const QJsonObject record = QJsonObject::fromVariantMap(line.value(kRecord).toMap());
+            it->records.removeIf([&record](const TWSaveInfo& saved) {
+                return QJsonObject::fromVariantMap(saved.toPropertyList()) == record;
+            });
         } else if (op == u"switch") {
             const qsizetype index = line.value(kIndex).toLongLong();
             if (index >= 0 && index < it->records.size())
@@ -105,20 +124,25 @@ QList<TWUndoJournal::Step>::iterator TWUndoJournal::find(QList<Step>& steps, qin
     return std::find_if(steps.begin(), steps.end(), [id](const Step& step) { return step.id == id; });
 }
 
-qint64 TWUndoJournal::beginStep(const QString& actionName) {
+LXResult<qint64> TWUndoJournal::beginStep(const QString& actionName) {
     QMutexLocker lock(&m_mutex);
     const ProcessLock processLock(m_path);
     const QList<Step> steps = load();
     qint64 id = QDateTime::currentMSecsSinceEpoch();
     for (const Step& step : steps)
         id = std::max(id, step.id + 1);
-    append({{kOp, QStringLiteral("begin")}, {kStep, id}, {QStringLiteral("name"), actionName}});
+    LX_TRY(append({{kOp, QStringLiteral("begin")}, {kStep, id}, {QStringLiteral("name"), actionName}}));
     return id;
 }
 
-void TWUndoJournal::recordSave(qint64 step, const TWSaveInfo& info) {
+LXStatus TWUndoJournal::recordSave(qint64 step, const TWSaveInfo& info) {
     QMutexLocker lock(&m_mutex);
-    append({{kOp, QStringLiteral("save")}, {kStep, step}, {kRecord, info.toPropertyList()}});
+    return append({{kOp, QStringLiteral("save")}, {kStep, step}, {kRecord, info.toPropertyList()}});
+}
+
+void TWUndoJournal::forgetSave(qint64 step, const TWSaveInfo& info) {
+    QMutexLocker lock(&m_mutex);
+    (void)append({{kOp, QStringLiteral("unsave")}, {kStep, step}, {kRecord, info.toPropertyList()}});
 }
 
 void TWUndoJournal::closeStep(qint64 id) {
@@ -129,13 +153,13 @@ void TWUndoJournal::closeStep(qint64 id) {
         // The undo copies of an undone step are the newer versions: nothing can bring them back now.
         for (TWSaveInfo record : step.records)
             record.removeUndoPaths();
-        append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
+        (void)append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
     }
 }
 
 void TWUndoJournal::discardStep(qint64 step) {
     QMutexLocker lock(&m_mutex);
-    append({{kOp, QStringLiteral("drop")}, {kStep, step}});
+    (void)append({{kOp, QStringLiteral("drop")}, {kStep, step}});
 }
 
 QList<TWUndoJournal::Step> TWUndoJournal::steps() const {
@@ -173,12 +197,11 @@ LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWS
     for (qsizetype i = 0; i < it->records.size(); ++i) {
         TWSaveInfo& record = it->records[i];
         LX_TRY(record.switchPaths());
-        append(
-            {{kOp, QStringLiteral("switch")}, {kStep, id}, {kIndex, i}, {kRecord, record.toPropertyList()}});
+        LX_TRY(append(
+            {{kOp, QStringLiteral("switch")}, {kStep, id}, {kIndex, i}, {kRecord, record.toPropertyList()}}));
         if (repoint) repoint(record);
     }
-    append({{kOp, QStringLiteral("undone")}, {kStep, id}, {QStringLiteral("value"), !it->undone}});
-    return {};
+    return append({{kOp, QStringLiteral("undone")}, {kStep, id}, {QStringLiteral("value"), !it->undone}});
 }
 
 LXStatus TWUndoJournal::removeAll() {

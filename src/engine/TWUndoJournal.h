@@ -31,8 +31,12 @@ public:
     static TWUndoJournal& shared(); // "Journal" in the undo folder
     QString path() const { return m_path; }
 
-    qint64 beginStep(const QString& actionName);
-    void recordSave(qint64 step, const TWSaveInfo& info);
+    // Both fail when the line cannot be written to the disk whole: a file whose save is not on record
+    // must not be replaced.
+    LXResult<qint64> beginStep(const QString& actionName);
+    LXStatus recordSave(qint64 step, const TWSaveInfo& info);
+    // Takes back a recorded save that did not happen (its new files could not take their paths).
+    void forgetSave(qint64 step, const TWSaveInfo& info);
     // Ends a step whose saves stay (a run that ended, stopped or failed): the steps undone before it can
     // no longer be redone, so their copies are deleted. Not before: a cancelled run leaves them as they were.
     void closeStep(qint64 step);
@@ -52,7 +56,7 @@ public:
 
 private:
     QList<Step> load() const;
-    void append(const QVariantMap& line);
+    LXStatus append(const QVariantMap& line);
     QList<Step>::iterator find(QList<Step>& steps, qint64 id) const;
 
     QString m_path;

@@ -122,7 +122,7 @@ QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source) 
 
 LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
                                                   bool keepUndo, TWInteraction& interaction,
-                                                  const TWBeforeCommit& beforeCommit) {
+                                                  const TWCommitHooks& hooks) {
     LXAudioFilename builder = source.filename();
     configure(builder, writer);
     TWSaveInfo info;
@@ -163,7 +163,14 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
         }
     }
     info.setPaths(newPaths, oldPaths, undoPaths);
-    if (beforeCommit) beforeCommit(info);
+    if (hooks.beforeCommit) {
+        if (const LXStatus recorded = hooks.beforeCommit(info); !recorded) {
+            // Nothing is replaced yet: the undo copies are only extra names of the old files.
+            TWSaveInfo::removeFilesAtPaths(undoPaths);
+            writer.deleteOutput();
+            return recorded.error();
+        }
+    }
 
     for (int file = 0; file < writer.numberOfFiles(); ++file) {
         LXStatus saved = giveAttributes(writer, file, oldPaths);
@@ -174,6 +181,7 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
                 (void)LXFile::movePath(undoPaths[i], oldPaths[i]);
             for (const QString& path : newPaths)
                 if (!oldPaths.contains(path)) (void)LXFile::deleteFileAtPath(path);
+            if (hooks.abandoned) hooks.abandoned(info);
             return saved.error();
         }
     }

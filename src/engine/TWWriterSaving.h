@@ -29,8 +29,12 @@ QString newFilePath(const LXAudioFileWriter& writer, const QString& proposedPath
 QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source);
 
 // Called with the finished record just before the new files take their paths, so a journal can hold
-// what undoing the save needs before the save can have happened.
-using TWBeforeCommit = std::function<void(const TWSaveInfo&)>;
+// what undoing the save needs before the save can have happened. An error stops the save with nothing
+// replaced; abandoned is then called with the same record if the new files could not take their paths.
+struct TWCommitHooks {
+    std::function<LXStatus(const TWSaveInfo&)> beforeCommit;
+    std::function<void(const TWSaveInfo&)> abandoned;
+};
 
 // Replaces the source's files with the writer's output, which takes their permissions, owner, group and
 // extended attributes. A source reached through a symbolic link is replaced where the link leads (the
@@ -41,6 +45,6 @@ using TWBeforeCommit = std::function<void(const TWSaveInfo&)>;
 // the output is deleted.
 LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
                                                   bool keepUndo, TWInteraction& interaction,
-                                                  const TWBeforeCommit& beforeCommit = {});
+                                                  const TWCommitHooks& hooks = {});
 
 } // namespace TWExtension

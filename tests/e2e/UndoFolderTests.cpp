@@ -1,0 +1,57 @@
+// clipwright and its undo folder: a journal that cannot be written, what the folder lets others see, and
+// what it lists.
+
+#include "CommandLineRunner.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr qint64 kJournalLimit = 1 << 20;
+
+// A journal that fills the largest file the run may write, less `room` bytes: every later line of the
+// journal hits the limit (EFBIG, as a full disk would give ENOSPC), even for root.
+void fillJournal(const CommandLineRunner& runner, qint64 room) {
+    QDir().mkpath(runner.undoFolder());
+    QFile journal(runner.undoFolder() + "/Journal");
+    ASSERT_TRUE(journal.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    journal.write(QByteArray(kJournalLimit - room, '\n'));
+}
+
+QStringList undoCopies(const CommandLineRunner& runner) {
+    return QDir(runner.undoFolder()).entryList({"*.wav"}, QDir::Files);
+}
+
+} // namespace
+
+TEST(UndoFolder, AJournalThatCannotBeWrittenStopsTheSaveAndKeepsNoStrandedCopy) {
+    CommandLineRunner runner;
+    const QString file = runner.makeSine("take.wav");
+    const QByteArray original = readBytes(file);
+    const QStringList limited{
+        "sh", "-c", "trap '' XFSZ; exec prlimit --fsize=" + QString::number(kJournalLimit) + " \"$@\"", "sh"};
+
+    // No room for the step's first line, then room for it but not for the file's record (a torn line).
+    for (const qint64 room : {0, 100}) {
+        fillJournal(runner, room);
+        const auto result = runner.run({"change-gain", "--level", "-3", file}, limited);
+        if (result.err.contains("prlimit")) GTEST_SKIP() << result.err.toStdString();
+        EXPECT_EQ(result.exitCode, 8) << room;
+        EXPECT_TRUE(result.err.contains("'take.wav': left as it was, since its undo record could not be kept: "
+                                        "cannot write the undo journal: File too large"))
+            << result.err.toStdString();
+        EXPECT_EQ(readBytes(file), original) << room;
+        EXPECT_EQ(undoCopies(runner), QStringList()) << room;
+        EXPECT_EQ(runner.run({"undo"}).exitCode, 8) << room; // nothing was done
+    }
+
+    // The torn line does not swallow the next run's records: it undoes.
+    ASSERT_EQ(runner.run({"change-gain", "--level", "-3", file}).exitCode, 0);
+    ASSERT_NE(readBytes(file), original);
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    EXPECT_EQ(readBytes(file), original);
+}
