@@ -51,7 +51,7 @@ QString TWSaveInfo::undoName(const QString& path, double microseconds) {
 
 LXResult<QString> TWSaveInfo::copyPathToUndo(const QString& path) {
     const QString folder = TWSupportFolders::undoDirectory();
-    LX_TRY(LXFile::createDirectoryAtPath(folder));
+    LX_TRY(TWSupportFolders::createPrivateDirectory(folder));
     // The clock may not move between two calls: a taken name is tried again one microsecond on.
     for (double time = microsecondsNow();; time += 1.0) {
         const QString target = folder + u'/' + undoName(path, time);

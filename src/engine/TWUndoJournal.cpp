@@ -30,10 +30,10 @@ class ProcessLock {
 public:
     explicit ProcessLock(const QString& journal) {
         const QFileInfo info(journal);
-        (void)LXFile::createDirectoryAtPath(info.path());
+        (void)TWSupportFolders::createPrivateDirectory(info.path());
         const QString path = info.path() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".lock");
         m_fd =
-            LXFileDescriptor(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+            LXFileDescriptor(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
         if (m_fd.isOpen())
             while (::flock(m_fd.get(), LOCK_EX) != 0 && errno == EINTR) {
             }
@@ -53,15 +53,17 @@ TWUndoJournal& TWUndoJournal::shared() {
 }
 
 LXStatus TWUndoJournal::append(const QVariantMap& line) {
-    LX_TRY(LXFile::createDirectoryAtPath(QFileInfo(m_path).path()));
+    LX_TRY(TWSupportFolders::createPrivateDirectory(QFileInfo(m_path).path()));
     QByteArray bytes = QJsonDocument(QJsonObject::fromVariantMap(line)).toJson(QJsonDocument::Compact) + '\n';
     // One write with O_APPEND: a crash leaves at worst a torn last line, which load() skips. A line that
     // did not reach the disk whole is an error: the caller must not replace a file it cannot undo.
     LXFileDescriptor fd(
         ::open(QFile::encodeName(m_path).constData(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     if (!fd.isOpen()) return LXFileError::fromErrno(QStringLiteral("cannot write the undo journal"), m_path);
-    // A line torn by a crash or a full disk is ended first, so that it does not swallow this one.
+    // A journal from before it was kept private: the mode given to open() applies only to a new file.
     struct stat st;
+    if (::fstat(fd.get(), &st) == 0 && (st.st_mode & 077) != 0) (void)::fchmod(fd.get(), st.st_mode & 0600);
+    // A line torn by a crash or a full disk is ended first, so that it does not swallow this one.
     char last = '\n';
     if (::fstat(fd.get(), &st) == 0 && st.st_size > 0) (void)::pread(fd.get(), &last, 1, st.st_size - 1);
     if (last != '\n') bytes.prepend('\n');

@@ -2,7 +2,12 @@
 
 #include "lx/LXFile.h"
 
+#include <cerrno>
+
+#include <QFile>
 #include <QStandardPaths>
+
+#include <sys/stat.h>
 
 namespace TWSupportFolders {
 
@@ -30,8 +35,25 @@ QString scriptsDirectory() {
 }
 
 LXStatus createStandardFolders() {
-    for (const QString& folder : {undoDirectory(), tempDirectory(), workflowsDirectory(), scriptsDirectory()})
+    for (const QString& folder : {tempDirectory(), workflowsDirectory(), scriptsDirectory()})
         LX_TRY(LXFile::createDirectoryAtPath(folder));
+    return createPrivateDirectory(undoDirectory());
+}
+
+LXStatus createPrivateDirectory(const QString& path) {
+    const QByteArray native = QFile::encodeName(path);
+    if (::mkdir(native.constData(), 0700) != 0) {
+        if (errno == ENOENT) { // a parent is missing
+            LX_TRY(LXFile::createDirectoryAtPath(path));
+        } else if (errno != EEXIST) {
+            return LXFileError::fromErrno(QStringLiteral("Cannot create the folder"), path);
+        }
+    }
+    struct stat st;
+    if (::stat(native.constData(), &st) != 0)
+        return LXFileError::fromErrno(QStringLiteral("Cannot create the folder"), path);
+    if ((st.st_mode & 077) != 0 && ::chmod(native.constData(), st.st_mode & 0700) != 0)
+        return LXFileError::fromErrno(QStringLiteral("Cannot make the folder private"), path);
     return {};
 }
 

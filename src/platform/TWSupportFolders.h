@@ -12,4 +12,7 @@ QString tempDirectory();
 QString workflowsDirectory();
 QString scriptsDirectory();
 LXStatus createStandardFolders();
+// Creates the folder (with missing parents) readable by its owner only, and tightens it when found
+// looser: the undo folder holds the earlier versions of the user's files and a list of their paths.
+LXStatus createPrivateDirectory(const QString& path);
 } // namespace TWSupportFolders

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 namespace {
 
 constexpr qint64 kJournalLimit = 1 << 20;
@@ -24,6 +26,11 @@ void fillJournal(const CommandLineRunner& runner, qint64 room) {
 
 QStringList undoCopies(const CommandLineRunner& runner) {
     return QDir(runner.undoFolder()).entryList({"*.wav"}, QDir::Files);
+}
+
+mode_t modeOf(const QString& path) {
+    struct stat st;
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 07777 : 07777;
 }
 
 } // namespace
@@ -54,4 +61,20 @@ TEST(UndoFolder, AJournalThatCannotBeWrittenStopsTheSaveAndKeepsNoStrandedCopy) 
     ASSERT_NE(readBytes(file), original);
     ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
     EXPECT_EQ(readBytes(file), original);
+}
+
+TEST(UndoFolder, IsPrivateAndATooOpenOneIsTightened) {
+    CommandLineRunner runner;
+    const QString file = runner.makeSine("take.wav");
+    const QString folder = runner.undoFolder();
+    for (const bool loosened : {false, true}) {
+        if (loosened) { // as an earlier version left them
+            ::chmod(QFile::encodeName(folder).constData(), 0755);
+            ::chmod(QFile::encodeName(folder + "/Journal").constData(), 0644);
+        }
+        ASSERT_EQ(runner.run({"change-gain", "--level", "-1", file}).exitCode, 0);
+        EXPECT_EQ(modeOf(folder), 0700u) << loosened;
+        EXPECT_EQ(modeOf(folder + "/Journal"), 0600u) << loosened;
+        EXPECT_EQ(modeOf(folder + "/.Journal.lock"), 0600u) << loosened; // empty, but made private too
+    }
 }
