@@ -340,10 +340,12 @@ QVariantList TWRunController::runRecordingUndo(const QVariantList& instructions,
 bool TWRunController::flushUndoWithInteraction(bool interactive) {
     if (interactive) {
         TWAlert alert;
-        alert.style = TWAlertStyle::Critical;
+        // A question, not an error; and one that cannot be taken back, so Return keeps the folder.
+        alert.style = TWAlertStyle::Warning;
         alert.title = TWLocalizedString(QStringLiteral("Flush Undo Alert"));
         alert.message = TWLocalizedString(QStringLiteral("Flush Undo Message"));
         alert.buttons = {TWLocalizedString(QStringLiteral("Yes")), TWLocalizedString(QStringLiteral("No"))};
+        alert.defaultButton = 1;
         if (m_context.interaction.runAlert(alert) != 0) return false;
     }
     (void)m_context.journal.removeAll();

@@ -63,8 +63,10 @@ TWCommandLineInteraction::TWCommandLineInteraction(Policy policy)
 TWCommandLineInteraction::TWCommandLineInteraction(Policy policy, FILE* input, FILE* output, bool interactive)
     : m_policy(policy), m_input(input), m_output(output), m_interactive(interactive) {}
 
-int TWCommandLineInteraction::assumedAnswer(const QStringList& buttons) const {
-    if (m_policy != Policy::AssumeNo || buttons.size() < 2) return 0;
+int TWCommandLineInteraction::assumedAnswer(const QStringList& buttons, int defaultButton) const {
+    if (buttons.size() < 2) return 0;
+    if (m_policy == Policy::Ask) return defaultButton; // nobody to answer: as if Return were pressed
+    if (m_policy == Policy::AssumeYes) return 0;
     // The refusing button by its title, the one that ends the most first (the Escape key's button in a
     // window); otherwise the last one, where alerts put their way out.
     static const QRegularExpression refusals[] = {
@@ -82,6 +84,7 @@ int TWCommandLineInteraction::assumedAnswer(const QStringList& buttons) const {
 int TWCommandLineInteraction::runAlert(const TWAlert& alert) {
     QMutexLocker lock(&m_mutex);
     const QStringList buttons = buttonsOf(alert);
+    const int defaultButton = alert.defaultButton >= 0 && alert.defaultButton < buttons.size() ? alert.defaultButton : 0;
 
     QString text = styleLabel(alert.style) + alert.title + u'\n';
     if (!alert.message.isEmpty()) text += alert.message + u'\n';
@@ -96,18 +99,18 @@ int TWCommandLineInteraction::runAlert(const TWAlert& alert) {
 
     if (m_policy == Policy::Ask && m_interactive) {
         for (;;) {
-            print(m_output, QStringLiteral("Choose 1-%1 [1]: ").arg(buttons.size()));
+            print(m_output, QStringLiteral("Choose 1-%1 [%2]: ").arg(buttons.size()).arg(defaultButton + 1));
             QString answer;
             if (!readLine(m_input, &answer)) {
                 print(m_output, QStringLiteral("\n"));
                 break; // end of input: the default, as if nobody were there
             }
-            if (answer.isEmpty()) return 0;
+            if (answer.isEmpty()) return defaultButton;
             const int choice = parseChoice(answer, buttons);
             if (choice >= 0) return choice;
         }
     }
-    const int answer = assumedAnswer(buttons);
+    const int answer = assumedAnswer(buttons, defaultButton);
     print(m_output, QStringLiteral("  -> %1\n").arg(buttons[answer]));
     return answer;
 }

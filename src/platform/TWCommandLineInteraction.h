@@ -23,7 +23,7 @@ public:
     QString runSavePanel(const TWSavePanelOptions& options) override;
 
 private:
-    int assumedAnswer(const QStringList& buttons) const;
+    int assumedAnswer(const QStringList& buttons, int defaultButton) const;
 
     Policy m_policy;
     FILE* m_input;

@@ -24,8 +24,8 @@ TWOpenPanelAnswer TWInteraction::runOpenPanelWithCheckBox(const TWOpenPanelOptio
     return {runOpenPanel(options), options.checkBoxChecked};
 }
 
-int TWDefaultInteraction::runAlert(const TWAlert&) {
-    return 0;
+int TWDefaultInteraction::runAlert(const TWAlert& alert) {
+    return alert.defaultButton;
 }
 
 QStringList TWDefaultInteraction::runOpenPanel(const TWOpenPanelOptions&) {

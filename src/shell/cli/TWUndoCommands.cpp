@@ -81,8 +81,8 @@ Command flushUndoCommand() {
         QStringLiteral("delete the kept earlier versions of files"),
         {QStringLiteral("[OPTIONS]")},
         QStringLiteral("Empties the undo folder: the earlier versions of every file changed in place are\n"
-                       "deleted, and nothing done so far can be undone. Asks first on a terminal;\n"
-                       "elsewhere it needs --yes.\n"),
+                       "deleted, and nothing done so far can be undone. Asks first on a terminal,\n"
+                       "where Return answers No; elsewhere it needs --yes.\n"),
         {flag(QStringLiteral("yes"), QStringLiteral("do not ask first"), u'y')},
         {},
         [](const Arguments& arguments, Context& context) {
