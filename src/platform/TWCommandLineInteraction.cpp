@@ -84,7 +84,8 @@ int TWCommandLineInteraction::assumedAnswer(const QStringList& buttons, int defa
 int TWCommandLineInteraction::runAlert(const TWAlert& alert) {
     QMutexLocker lock(&m_mutex);
     const QStringList buttons = buttonsOf(alert);
-    const int defaultButton = alert.defaultButton >= 0 && alert.defaultButton < buttons.size() ? alert.defaultButton : 0;
+    const int defaultButton =
+        alert.defaultButton >= 0 && alert.defaultButton < buttons.size() ? alert.defaultButton : 0;
 
     QString text = styleLabel(alert.style) + alert.title + u'\n';
     if (!alert.message.isEmpty()) text += alert.message + u'\n';

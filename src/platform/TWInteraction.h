@@ -9,7 +9,7 @@ struct TWAlert {
     TWAlertStyle style = TWAlertStyle::Informational;
     QString title; // e.g. "Move Failed Alert" text already looked up
     QString message;
-    QStringList buttons; // empty means one "OK"
+    QStringList buttons;   // empty means one "OK"
     int defaultButton = 0; // what Return (or an empty answer) picks: a destructive question defaults to No
 };
 

@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -62,8 +63,9 @@ TEST(UndoFolder, AJournalThatCannotBeWrittenStopsTheSaveAndKeepsNoStrandedCopy) 
         const auto result = runner.run({"change-gain", "--level", "-3", file}, limited);
         if (result.err.contains("prlimit")) GTEST_SKIP() << result.err.toStdString();
         EXPECT_EQ(result.exitCode, 8) << room;
-        EXPECT_TRUE(result.err.contains("'take.wav': left as it was, since its undo record could not be kept: "
-                                        "cannot write the undo journal: File too large"))
+        EXPECT_TRUE(
+            result.err.contains("'take.wav': left as it was, since its undo record could not be kept: "
+                                "cannot write the undo journal: File too large"))
             << result.err.toStdString();
         EXPECT_EQ(readBytes(file), original) << room;
         EXPECT_EQ(undoCopies(runner), QStringList()) << room;
@@ -109,4 +111,25 @@ TEST(UndoFolder, FlushUndoOnATerminalAsksAWarningThatReturnAnswersNo) {
     const QString flushed = onTerminal(runner, {"flush-undo"}, "yes\n");
     EXPECT_TRUE(flushed.contains("The undo folder is empty.")) << flushed.toStdString();
     EXPECT_EQ(undoCopies(runner), QStringList());
+}
+
+TEST(UndoFolder, UndoListShowsTheStepsNewestFirstWithTheirFilesAndChangesNothing) {
+    CommandLineRunner runner;
+    const QString file = runner.makeSine("take.wav");
+    ASSERT_EQ(runner.run({"change-gain", "--level", "-1", file}).exitCode, 0);
+    ASSERT_EQ(runner.run({"normalize", "--level", "-2", file}).exitCode, 0);
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    const QByteArray bytes = readBytes(file);
+
+    const auto listed = runner.run({"undo", "--list"});
+    EXPECT_EQ(listed.exitCode, 0) << listed.err.toStdString();
+    const QString time = "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d";
+    const QString kept = "  " + QRegularExpression::escape(file) + "  \\d+(\\.\\d+)? KiB kept\n";
+    EXPECT_TRUE(QRegularExpression("^" + time + "  Normalize  \\(undone\\)\n" + kept + time +
+                                   "  Change Gain\n" + kept + "$")
+                    .match(listed.out)
+                    .hasMatch())
+        << listed.out.toStdString();
+    EXPECT_EQ(readBytes(file), bytes);
+    EXPECT_TRUE(runner.run({"undo", "--help"}).out.contains("-l, --list"));
 }

@@ -8,7 +8,10 @@
 #include "platform/TWSupportFolders.h"
 #include "shell/TWSession.h"
 
+#include <QDateTime>
 #include <QDir>
+#include <QFileInfo>
+#include <QLocale>
 
 #include <unistd.h>
 
@@ -34,6 +37,37 @@ int switchStep(Context& context, bool undo) {
     return kSuccess;
 }
 
+// The journal's steps, newest first: when each began (its number is that time), the action, and per file
+// its path and the size of the kept copies, which undo (or for an undone step, redo) puts in its place.
+int listSteps(Context& context) {
+    const QList<TWUndoJournal::Step> steps = context.session.journal().steps();
+    bool any = false;
+    for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
+        if (step->records.isEmpty()) continue; // a run that replaced nothing
+        any = true;
+        context.out << QDateTime::fromMSecsSinceEpoch(step->id).toString(
+                           QStringLiteral("yyyy-MM-dd HH:mm:ss"))
+                    << "  " << step->actionName << (step->undone ? "  (undone)" : "") << '\n';
+        for (const TWSaveInfo& record : step->records) {
+            qint64 bytes = 0;
+            bool missing = false;
+            for (const QString& copy : record.undoPaths()) {
+                const QFileInfo info(copy);
+                missing = missing || !info.exists();
+                bytes += info.size();
+            }
+            context.out << "  " << record.currentLeadPath() << "  ";
+            if (record.undoPaths().isEmpty() || missing)
+                context.out << "no kept copy";
+            else
+                context.out << QLocale::c().formattedDataSize(bytes) << " kept";
+            context.out << '\n';
+        }
+    }
+    if (!any && !context.isQuiet()) context.err << "There is nothing to undo or redo." << Qt::endl;
+    return kSuccess;
+}
+
 // The undo folder as a reader of the help or the manual page would type it: under "~".
 QString undoFolder() {
     const QString folder = TWSupportFolders::undoDirectory();
@@ -51,11 +85,15 @@ Command undoCommand() {
                            "prints their paths. Repeat to go further back; 'clipwright redo' brings the\n"
                            "changes back. The replaced versions are kept in the undo folder (%1).\n")
                 .arg(undoFolder()),
-            {},
+            {flag(QStringLiteral("list"),
+                  QStringLiteral("show the steps newest first, each with its action, time and files with "
+                                 "the size of their kept copies, and change nothing"),
+                  u'l')},
             {},
             [](const Arguments& arguments, Context& context) {
                 if (!arguments.operands.isEmpty())
                     return usageError(context, QStringLiteral("undo"), "takes no files");
+                if (arguments.has(QStringLiteral("list"))) return listSteps(context);
                 return switchStep(context, true);
             }};
 }
