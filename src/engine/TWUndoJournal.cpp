@@ -2,6 +2,7 @@
 
 #include "platform/TWSupportFolders.h"
 
+#include "lx/LXAudioFileWriter.h"
 #include "lx/LXFile.h"
 #include "lx/LXFileDescriptor.h"
 
@@ -10,6 +11,7 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 
 #include <cerrno>
 
@@ -196,6 +198,14 @@ LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWS
     auto it = find(steps, id);
     if (it == steps.end())
         return LXError(LXErrInvalidParameter, QStringLiteral("there is no such step to undo"), m_path);
+    // A run killed while writing left hidden temporary files beside the files it was saving: undo after a
+    // crash is when they are no longer wanted.
+    QSet<QString> folders;
+    for (const TWSaveInfo& record : std::as_const(it->records))
+        for (const QString& path : record.currentPaths() + record.formerPaths())
+            folders.insert(QFileInfo(path).path());
+    for (const QString& folder : std::as_const(folders))
+        LXAudioFileWriter::removeAbandonedTemporaryFiles(folder);
     for (qsizetype i = 0; i < it->records.size(); ++i) {
         TWSaveInfo& record = it->records[i];
         LX_TRY(record.switchPaths());

@@ -3,6 +3,7 @@
 
 #include "CommandLineRunner.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -132,4 +133,20 @@ TEST(UndoFolder, UndoListShowsTheStepsNewestFirstWithTheirFilesAndChangesNothing
         << listed.out.toStdString();
     EXPECT_EQ(readBytes(file), bytes);
     EXPECT_TRUE(runner.run({"undo", "--help"}).out.contains("-l, --list"));
+}
+
+TEST(UndoFolder, UndoRemovesTheHiddenFilesOfAKilledWriterBesideItsFiles) {
+    CommandLineRunner runner;
+    const QString file = runner.makeSine("take.wav");
+    ASSERT_EQ(runner.run({"change-gain", "--level", "-1", file}).exitCode, 0);
+    // What a writer killed a minute ago leaves: no process holds its lock.
+    QFile leftover(QDir(runner.work()).filePath(".take.wav.k1ll3d.cwtmp"));
+    ASSERT_TRUE(leftover.open(QIODevice::WriteOnly));
+    leftover.write("RIFF");
+    leftover.flush();
+    leftover.setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime);
+    leftover.close();
+
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    EXPECT_FALSE(leftover.exists());
 }
