@@ -5,6 +5,7 @@
 #include "EngineTestSupport.h"
 
 #include <QFileInfo>
+#include <QTemporaryDir>
 
 using namespace EngineTest;
 
@@ -274,4 +275,23 @@ TEST_F(SaveAndUndo, ACancelledRunLeavesTheRedoOfAnEarlierRunIntact) {
     runs().undoStack().redo();
     EXPECT_TRUE(m_interaction.alerts().isEmpty()) << m_interaction.alerts().value(0).message.toStdString();
     EXPECT_EQ(bytesOf(files[0]->path()), changed);
+}
+
+TEST(UndoJournal, ASaveTakenBackLeavesTheStepsOtherSavesAsTheyWere) {
+    QTemporaryDir folder;
+    TWUndoJournal journal(folder.filePath("Journal"));
+    const auto step = journal.beginStep("Change Gain");
+    ASSERT_TRUE(step);
+    TWSaveInfo kept, failed;
+    kept.setPaths({"/w/a.wav"}, {"/w/a.wav"}, {folder.filePath("a_1.wav")});
+    failed.setPaths({"/w/b.flac", "/w/b.R.flac"}, {"/w/b.wav", "/w/b.R.wav"},
+                    {folder.filePath("b_2.wav"), folder.filePath("b.R_3.wav")});
+    ASSERT_TRUE(journal.recordSave(*step, kept));
+    ASSERT_TRUE(journal.recordSave(*step, failed));
+    journal.forgetSave(*step, failed);
+
+    const auto last = TWUndoJournal(journal.path()).lastDoneStep();
+    ASSERT_TRUE(last);
+    ASSERT_EQ(last->records.size(), 1);
+    EXPECT_EQ(last->records[0].currentPaths(), QStringList{"/w/a.wav"});
 }
