@@ -3,7 +3,6 @@
 #include "CommandLineRunner.h"
 
 #include <QDir>
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -82,29 +81,13 @@ TEST(Arguments, UnknownOptionsAndStandardInputAreUsageErrorsOfEveryCommand) {
     EXPECT_TRUE(program.err.contains("unknown option '-x'")) << program.err.toStdString();
 }
 
-namespace {
-
-// The command's stderr and stdout as a terminal shows them: script(1) gives it one.
-QString onTerminal(const CommandLineRunner& runner, const QStringList& arguments) {
-    QStringList quoted{CommandLineRunner::program()};
-    for (const QString& argument : arguments)
-        quoted.append(u'\'' + argument + u'\'');
-    QProcess script;
-    script.setProcessEnvironment(runner.environment());
-    script.start("script", {"-qec", quoted.join(u' '), "/dev/null"});
-    if (!script.waitForFinished(60000)) return {};
-    return QString::fromLocal8Bit(script.readAllStandardOutput());
-}
-
-} // namespace
-
 TEST(Arguments, QuietShowsOnlyErrorsAndVerboseNamesEachFile) {
     CommandLineRunner runner;
     const QString first = runner.makeSine("one.wav"), second = runner.makeSine("two.wav");
 
     EXPECT_TRUE(
-        onTerminal(runner, {"normalize", "--level", "-1", first, second}).contains("Normalizing... ["));
-    const QString quiet = onTerminal(runner, {"normalize", "-q", "--level", "-2", first, second});
+        runner.runOnTerminal({"normalize", "--level", "-1", first, second}).contains("Normalizing... ["));
+    const QString quiet = runner.runOnTerminal({"normalize", "-q", "--level", "-2", first, second});
     EXPECT_FALSE(quiet.contains("Normalizing")) << quiet.toStdString();
     EXPECT_TRUE(quiet.contains(second)) << quiet.toStdString(); // the results are no message
 

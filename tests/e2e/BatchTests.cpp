@@ -52,15 +52,6 @@ QString makeDamagedFlac(const CommandLineRunner& runner, const QString& name) {
     return writeFile(runner, name, bytes);
 }
 
-double peakDecibels(const QString& path) {
-    const auto decoded = TestAudio::readWithSox(path);
-    EXPECT_TRUE(decoded) << path.toStdString();
-    double peak = 0;
-    for (double sample : decoded ? decoded->samples : std::vector<double>{})
-        peak = std::max(peak, std::fabs(sample));
-    return 20 * std::log10(peak);
-}
-
 } // namespace
 
 TEST(BatchErrors, FilesThatCannotBeUsedAreNamedWithTheReasonAndKeepGoingSkipsThem) {

@@ -6,6 +6,10 @@
 #include <QFile>
 #include <QProcess>
 
+#include <gtest/gtest.h>
+
+#include <cmath>
+
 CommandLineRunner::CommandLineRunner() {
     QDir().mkpath(work());
     QDir().mkpath(m_home.filePath(QStringLiteral("data")));
@@ -70,4 +74,25 @@ QStringList CommandLineRunner::Result::lines() const {
 QByteArray readBytes(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString CommandLineRunner::runOnTerminal(const QStringList& arguments, const QByteArray& input) const {
+    QStringList quoted{program()};
+    for (const QString& argument : arguments)
+        quoted.append(u'\'' + argument + u'\'');
+    QProcess script;
+    script.setProcessEnvironment(environment());
+    script.start("script", {"-qec", quoted.join(u' '), "/dev/null"});
+    script.write(input);
+    if (!script.waitForFinished(60000)) return {};
+    return QString::fromLocal8Bit(script.readAllStandardOutput());
+}
+
+double peakDecibels(const QString& path) {
+    const auto decoded = TestAudio::readWithSox(path);
+    EXPECT_TRUE(decoded) << path.toStdString();
+    double peak = 0;
+    for (double sample : decoded ? decoded->samples : std::vector<double>{})
+        peak = std::max(peak, std::fabs(sample));
+    return 20 * std::log10(peak);
 }

@@ -25,6 +25,8 @@ public:
     // wrapper: a program that runs clipwright for the test (unshare, for a user or a mount of its own),
     // with its arguments; the program's path and the arguments follow them.
     Result run(const QStringList& arguments, const QStringList& wrapper = {}) const;
+    // What a terminal shows of the command, given input to read: script(1) gives it one.
+    QString runOnTerminal(const QStringList& arguments, const QByteArray& input = {}) const;
     // The available commands, as `clipwright --help` lists them.
     QStringList commands() const;
     // A second of a 440 Hz sine at half scale, made by sox in the work folder.
@@ -35,3 +37,5 @@ private:
 };
 
 QByteArray readBytes(const QString& path);
+// The peak of the file as sox reads it, in dB.
+double peakDecibels(const QString& path);

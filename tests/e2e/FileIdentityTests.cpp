@@ -25,15 +25,6 @@ QString makeSine(const CommandLineRunner& runner, const QString& name) {
     return path;
 }
 
-double peakDecibels(const QString& path) {
-    const auto decoded = TestAudio::readWithSox(path);
-    EXPECT_TRUE(decoded) << path.toStdString();
-    double peak = 0;
-    for (double sample : decoded ? decoded->samples : std::vector<double>{})
-        peak = std::max(peak, std::fabs(sample));
-    return 20 * std::log10(peak);
-}
-
 struct stat statOf(const QString& path) {
     struct stat st {};
     EXPECT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0) << path.toStdString();

@@ -7,7 +7,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
@@ -34,19 +33,6 @@ QStringList undoCopies(const CommandLineRunner& runner) {
 mode_t modeOf(const QString& path) {
     struct stat st;
     return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 07777 : 07777;
-}
-
-// What a terminal shows of a command given `input` to read: script(1) gives it one.
-QString onTerminal(const CommandLineRunner& runner, const QStringList& arguments, const QByteArray& input) {
-    QStringList quoted{CommandLineRunner::program()};
-    for (const QString& argument : arguments)
-        quoted.append(u'\'' + argument + u'\'');
-    QProcess script;
-    script.setProcessEnvironment(runner.environment());
-    script.start("script", {"-qec", quoted.join(u' '), "/dev/null"});
-    script.write(input);
-    if (!script.waitForFinished(60000)) return {};
-    return QString::fromLocal8Bit(script.readAllStandardOutput());
 }
 
 } // namespace
@@ -102,14 +88,14 @@ TEST(UndoFolder, FlushUndoOnATerminalAsksAWarningThatReturnAnswersNo) {
     ASSERT_EQ(runner.run({"change-gain", "--level", "-1", file}).exitCode, 0);
     ASSERT_EQ(undoCopies(runner).size(), 1);
 
-    const QString kept = onTerminal(runner, {"flush-undo"}, "\n");
+    const QString kept = runner.runOnTerminal({"flush-undo"}, "\n");
     EXPECT_TRUE(kept.contains("Warning: Empty the undo folder?")) << kept.toStdString();
     EXPECT_FALSE(kept.contains("Error")) << kept.toStdString();
     EXPECT_TRUE(kept.contains("1) Yes   2) No\r\nChoose 1-2 [2]:")) << kept.toStdString();
     EXPECT_TRUE(kept.contains("the undo folder was left as it was")) << kept.toStdString();
     EXPECT_EQ(undoCopies(runner).size(), 1);
 
-    const QString flushed = onTerminal(runner, {"flush-undo"}, "yes\n");
+    const QString flushed = runner.runOnTerminal({"flush-undo"}, "yes\n");
     EXPECT_TRUE(flushed.contains("The undo folder is empty.")) << flushed.toStdString();
     EXPECT_EQ(undoCopies(runner), QStringList());
 }
