@@ -20,14 +20,6 @@
 
 namespace {
 
-// Half a second of a 440 Hz sine at half scale (peak -6.02 dB, RMS -9.03 dB), 16-bit.
-QString makeSine(const CommandLineRunner& runner, const QString& name) {
-    const QString path = QDir(runner.work()).filePath(name);
-    EXPECT_TRUE(TestAudio::generateWithSox(path, {"-n", "-r", "44100", "-b", "16"},
-                                           {"synth", "0.5", "sine", "440", "vol", "0.5"}));
-    return path;
-}
-
 // Half a second of digital silence in 32-bit float: normalizing it divides by zero.
 QString makeSilence(const CommandLineRunner& runner, const QString& name) {
     const QString path = QDir(runner.work()).filePath(name);
@@ -56,7 +48,7 @@ QString makeDamagedFlac(const CommandLineRunner& runner, const QString& name) {
 
 TEST(BatchErrors, FilesThatCannotBeUsedAreNamedWithTheReasonAndKeepGoingSkipsThem) {
     CommandLineRunner runner;
-    const QString sine = makeSine(runner, "sine.wav");
+    const QString sine = runner.makeMonoSine("sine.wav", 0.5);
     const QString text = writeFile(runner, "notes.txt", "hello\n");
     const QString empty = writeFile(runner, "empty.wav", {});
     const QByteArray before = readBytes(sine);
@@ -76,7 +68,7 @@ TEST(BatchErrors, FilesThatCannotBeUsedAreNamedWithTheReasonAndKeepGoingSkipsThe
 
     // Only a read-only mount stops root: one of our own, where unprivileged namespaces are allowed.
     QDir(runner.work()).mkdir("cd");
-    const QString onDisc = makeSine(runner, "cd/take.wav");
+    const QString onDisc = runner.makeMonoSine("cd/take.wav", 0.5);
     const QStringList readOnly{"unshare",
                                "-rm",
                                "sh",
@@ -100,7 +92,7 @@ TEST(BatchErrors, FilesThatCannotBeUsedAreNamedWithTheReasonAndKeepGoingSkipsThe
 TEST(BatchErrors, ADamagedFileEndsTheRunNamingItAndKeepGoingGoesPastIt) {
     CommandLineRunner runner;
     const QString damaged = makeDamagedFlac(runner, "snare.flac");
-    const QString after = makeSine(runner, "after.wav");
+    const QString after = runner.makeMonoSine("after.wav", 0.5);
     const QByteArray before = readBytes(after);
 
     auto result = runner.run({"change-gain", "--level", "-3", damaged, after});
@@ -129,7 +121,7 @@ TEST(Levels, SilenceIsLeftAsItIsAndClippedSamplesAreCountedAsSoxCountsThem) {
     EXPECT_EQ(readBytes(silence), before); // not a file of NaN
 
     // +12 dB on a sine at half scale: sox's own count of the samples its gain clips is the oracle.
-    const QString loud = makeSine(runner, "loud.wav");
+    const QString loud = runner.makeMonoSine("loud.wav", 0.5);
     QString soxWarnings;
     TestAudio::runTool("sox", {loud, "-n", "vol", "12dB"}, nullptr, &soxWarnings);
     const QRegularExpressionMatch soxCount = QRegularExpression("clipped (\\d+) samples").match(soxWarnings);
@@ -152,7 +144,7 @@ TEST(Levels, SilenceIsLeftAsItIsAndClippedSamplesAreCountedAsSoxCountsThem) {
 
 TEST(DryRun, SaysWhatEachFileWouldBecomeAndWritesNothing) {
     CommandLineRunner runner;
-    const QString sine = makeSine(runner, "sine.wav");
+    const QString sine = runner.makeMonoSine("sine.wav", 0.5);
     const QString silence = makeSilence(runner, "silence.wav");
     const QDateTime modified = QFileInfo(sine).lastModified();
     const QByteArray before = readBytes(sine);
@@ -180,7 +172,7 @@ TEST(DryRun, SaysWhatEachFileWouldBecomeAndWritesNothing) {
 
 TEST(Report, OneJsonLinePerFileAndActionWithLevelsInDecibels) {
     CommandLineRunner runner;
-    const QString sine = makeSine(runner, "sine.wav");
+    const QString sine = runner.makeMonoSine("sine.wav", 0.5);
     const QString silence = makeSilence(runner, "silence.wav");
     const QString text = writeFile(runner, "notes.txt", "hello\n");
     // Normalize to -1 dB, then 3 dB louder: the second action clips.

@@ -67,6 +67,13 @@ QString CommandLineRunner::makeSine(const QString& name) const {
     return made ? *made : QString();
 }
 
+QString CommandLineRunner::makeMonoSine(const QString& name, double seconds) const {
+    const QString path = QDir(work()).filePath(name);
+    EXPECT_TRUE(TestAudio::generateWithSox(path, {"-n", "-r", "44100", "-b", "16"},
+                                           {"synth", QString::number(seconds), "sine", "440", "vol", "0.5"}));
+    return path;
+}
+
 QStringList CommandLineRunner::Result::lines() const {
     return out.split(u'\n', Qt::SkipEmptyParts);
 }

@@ -31,6 +31,8 @@ public:
     QStringList commands() const;
     // A second of a 440 Hz sine at half scale, made by sox in the work folder.
     QString makeSine(const QString& name) const;
+    // A short 440 Hz sine at half scale (peak -6.02 dB, RMS -9.03 dB), 16-bit mono.
+    QString makeMonoSine(const QString& name, double seconds) const;
 
 private:
     QTemporaryDir m_home;

@@ -18,13 +18,6 @@
 
 namespace {
 
-QString makeSine(const CommandLineRunner& runner, const QString& name) {
-    const QString path = QDir(runner.work()).filePath(name);
-    EXPECT_TRUE(TestAudio::generateWithSox(path, {"-n", "-r", "44100", "-b", "16"},
-                                           {"synth", "0.2", "sine", "440", "vol", "0.5"}));
-    return path;
-}
-
 struct stat statOf(const QString& path) {
     struct stat st {};
     EXPECT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0) << path.toStdString();
@@ -52,7 +45,7 @@ TEST(FileAttributes, ModeOwnerAndExtendedAttributesSurviveInPlaceChangesUndoAndN
     const QList<Kept> files{{"private.wav", 0600}, {"readonly.wav", 0444}, {"shared.wav", 02775}};
     QStringList paths;
     for (const Kept& kept : files) {
-        const QString path = makeSine(runner, kept.name);
+        const QString path = runner.makeMonoSine(kept.name, 0.2);
         const QByteArray native = QFile::encodeName(path);
         ASSERT_EQ(::setxattr(native.constData(), "user.origin", "field recording", 15, 0), 0);
         if (privileged) {
@@ -106,7 +99,7 @@ TEST(FileLinks, ASymbolicLinkStaysALinkToTheChangedFileAndAHardLinkedFileIsRefus
     CommandLineRunner runner;
     const QDir work(runner.work());
     ASSERT_TRUE(work.mkpath("takes") && work.mkpath("set"));
-    const QString real = makeSine(runner, "takes/real.wav");
+    const QString real = runner.makeMonoSine("takes/real.wav", 0.2);
     const QString link = work.filePath("set/link.wav");
     ASSERT_TRUE(QFile::link("../takes/real.wav", link));
 
@@ -140,7 +133,7 @@ TEST(FileIdentity, AFileReachedByManyPathsIsChangedOnceAndAFolderLoopEnds) {
     CommandLineRunner runner;
     const QDir work(runner.work());
     ASSERT_TRUE(work.mkpath("session/takes"));
-    const QString take = makeSine(runner, "session/takes/take.wav");
+    const QString take = runner.makeMonoSine("session/takes/take.wav", 0.2);
     // A link to the folder's own subfolder, and one from the subfolder back up to the folder: a loop.
     ASSERT_TRUE(QFile::link("takes", work.filePath("session/also-takes")));
     ASSERT_TRUE(QFile::link("..", work.filePath("session/takes/up")));
