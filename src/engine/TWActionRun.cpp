@@ -100,6 +100,10 @@ void TWActionRun::reportFile(TWFileReport report) {
     m_runs.reportFile(report);
 }
 
+void TWActionRun::notice(const QString& text) {
+    m_runs.notice(text);
+}
+
 void TWActionRun::reportUntried(const QList<TWFileEntryPtr>& entries, QList<TWFileEntryPtr>& results) {
     for (const TWFileEntryPtr& entry : entries) {
         TWFileReport report;

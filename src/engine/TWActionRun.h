@@ -50,6 +50,7 @@ public:
     const TWRunOptions& options() const { return m_runs.runOptions(); }
     // What became of one file: the report goes to the controller under the action's name.
     void reportFile(TWFileReport report);
+    void notice(const QString& text); // something the user should know that is no file's report
     // A dry run of a shape that cannot process into nothing (it combines, renames or hands files on): each
     // entry is reported untried and handed on as it is.
     void reportUntried(const QList<TWFileEntryPtr>& entries, QList<TWFileEntryPtr>& results);

@@ -3,6 +3,7 @@
 
 #include "engine/TWAction.h"
 #include "engine/TWActionRun.h"
+#include "engine/TWFileLocks.h"
 #include "engine/TWFileOutputs.h"
 #include "engine/TWUndoJournal.h"
 #include "engine/TWWriterSaving.h"
@@ -16,6 +17,9 @@
 #include "lx/LXProcess.h"
 
 #include <QElapsedTimer>
+#include <QLocale>
+
+const QString kUndoFolderLimit = QStringLiteral("Undo Folder Limit"); // megabytes, 0 for none
 
 // Writers, saved as new files or in place of their source, with the undo journal holding each replaced
 // file before it is replaced.
@@ -67,6 +71,27 @@ public:
         return outcome;
     }
 
+    LXStatus claim(const QString& path) override {
+        if (m_run.toNewFile() || m_run.options().dryRun) return {};
+        TWUndoJournal& journal = m_run.context().journal;
+        if (!m_readied) {
+            // An undo or redo killed half-way is finished before any file of it is read again.
+            auto finished = journal.finishInterrupted();
+            if (!finished)
+                return LXError(finished.error().code(),
+                               QStringLiteral("left as it was, since an interrupted undo could not be finished "
+                                              "(%1); run 'clipwright undo' first")
+                                   .arg(finished.error().description()),
+                               path);
+            m_readied = true;
+        }
+        if (!m_locks.tryLock(path))
+            return LXError(LXErrWriteFailed,
+                           QStringLiteral("left as it was: another clipwright run or an undo is changing it now"),
+                           path);
+        return {};
+    }
+
     void takeBack() override {
         // In the order the files were replaced.
         for (TWSaveInfo& info : m_saves) {
@@ -77,7 +102,18 @@ public:
     }
 
     std::optional<qint64> finish() override {
-        if (m_step) m_run.context().journal.closeStep(*m_step);
+        if (m_step) {
+            const qint64 megabytes = m_run.context().preferences.value(kUndoFolderLimit).toLongLong();
+            const TWUndoJournal::Trim trim = m_run.context().journal.closeStep(*m_step, megabytes << 20);
+            if (trim.steps > 0)
+                m_run.notice(QStringLiteral("The %1 oldest undo %2 (%3) were dropped to keep the undo folder "
+                                            "under %4 (the preference \"%5\").")
+                                 .arg(trim.steps)
+                                 .arg(trim.steps == 1 ? QStringLiteral("step") : QStringLiteral("steps"))
+                                 .arg(QLocale::c().formattedDataSize(trim.bytes),
+                                      QLocale::c().formattedDataSize(megabytes << 20), kUndoFolderLimit));
+        }
+        m_locks.releaseAll();
         return m_saves.isEmpty() ? std::nullopt : m_step;
     }
 
@@ -141,6 +177,8 @@ private:
     const bool m_keepUndo;
     std::optional<qint64> m_step; // the journal's step of this run's in-place saves
     QList<TWSaveInfo> m_saves;
+    TWFileLocks m_locks; // the files this run changes in place, held until it ends
+    bool m_readied = false;
 };
 
 std::unique_ptr<TWFileOutputs> TWAction::makeOutputs(TWActionRun& run) {
@@ -180,8 +218,10 @@ std::optional<TWActionError> TWAction::processEntries(TWRunController& runs,
         clock.start();
         TWFileReport report;
         report.input = entry->path();
-        auto opened = LXAudioFile::open(entry->path());
-        if (!opened) { // a file that cannot be opened gives nothing and ends nothing
+        const LXStatus claimed = outputs->claim(entry->path());
+        auto opened = claimed ? LXAudioFile::open(entry->path())
+                              : LXResult<std::unique_ptr<LXAudioFile>>(claimed.error());
+        if (!opened) { // a file that cannot be opened (or changed now) gives nothing and ends nothing
             report.outcome = TWFileReport::Outcome::Skipped;
             report.note = opened.error().description();
             run.reportFile(report);

@@ -3,6 +3,8 @@
 #include "engine/TWFileReport.h"
 #include "engine/TWOutcome.h"
 
+#include "lx/LXResult.h"
+
 #include "model/TWEntry.h"
 
 #include <optional>
@@ -15,6 +17,12 @@ class TWBusyEntry;
 class TWFileOutputs {
 public:
     virtual ~TWFileOutputs() = default;
+    // Before the file is opened: may this run change it? An in-place run holds each file until it ends,
+    // and refuses a file that another run or an undo holds (the error says so).
+    virtual LXStatus claim(const QString& path) {
+        (void)path;
+        return {};
+    }
     // Makes output `index` of the opened file through the action's hook and keeps it, appending the entries
     // that show it to results and what it became to the file's report. Unchanged counts as success here,
     // once dealt with. In a dry run nothing is kept: the report says what would be.

@@ -287,6 +287,10 @@ void TWRunController::reportFile(const TWFileReport& report) {
     onOwnThread([this, report] { emit fileReported(report); });
 }
 
+void TWRunController::notice(const QString& text) {
+    onOwnThread([this, text] { emit noticed(text); });
+}
+
 QStringList TWRunController::takeScriptResults() {
     return std::exchange(m_scriptResults, {});
 }
@@ -301,7 +305,7 @@ QUndoStack& TWRunController::undoStack() {
 
 void TWRunController::undoProcess(qint64 step) {
     TWWorkspace& workspace = m_context.workspace;
-    const LXStatus switched = m_context.journal.switchStep(step, [&workspace](const TWSaveInfo& record) {
+    const LXStatus switched = m_context.journal.switchStep(step, false, [&workspace](const TWSaveInfo& record) {
         for (const TWEntryPtr& entry : workspace.rootGroup()->entriesWithPath(record.formerLeadPath())) {
             entry->setPath(record.currentLeadPath());
             if (auto file = std::dynamic_pointer_cast<TWFileEntry>(entry))

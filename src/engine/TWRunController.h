@@ -99,6 +99,7 @@ public:
     void didProcessEntry(const TWFileEntryPtr& entry);
     void didProcessWithAction(const TWActionEnded& ended);
     void reportFile(const TWFileReport& report);
+    void notice(const QString& text);
 
 signals:
     void workingChanged(bool working);
@@ -109,6 +110,7 @@ signals:
     void processEnded(const QString& title, bool failed);
     void scriptResultsAdded(const QStringList& paths);
     void fileReported(const TWFileReport& report);
+    void noticed(const QString& text); // from a run, for the user: the undo folder trimmed
     void previewsDisabled();
 
 private:

@@ -6,10 +6,19 @@
 #include "lx/LXFile.h"
 #include "lx/LXWaveformCache.h"
 
+#include "lx/LXFileDescriptor.h"
+
+#include <QCryptographicHash>
+#include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -17,6 +26,33 @@ namespace {
 double microsecondsNow() {
     using namespace std::chrono;
     return double(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
+}
+
+// Names planned in advance must differ even for two files of one name planned within a microsecond.
+double freshMicroseconds() {
+    static std::atomic<double> last = 0;
+    double time = microsecondsNow(), seen = last.load();
+    do {
+        time = std::max(time, seen + 1.0);
+    } while (!last.compare_exchange_weak(seen, time));
+    return time;
+}
+
+// A hard link where the file system allows it, else a copy made under a temporary name and renamed, so
+// that a copy found under its final name is always whole. Fails with EEXIST when `to` is taken.
+LXStatus linkOrCopy(const QString& from, const QString& to) {
+    const QString folder = QFileInfo(to).path();
+    if (::link(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0)
+        return LXFile::syncPath(folder);
+    if (errno != EXDEV && errno != EPERM && errno != EMLINK && errno != EOPNOTSUPP)
+        return LXFileError::fromErrno(QStringLiteral("cannot keep an undo copy"), errno == EEXIST ? to : from);
+    if (LXFile::existsAtPath(to))
+        return LXFileError(QStringLiteral("cannot keep an undo copy"), to, EEXIST);
+    const QString part = to + QStringLiteral(".part");
+    (void)LXFile::deleteFileAtPath(part);
+    LX_TRY(LXFile::copyPath(from, part));
+    LX_TRY(LXFile::syncPath(part));
+    return LXFile::movePath(part, to);
 }
 
 // Every move and deletion is told to the waveform cache, so cached overviews follow the files.
@@ -55,19 +91,107 @@ LXResult<QString> TWSaveInfo::copyPathToUndo(const QString& path) {
     // The clock may not move between two calls: a taken name is tried again one microsecond on.
     for (double time = microsecondsNow();; time += 1.0) {
         const QString target = folder + u'/' + undoName(path, time);
-        if (::link(QFile::encodeName(path).constData(), QFile::encodeName(target).constData()) == 0) {
-            LX_TRY(LXFile::syncPath(folder));
-            return target;
-        }
-        if (errno == EEXIST) continue;
-        if (errno != EXDEV && errno != EPERM && errno != EMLINK && errno != EOPNOTSUPP)
-            return LXFileError::fromErrno(QStringLiteral("cannot keep an undo copy"), path);
-        // Another file system: a real copy.
-        if (LXFile::existsAtPath(target)) continue;
-        LX_TRY(LXFile::copyPath(path, target));
-        LX_TRY(LXFile::syncPath(target));
-        return target;
+        const LXStatus copied = linkOrCopy(path, target);
+        if (copied) return target;
+        if (copied.error().errnum() != EEXIST || copied.error().path() != target) return copied.error();
     }
+}
+
+QString TWSaveInfo::stampOf(const QString& path) {
+    LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
+    struct stat st;
+    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0) return {};
+    // The ends of a file change with nearly every edit (headers, chunks at the end, the audio), and
+    // reading them costs the same for a short file and a long one.
+    constexpr off_t kEnd = 65536;
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    QByteArray buffer(kEnd, Qt::Uninitialized);
+    for (const off_t offset : {off_t(0), std::max(kEnd, off_t(st.st_size) - kEnd)}) {
+        if (offset >= st.st_size && offset > 0) break;
+        const ssize_t n = ::pread(fd.get(), buffer.data(), size_t(kEnd), offset);
+        if (n < 0) return {};
+        hash.addData(QByteArrayView(buffer.constData(), n));
+    }
+    return QStringLiteral("%1:%2.%3:%4")
+        .arg(qint64(st.st_size))
+        .arg(qint64(st.st_mtim.tv_sec))
+        .arg(qint64(st.st_mtim.tv_nsec), 9, 10, QLatin1Char('0'))
+        .arg(QString::fromLatin1(hash.result().toHex().left(16)));
+}
+
+void TWSaveInfo::stampCurrentFrom(const QStringList& paths) {
+    m_stamps.clear();
+    for (const QString& path : paths)
+        m_stamps.append(stampOf(path));
+}
+
+bool TWSaveInfo::canRestore() const {
+    return !m_undo.isEmpty() && std::all_of(m_undo.begin(), m_undo.end(), [](const QString& path) {
+        return LXFile::existsAtPath(path);
+    });
+}
+
+bool TWSaveInfo::currentFilesExist() const {
+    return std::all_of(m_current.begin(), m_current.end(), [](const QString& path) {
+        return LXFile::existsAtPath(path);
+    });
+}
+
+bool TWSaveInfo::neverSaved() const {
+    if (m_undo.isEmpty()) return false;
+    for (qsizetype i = 0; i < m_former.size() && i < m_undo.size(); ++i) {
+        const auto identity = LXFile::identityOfPath(m_undo[i]);
+        if (!identity || LXFile::identityOfPath(m_former[i]) != identity) return false;
+    }
+    return std::none_of(m_current.begin(), m_current.end(), [this](const QString& path) {
+        return !m_former.contains(path) && LXFile::existsAtPath(path);
+    });
+}
+
+QString TWSaveInfo::obstacle() const {
+    if (m_undo.isEmpty()) return QStringLiteral("no earlier version of it was kept");
+    if (!canRestore()) return QStringLiteral("its kept copy is gone from the undo folder");
+    for (qsizetype i = 0; i < m_current.size(); ++i) {
+        if (!LXFile::existsAtPath(m_current[i])) return QStringLiteral("it is no longer there");
+        if (i < m_stamps.size() && !m_stamps[i].isEmpty() && stampOf(m_current[i]) != m_stamps[i])
+            return QStringLiteral("it was changed since, by another program or run");
+    }
+    return {};
+}
+
+TWSaveInfo TWSaveInfo::planSwitch(bool withoutCopies) const {
+    TWSaveInfo planned;
+    planned.m_current = m_former;
+    planned.m_former = m_current;
+    if (!withoutCopies)
+        for (const QString& path : m_current)
+            planned.m_undo.append(TWSupportFolders::undoDirectory() + u'/' + undoName(path, freshMicroseconds()));
+    planned.stampCurrentFrom(m_undo); // the kept copies become the current files
+    return planned;
+}
+
+LXStatus TWSaveInfo::switchTo(const TWSaveInfo& planned) {
+    // Three phases, each of which a later attempt can tell done from the disk: copies of the current
+    // files under their planned names (all made before any kept copy moves), the kept copies back over
+    // the former paths, then the current files that have no place any more.
+    const bool renamesBegun = !canRestore();
+    if (!renamesBegun) {
+        LX_TRY(TWSupportFolders::createPrivateDirectory(TWSupportFolders::undoDirectory()));
+        for (qsizetype i = 0; i < planned.m_undo.size(); ++i) {
+            if (LXFile::existsAtPath(planned.m_undo[i])) continue;
+            LX_TRY(linkOrCopy(m_current.value(i), planned.m_undo[i]));
+            LXWaveformCache::shared().moveEntry(m_current[i], planned.m_undo[i]);
+        }
+    }
+    for (qsizetype i = 0; i < m_former.size() && i < m_undo.size(); ++i)
+        if (LXFile::existsAtPath(m_undo[i])) LX_TRY(moveAndTell(m_undo[i], m_former[i]));
+    for (qsizetype i = 0; i < m_current.size(); ++i) {
+        const QString& path = m_current[i];
+        if (m_former.contains(path) || i >= planned.m_undo.size()) continue;
+        if (LXFile::identityOfPath(path) == LXFile::identityOfPath(planned.m_undo[i])) deleteAndForget(path);
+    }
+    *this = planned;
+    return {};
 }
 
 void TWSaveInfo::setPaths(const QStringList& current, const QStringList& former, const QStringList& undo) {
@@ -86,24 +210,7 @@ LXStatus TWSaveInfo::moveUndoPathsToFormer() {
 }
 
 LXStatus TWSaveInfo::switchPaths() {
-    // Copies of the current files first: until the former files are back, both versions stay whole.
-    QStringList newUndo;
-    for (const QString& path : m_current) {
-        auto copy = copyPathToUndo(path);
-        if (!copy) {
-            removeFilesAtPaths(newUndo);
-            return copy.error();
-        }
-        newUndo.append(*copy);
-        LXWaveformCache::shared().moveEntry(path, *copy);
-    }
-    const QStringList oldCurrent = m_current;
-    LX_TRY(moveUndoPathsToFormer());
-    for (const QString& path : oldCurrent)
-        if (!m_current.contains(path)) deleteAndForget(path);
-    m_former = oldCurrent;
-    m_undo = newUndo;
-    return {};
+    return switchTo(planSwitch());
 }
 
 LXStatus TWSaveInfo::restorePaths() {
@@ -126,9 +233,11 @@ void TWSaveInfo::removeFilesAtPaths(const QStringList& paths) {
 }
 
 QVariantMap TWSaveInfo::toPropertyList() const {
-    return {{QStringLiteral("currentPaths"), m_current},
-            {QStringLiteral("formerPaths"), m_former},
-            {QStringLiteral("undoPaths"), m_undo}};
+    QVariantMap map{{QStringLiteral("currentPaths"), m_current},
+                    {QStringLiteral("formerPaths"), m_former},
+                    {QStringLiteral("undoPaths"), m_undo}};
+    if (!m_stamps.isEmpty()) map.insert(QStringLiteral("currentStamps"), m_stamps);
+    return map;
 }
 
 TWSaveInfo TWSaveInfo::fromPropertyList(const QVariantMap& map) {
@@ -136,5 +245,6 @@ TWSaveInfo TWSaveInfo::fromPropertyList(const QVariantMap& map) {
     info.m_current = map.value(QStringLiteral("currentPaths")).toStringList();
     info.m_former = map.value(QStringLiteral("formerPaths")).toStringList();
     info.m_undo = map.value(QStringLiteral("undoPaths")).toStringList();
+    info.m_stamps = map.value(QStringLiteral("currentStamps")).toStringList();
     return info;
 }

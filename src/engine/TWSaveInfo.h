@@ -30,6 +30,27 @@ public:
     // The name an undo copy of path gets at the given time.
     static QString undoName(const QString& path, double microseconds);
 
+    // What the files at the current paths were when this record was made: size, modification time and a
+    // hash of their first and last 64 KiB. A file that no longer matches was changed by someone else.
+    const QStringList& currentStamps() const { return m_stamps; }
+    void stampCurrentFrom(const QStringList& paths); // the files that take the current paths
+    static QString stampOf(const QString& path);     // empty when the file is missing
+
+    // Why switchPaths() cannot be made now, in words (empty when it can): a current file gone or changed
+    // since, a kept copy gone. A record whose save never happened (its current file is still the kept
+    // copy: a run killed before its rename) gives neverSaved.
+    QString obstacle() const;
+    bool neverSaved() const;
+    bool canRestore() const; // the kept copies are all there (the current files may not be)
+    bool currentFilesExist() const;
+
+    // A switch made resumable: planSwitch() gives the record as it will be (kept copies named in advance;
+    // withoutCopies: the current files are gone and only the former ones come back), which goes on record
+    // before switchTo() makes it so. switchTo() can be repeated after an interruption at any point, and
+    // finishes what the last attempt began.
+    TWSaveInfo planSwitch(bool withoutCopies = false) const;
+    LXStatus switchTo(const TWSaveInfo& planned);
+
     // Sets the record for a save that replaces `former` by `current`, with the undo copies of `former`.
     void setPaths(const QStringList& current, const QStringList& former, const QStringList& undo);
     // Swaps the saved files and the kept copies: the current files go to the undo folder, the former
@@ -50,4 +71,5 @@ private:
     QStringList m_current;
     QStringList m_former;
     QStringList m_undo;
+    QStringList m_stamps; // of the current files, when known
 };

@@ -1,5 +1,6 @@
 #include "engine/TWUndoJournal.h"
 
+#include "engine/TWFileLocks.h"
 #include "platform/TWSupportFolders.h"
 
 #include "lx/LXAudioFileWriter.h"
@@ -25,6 +26,7 @@ const QString kOp = QStringLiteral("op");
 const QString kStep = QStringLiteral("step");
 const QString kRecord = QStringLiteral("record");
 const QString kIndex = QStringLiteral("index");
+const QString kValue = QStringLiteral("value");
 // Several clipwright processes may share the journal: each read-then-write holds an exclusive lock on
 // the hidden ".Journal.lock" beside it, so two runs never take the same step number and an undo never
 // switches files while another process appends to the same step.
@@ -44,6 +46,13 @@ public:
 private:
     LXFileDescriptor m_fd; // closing it releases the lock
 };
+
+// Holds every file a record switches; false when a run holds one of them.
+bool lockFiles(TWFileLocks& locks, const TWSaveInfo& record) {
+    for (const QString& path : record.currentPaths() + record.formerPaths())
+        if (!locks.tryLock(path)) return false;
+    return true;
+}
 
 } // namespace
 
@@ -91,7 +100,7 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
     QList<Step> steps;
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly)) return steps;
-    while (!file.atEnd()) {
+    for (qint64 lineNumber = 1; !file.atEnd(); ++lineNumber) {
         const QByteArray text = file.readLine();
         const QJsonDocument document = QJsonDocument::fromJson(text);
         if (!document.isObject()) continue;
@@ -99,11 +108,14 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
         const QString op = line.value(kOp).toString();
         const qint64 id = line.value(kStep).toLongLong();
         if (op == u"begin") {
-            steps.append(Step{id, line.value(QStringLiteral("name")).toString(), {}, false});
+            steps.append(Step{id, line.value(QStringLiteral("name")).toString(), {}, false, lineNumber, {}});
             continue;
         }
         auto it = find(steps, id);
         if (it == steps.end()) continue;
+        it->order = lineNumber;
+        const qsizetype index = line.value(kIndex, -1).toLongLong();
+        const bool inRange = index >= 0 && index < it->records.size();
         if (op == u"save") {
             it->records.append(TWSaveInfo::fromPropertyList(line.value(kRecord).toMap()));
         } else if (op == u"unsave") { // a save recorded but never made
@@ -111,12 +123,21 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
             it->records.removeIf([&record](const TWSaveInfo& saved) {
                 return QJsonObject::fromVariantMap(saved.toPropertyList()) == record;
             });
-        } else if (op == u"switch") {
-            const qsizetype index = line.value(kIndex).toLongLong();
-            if (index >= 0 && index < it->records.size())
-                it->records[index] = TWSaveInfo::fromPropertyList(line.value(kRecord).toMap());
+        } else if (op == u"switching") {
+            Step::Switch planned{line.value(kValue).toBool(), {}, {}};
+            for (const QVariant& record : line.value(QStringLiteral("records")).toList())
+                planned.planned.append(TWSaveInfo::fromPropertyList(record.toMap()));
+            if (planned.planned.size() != it->records.size()) continue; // not a plan of this step
+            planned.made = QList<bool>(planned.planned.size(), false);
+            it->interrupted = planned;
+        } else if (op == u"switched" || op == u"switch") { // "switch": a journal of an earlier version
+            if (!inRange) continue;
+            it->records[index] = TWSaveInfo::fromPropertyList(line.value(kRecord).toMap());
+            if (it->interrupted) it->interrupted->made[index] = true;
         } else if (op == u"undone") {
-            it->undone = line.value(QStringLiteral("value")).toBool();
+            it->undone = line.value(kValue).toBool();
+            it->interrupted.reset();
+            it->records.removeIf([](const TWSaveInfo& record) { return record.currentPaths().isEmpty(); });
         } else if (op == u"drop") {
             steps.erase(it);
         }
@@ -149,16 +170,44 @@ void TWUndoJournal::forgetSave(qint64 step, const TWSaveInfo& info) {
     (void)append({{kOp, QStringLiteral("unsave")}, {kStep, step}, {kRecord, info.toPropertyList()}});
 }
 
-void TWUndoJournal::closeStep(qint64 id) {
+TWUndoJournal::Trim TWUndoJournal::closeStep(qint64 id, qint64 sizeLimit) {
     QMutexLocker lock(&m_mutex);
     const ProcessLock processLock(m_path);
-    for (const Step& step : load()) {
-        if (!step.undone || step.id == id) continue;
+    (void)append({{kOp, QStringLiteral("close")}, {kStep, id}});
+    QList<Step> steps = load();
+    for (const Step& step : std::as_const(steps)) {
+        if (!step.undone || step.id == id || step.interrupted) continue;
         // The undo copies of an undone step are the newer versions: nothing can bring them back now.
         for (TWSaveInfo record : step.records)
             record.removeUndoPaths();
         (void)append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
     }
+    Trim trim;
+    if (sizeLimit <= 0) return trim;
+    steps = load();
+    const auto sizeOf = [](const Step& step) {
+        qint64 bytes = 0;
+        for (const TWSaveInfo& record : step.records)
+            for (const QString& path : record.undoPaths())
+                bytes += std::max<qint64>(0, LXFile::sizeOfFileAtPath(path));
+        return bytes;
+    };
+    qint64 total = 0;
+    for (const Step& step : std::as_const(steps))
+        total += sizeOf(step);
+    std::sort(steps.begin(), steps.end(), [](const Step& a, const Step& b) { return a.order < b.order; });
+    for (const Step& step : std::as_const(steps)) {
+        if (total <= sizeLimit) break;
+        if (step.id == id || step.interrupted) continue;
+        const qint64 bytes = sizeOf(step);
+        for (TWSaveInfo record : step.records)
+            record.removeUndoPaths();
+        (void)append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
+        total -= bytes;
+        trim.steps += 1;
+        trim.bytes += bytes;
+    }
+    return trim;
 }
 
 void TWUndoJournal::discardStep(qint64 step) {
@@ -172,29 +221,31 @@ QList<TWUndoJournal::Step> TWUndoJournal::steps() const {
 }
 
 std::optional<TWUndoJournal::Step> TWUndoJournal::lastDoneStep() const {
-    const QList<Step> all = steps();
-    for (auto it = all.rbegin(); it != all.rend(); ++it)
-        if (!it->undone && !it->records.isEmpty()) return *it;
-    return std::nullopt;
+    std::optional<Step> last;
+    for (const Step& step : steps())
+        if (!step.undone && !step.records.isEmpty() && (!last || step.order > last->order)) last = step;
+    return last;
 }
 
 std::optional<TWUndoJournal::Step> TWUndoJournal::firstUndoneStep() const {
-    // A run killed before it closed its step left the earlier undone steps in place; they are not to be
-    // redone over its files.
-    std::optional<Step> first;
+    // The step undone last, unless a step done since (a run, or one killed before it ended) came after it.
+    std::optional<Step> undone;
+    qint64 lastDone = 0;
     for (const Step& step : steps()) {
-        if (step.undone && !first)
-            first = step;
-        else if (!step.undone && !step.records.isEmpty())
-            first.reset();
+        if (step.undone && (!undone || step.order > undone->order)) undone = step;
+        if (!step.undone && !step.records.isEmpty()) lastDone = std::max(lastDone, step.order);
     }
-    return first;
+    if (undone && undone->order < lastDone) return std::nullopt;
+    return undone;
 }
 
-LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWSaveInfo&)>& repoint) {
+LXStatus TWUndoJournal::switchStep(qint64 id, bool force, const Repoint& repoint) {
     QMutexLocker lock(&m_mutex);
     const ProcessLock processLock(m_path);
     QList<Step> steps = load();
+    TWFileLocks locks;
+    for (Step& step : steps)
+        if (step.interrupted) LX_TRY(finishSwitch(step, force, repoint, locks));
     auto it = find(steps, id);
     if (it == steps.end())
         return LXError(LXErrInvalidParameter, QStringLiteral("there is no such step to undo"), m_path);
@@ -206,14 +257,88 @@ LXStatus TWUndoJournal::switchStep(qint64 id, const std::function<void(const TWS
             folders.insert(QFileInfo(path).path());
     for (const QString& folder : std::as_const(folders))
         LXAudioFileWriter::removeAbandonedTemporaryFiles(folder);
-    for (qsizetype i = 0; i < it->records.size(); ++i) {
-        TWSaveInfo& record = it->records[i];
-        LX_TRY(record.switchPaths());
-        LX_TRY(append(
-            {{kOp, QStringLiteral("switch")}, {kStep, id}, {kIndex, i}, {kRecord, record.toPropertyList()}}));
-        if (repoint) repoint(record);
+
+    // Every file is looked at before any is touched: a step is switched whole, or not at all.
+    Step::Switch plan{!it->undone, {}, {}};
+    QStringList obstacles;
+    bool held = false;
+    for (const TWSaveInfo& record : std::as_const(it->records)) {
+        const QString name = record.currentLeadPath().isEmpty() ? record.formerLeadPath()
+                                                                 : record.currentLeadPath();
+        if (!lockFiles(locks, record)) {
+            obstacles.append(QStringLiteral("'%1': a clipwright run is changing it now").arg(name));
+            held = true;
+            continue;
+        }
+        if (record.neverSaved()) { // its run was killed before replacing it: nothing to switch
+            plan.planned.append(TWSaveInfo());
+            continue;
+        }
+        const QString why = record.obstacle();
+        if (!why.isEmpty()) obstacles.append(QStringLiteral("'%1': %2").arg(name, why));
+        if (why.isEmpty() || (record.canRestore() && record.currentFilesExist()))
+            plan.planned.append(record.planSwitch()); // changed since: that version is kept for redo
+        else if (record.canRestore())
+            plan.planned.append(record.planSwitch(true)); // gone: the earlier version comes back
+        else
+            plan.planned.append(TWSaveInfo()); // nothing to bring back: it leaves the step
     }
-    return append({{kOp, QStringLiteral("undone")}, {kStep, id}, {QStringLiteral("value"), !it->undone}});
+    if (!obstacles.isEmpty() && (!force || held))
+        return LXError(LXErrWriteFailed,
+                       QStringLiteral("nothing was changed, as %1 of the %2 files cannot be switched:\n  %3")
+                           .arg(obstacles.size())
+                           .arg(it->records.size())
+                           .arg(obstacles.join(QStringLiteral("\n  "))));
+    QVariantList planned;
+    for (const TWSaveInfo& record : std::as_const(plan.planned))
+        planned.append(record.toPropertyList());
+    LX_TRY(append({{kOp, QStringLiteral("switching")}, {kStep, id}, {kValue, plan.undone},
+                   {QStringLiteral("records"), planned}}));
+    plan.made = QList<bool>(plan.planned.size(), false);
+    it->interrupted = plan;
+    return finishSwitch(*it, force, repoint, locks);
+}
+
+LXResult<std::optional<TWUndoJournal::Step>> TWUndoJournal::finishInterrupted(bool force, const Repoint& repoint) {
+    QMutexLocker lock(&m_mutex);
+    const ProcessLock processLock(m_path);
+    std::optional<Step> finished;
+    for (Step& step : load()) {
+        if (!step.interrupted) continue;
+        TWFileLocks locks;
+        LX_TRY(finishSwitch(step, force, repoint, locks));
+        finished = step;
+    }
+    return finished;
+}
+
+LXStatus TWUndoJournal::finishSwitch(Step& step, bool force, const Repoint& repoint, TWFileLocks& locks) {
+    Step::Switch& plan = *step.interrupted;
+    for (qsizetype i = 0; i < plan.planned.size(); ++i) {
+        if (plan.made[i]) continue;
+        TWSaveInfo& record = step.records[i];
+        if (!lockFiles(locks, record))
+            return LXError(LXErrWriteFailed, QStringLiteral("a clipwright run is changing it now"),
+                           record.currentLeadPath());
+        TWSaveInfo& target = plan.planned[i];
+        if (target.currentPaths().isEmpty()) {
+            if (record.neverSaved()) record.removeUndoPaths(); // links to the file as it is
+        } else if (const LXStatus switched = record.switchTo(target); !switched) {
+            // Stays interrupted: the next attempt goes on from here, as far as the disk allows.
+            if (!force) return switched;
+            target = TWSaveInfo(); // kept copies stay in the undo folder, out of the step
+        }
+        LX_TRY(append({{kOp, QStringLiteral("switched")}, {kStep, step.id}, {kIndex, i},
+                       {kRecord, target.toPropertyList()}}));
+        plan.made[i] = true;
+        record = target;
+        if (repoint && !record.currentPaths().isEmpty()) repoint(record);
+    }
+    LX_TRY(append({{kOp, QStringLiteral("undone")}, {kStep, step.id}, {kValue, plan.undone}}));
+    step.undone = plan.undone;
+    step.records.removeIf([](const TWSaveInfo& record) { return record.currentPaths().isEmpty(); });
+    step.interrupted.reset();
+    return {};
 }
 
 LXStatus TWUndoJournal::removeAll() {

@@ -18,6 +18,17 @@
 // The file is an append-only log of JSON lines: a record is on disk before the file it describes is
 // replaced, and a line torn by a crash is ignored on reading. Thread-safe: the work thread records saves
 // while the main thread undoes.
+//
+// Undo and redo switch a step's files as one transaction: the plan (every record as it is to be, its
+// kept copies named in advance) goes on record first, each file's switch as it is made, the step's new
+// state last. A switch interrupted at any point is finished by the next undo, redo or run, from the plan
+// and what the disk shows.
+//
+// Steps are undone in the order their runs ended (a run killed half-way: its last save), not begun: a
+// run holds every file it changed until it ends (TWFileLocks), so for each file that is the order of its
+// changes even when runs overlap.
+class TWFileLocks;
+
 class TWUndoJournal {
 public:
     struct Step {
@@ -25,6 +36,14 @@ public:
         QString actionName;
         QList<TWSaveInfo> records;
         bool undone = false;
+        qint64 order = 0; // the last line about it: the later, the sooner undone
+        // An undo or redo begun and not finished: the records as they are to be, and which are so already.
+        struct Switch {
+            bool undone = false;
+            QList<TWSaveInfo> planned;
+            QList<bool> made;
+        };
+        std::optional<Switch> interrupted;
     };
 
     explicit TWUndoJournal(const QString& path);
@@ -39,7 +58,13 @@ public:
     void forgetSave(qint64 step, const TWSaveInfo& info);
     // Ends a step whose saves stay (a run that ended, stopped or failed): the steps undone before it can
     // no longer be redone, so their copies are deleted. Not before: a cancelled run leaves them as they were.
-    void closeStep(qint64 step);
+    // With a size limit (bytes, 0 for none), the oldest steps are then dropped, their copies deleted, until
+    // the kept copies fit; never the step itself.
+    struct Trim {
+        int steps = 0;
+        qint64 bytes = 0;
+    };
+    Trim closeStep(qint64 step, qint64 sizeLimit = 0);
     // Forgets a step whose saves were put back (a cancelled run).
     void discardStep(qint64 step);
 
@@ -47,9 +72,16 @@ public:
     std::optional<Step> lastDoneStep() const;    // what undo would undo
     std::optional<Step> firstUndoneStep() const; // what redo would redo: none once a later step is done
 
+    using Repoint = std::function<void(const TWSaveInfo&)>;
     // Switches every file of the step (undo and redo alike) and records the new state. repoint is called
-    // for each record switched, to show the entries the new paths.
-    LXStatus switchStep(qint64 id, const std::function<void(const TWSaveInfo&)>& repoint = {});
+    // for each record switched, to show the entries the new paths. A switch interrupted earlier is finished
+    // first. When a file cannot be switched (gone, changed since, its kept copy gone, or held by a run now)
+    // nothing is changed and the error names every such file, unless `force`: then the files held by a run
+    // still stop it, the others are switched, a file gone has its former version put back, and a file
+    // whose kept copy is gone leaves the step as it is.
+    LXStatus switchStep(qint64 id, bool force = false, const Repoint& repoint = {});
+    // Finishes an interrupted undo or redo: the step as it now is, or nothing when none was interrupted.
+    LXResult<std::optional<Step>> finishInterrupted(bool force = false, const Repoint& repoint = {});
 
     // Deletes every undo copy and the journal itself.
     LXStatus removeAll();
@@ -58,6 +90,7 @@ private:
     QList<Step> load() const;
     LXStatus append(const QVariantMap& line);
     QList<Step>::iterator find(QList<Step>& steps, qint64 id) const;
+    LXStatus finishSwitch(Step& step, bool force, const Repoint& repoint, TWFileLocks& locks);
 
     QString m_path;
     mutable QMutex m_mutex;

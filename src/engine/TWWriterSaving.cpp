@@ -163,6 +163,18 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
         }
     }
     info.setPaths(newPaths, oldPaths, undoPaths);
+    // The new files are finished before they go on record, so that the record knows them as they will
+    // be (an undo later notices whether someone changed them since).
+    QStringList finished;
+    for (int file = 0; file < writer.numberOfFiles(); ++file) {
+        if (const LXStatus given = giveAttributes(writer, file, oldPaths); !given) {
+            TWSaveInfo::removeFilesAtPaths(undoPaths);
+            writer.deleteOutput();
+            return given.error();
+        }
+        finished.append(writer.temporaryPath(file));
+    }
+    info.stampCurrentFrom(finished);
     if (hooks.beforeCommit) {
         if (const LXStatus recorded = hooks.beforeCommit(info); !recorded) {
             // Nothing is replaced yet: the undo copies are only extra names of the old files.
@@ -173,9 +185,7 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
     }
 
     for (int file = 0; file < writer.numberOfFiles(); ++file) {
-        LXStatus saved = giveAttributes(writer, file, oldPaths);
-        if (saved) saved = writer.saveFile(file, newPaths[file]);
-        if (!saved) {
+        if (const LXStatus saved = writer.saveFile(file, newPaths[file]); !saved) {
             // The first files may be in place already: put every old file back.
             for (qsizetype i = 0; i < undoPaths.size(); ++i)
                 (void)LXFile::movePath(undoPaths[i], oldPaths[i]);

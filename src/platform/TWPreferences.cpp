@@ -78,6 +78,8 @@ QVariantMap TWPreferences::standardDefaults() {
                                     {QStringLiteral("alpha"), 1.0}};
     return {
         {QStringLiteral("Undo Enabled"), true},
+        // Megabytes of kept copies before the oldest undo steps are dropped (with a notice); 0 for no limit.
+        {QStringLiteral("Undo Folder Limit"), qint64(10240)},
         {QStringLiteral("Auto Analyze"), true},
         {QStringLiteral("Disable Previews After Process"), true},
         {QStringLiteral("Remove All After Process"), false},

@@ -195,6 +195,9 @@ Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, c
                                  say(QStringLiteral("Wrote ") + path);
                          });
     }
+    QObject::connect(&runs, &TWRunController::noticed, &receiver, [&context](const QString& text) {
+        if (!context.isQuiet()) context.err << "clipwright: " << text << Qt::endl;
+    });
     QObject::connect(&runs, &TWRunController::fileReported, &receiver, [&](const TWFileReport& report) {
         // A refused file that a workflow still met (in a folder it was given) was reported already.
         if (report.outcome == TWFileReport::Outcome::Skipped && refusedPaths.contains(report.input)) return;

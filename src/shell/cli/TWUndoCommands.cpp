@@ -19,21 +19,40 @@ namespace TWCommandLine {
 
 namespace {
 
-int switchStep(Context& context, bool undo) {
+void tell(Context& context, bool undo, const TWUndoJournal::Step& step, const QStringList& paths,
+          const char* prefix = "") {
+    if (!context.isQuiet())
+        context.err << prefix << (undo ? "Undid " : "Redid ") << '\'' << step.actionName << "' on "
+                    << step.records.size() << (step.records.size() == 1 ? " file" : " files") << Qt::endl;
+    for (const QString& path : paths)
+        context.out << path << '\n';
+}
+
+int switchStep(Context& context, bool undo, bool force) {
     TWUndoJournal& journal = context.session.journal();
+    QStringList paths;
+    const auto collect = [&paths](const TWSaveInfo& record) { paths += record.currentPaths(); };
+    // An undo or redo killed half-way is finished first; when it went the way asked, that is the answer.
+    const auto finished = journal.finishInterrupted(force, collect);
+    if (!finished) return fail(context, finished.error().description());
+    if (*finished && (*finished)->undone == undo) {
+        tell(context, undo, **finished, paths, "Finished an interrupted command: ");
+        return kSuccess;
+    }
+    paths.clear();
     const std::optional<TWUndoJournal::Step> step = undo ? journal.lastDoneStep() : journal.firstUndoneStep();
     if (!step)
         return fail(context, undo ? QStringLiteral("there is nothing to undo")
                                   : QStringLiteral("there is nothing to redo"));
-    QStringList paths;
-    const LXStatus switched =
-        journal.switchStep(step->id, [&paths](const TWSaveInfo& record) { paths += record.currentPaths(); });
-    if (!switched) return fail(context, switched.error().description());
-    if (!context.isQuiet())
-        context.err << (undo ? "Undid " : "Redid ") << '\'' << step->actionName << "' on "
-                    << step->records.size() << (step->records.size() == 1 ? " file" : " files") << Qt::endl;
-    for (const QString& path : paths)
-        context.out << path << '\n';
+    if (const LXStatus switched = journal.switchStep(step->id, force, collect); !switched) {
+        QString why = switched.error().description();
+        if (!force && switched.error().code() == LXErrWriteFailed && why.startsWith(QStringLiteral("nothing")))
+            why += QStringLiteral("\n--force switches the others: a file changed since is kept for %1, a "
+                                  "file gone gets its earlier version back")
+                       .arg(undo ? QStringLiteral("redo") : QStringLiteral("undo"));
+        return fail(context, why);
+    }
+    tell(context, undo, *step, paths);
     return kSuccess;
 }
 
@@ -68,6 +87,14 @@ int listSteps(Context& context) {
     return kSuccess;
 }
 
+// Without it a step whose files cannot all be switched changes none of them.
+Option forceFlag() {
+    return flag(QStringLiteral("force"),
+                QStringLiteral("switch the files that can be, when others cannot: a file changed since by "
+                               "another program is kept for the way back, a file gone gets its earlier "
+                               "version back, a file whose kept copy is gone is left out"));
+}
+
 // The undo folder as a reader of the help or the manual page would type it: under "~".
 QString undoFolder() {
     const QString folder = TWSupportFolders::undoDirectory();
@@ -83,18 +110,23 @@ Command undoCommand() {
             {QStringLiteral("[OPTIONS]")},
             QStringLiteral("Puts back the files that the last command or workflow replaced in place, and\n"
                            "prints their paths. Repeat to go further back; 'clipwright redo' brings the\n"
-                           "changes back. The replaced versions are kept in the undo folder (%1).\n")
+                           "changes back. The replaced versions are kept in the undo folder (%1).\n"
+                           "A step is switched whole or not at all: when a file was changed by another\n"
+                           "program since, is gone, or is being changed by a run, nothing is changed\n"
+                           "and each such file is named (see --force). An undo or redo that was\n"
+                           "interrupted is finished by the next undo, redo or in-place run.\n")
                 .arg(undoFolder()),
             {flag(QStringLiteral("list"),
                   QStringLiteral("show the steps newest first, each with its action, time and files with "
                                  "the size of their kept copies, and change nothing"),
-                  u'l')},
+                  u'l'),
+             forceFlag()},
             {},
             [](const Arguments& arguments, Context& context) {
                 if (!arguments.operands.isEmpty())
                     return usageError(context, QStringLiteral("undo"), "takes no files");
                 if (arguments.has(QStringLiteral("list"))) return listSteps(context);
-                return switchStep(context, true);
+                return switchStep(context, true, arguments.has(QStringLiteral("force")));
             }};
 }
 
@@ -104,12 +136,12 @@ Command redoCommand() {
             {QStringLiteral("[OPTIONS]")},
             QStringLiteral("Replaces the files again with the versions that 'clipwright undo' put aside,\n"
                            "and prints their paths.\n"),
-            {},
+            {forceFlag()},
             {},
             [](const Arguments& arguments, Context& context) {
                 if (!arguments.operands.isEmpty())
                     return usageError(context, QStringLiteral("redo"), "takes no files");
-                return switchStep(context, false);
+                return switchStep(context, false, arguments.has(QStringLiteral("force")));
             }};
 }
 
