@@ -105,13 +105,16 @@ public:
         if (m_step) {
             const qint64 megabytes = m_run.context().preferences.value(kUndoFolderLimit).toLongLong();
             const TWUndoJournal::Trim trim = m_run.context().journal.closeStep(*m_step, megabytes << 20);
-            if (trim.steps > 0)
-                m_run.notice(QStringLiteral("The %1 oldest undo %2 (%3) were dropped to keep the undo folder "
-                                            "under %4 (the preference \"%5\").")
-                                 .arg(trim.steps)
-                                 .arg(trim.steps == 1 ? QStringLiteral("step") : QStringLiteral("steps"))
-                                 .arg(QLocale::c().formattedDataSize(trim.bytes),
-                                      QLocale::c().formattedDataSize(megabytes << 20), kUndoFolderLimit));
+            if (trim.steps > 0) {
+                const QLocale c = QLocale::c();
+                const QString size = c.formattedDataSize(trim.bytes, 1);
+                m_run.notice((trim.steps == 1 ? QStringLiteral("Dropped the oldest undo step (%1)").arg(size)
+                                              : QStringLiteral("Dropped the %1 oldest undo steps (%2)")
+                                                    .arg(trim.steps)
+                                                    .arg(size)) +
+                             QStringLiteral(" to keep the undo folder under %1 (the preference \"%2\").")
+                                 .arg(c.formattedDataSize(megabytes << 20, 0), kUndoFolderLimit));
+            }
         }
         m_locks.releaseAll();
         return m_saves.isEmpty() ? std::nullopt : m_step;

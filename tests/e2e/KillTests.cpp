@@ -1,5 +1,5 @@
-// Kills clipwright (SIGKILL) at random moments of an in-place run over many files: afterwards every file
-// must be whole, its old or its new version, and 'clipwright undo' must bring back every old one.
+// Kills clipwright (SIGKILL) at random moments of an in-place run, an undo or a redo over many files:
+// afterwards every file must be whole, its old or its new version, and undo must bring back every old one.
 
 #include "CommandLineRunner.h"
 
@@ -140,6 +140,95 @@ TEST(KillDuringRun, EveryFileIsOldOrNewAndUndoBringsTheOldOnesBack) {
     }
     ASSERT_EQ(runner.run(arguments).exitCode, 0);
     EXPECT_EQ(temporaryFiles(files.folder()), QStringList());
+}
+
+// Kills undo and redo at random moments; the next undo or redo (either, chosen at random) finishes or
+// turns back what the killed one began: every file whole at every moment, and all of them old or all new.
+TEST(KillDuringUndo, TheNextUndoOrRedoFinishesWhatTheKilledOneBegan) {
+    CommandLineRunner runner;
+    const ManyFiles files(runner);
+    files.reset();
+    ASSERT_EQ(runner.run(files.arguments({"change-gain", "--level", "-6"})).exitCode, 0);
+    QList<QByteArray> oldBytes, newBytes;
+    for (int i = 0; i < kFiles; ++i) {
+        oldBytes.append(readBytes(files.pristinePath(i)));
+        newBytes.append(readBytes(files.path(i)));
+    }
+    // Kills aimed at the switching itself: after the program has started (as long as listing the steps
+    // takes) and before an undo would have ended.
+    QElapsedTimer timer;
+    timer.start();
+    ASSERT_EQ(runner.run({"undo", "--list"}).exitCode, 0);
+    const qint64 startMs = timer.restart();
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    ASSERT_EQ(runner.run({"redo"}).exitCode, 0);
+    const qint64 switchMs = std::max<qint64>(timer.elapsed() / 2, startMs + 5);
+
+    std::mt19937 random(20261124);
+    std::uniform_int_distribution<qint64> moment(startMs * 8 / 10, switchMs * 11 / 10);
+    const QString journal = runner.undoFolder() + "/Journal";
+    bool isNew = true;
+    int partWay = 0, nothingToDo = 0;
+    for (int round = 0; round < 2 * rounds(); ++round) {
+        const char* killed = isNew ? "undo" : "redo";
+        QProcess process;
+        process.setProcessEnvironment(runner.environment());
+        const qint64 journalSize = QFileInfo(journal).size();
+        process.start(CommandLineRunner::program(), {killed});
+        ASSERT_TRUE(process.waitForStarted());
+        if (round % 2 == 0) {
+            process.waitForFinished(int(moment(random)));
+        } else {
+            // Once the switch is on record, a moment into it: switching fifty files takes milliseconds.
+            QElapsedTimer waited;
+            waited.start();
+            while (QFileInfo(journal).size() == journalSize && process.state() == QProcess::Running &&
+                   waited.elapsed() < 5000)
+                QThread::usleep(50);
+            QThread::usleep(unsigned(random() % 3000));
+        }
+        process.kill();
+        process.waitForFinished();
+        int changed = 0;
+        for (int i = 0; i < kFiles; ++i) {
+            const QByteArray bytes = readBytes(files.path(i));
+            ASSERT_TRUE(bytes == oldBytes[i] || bytes == newBytes[i])
+                << "round " << round << " (" << killed << "): " << files.path(i).toStdString() << " is not whole";
+            changed += (bytes == newBytes[i]) != isNew;
+        }
+        partWay += changed > 0 && changed < kFiles;
+
+        const bool undo = random() % 2 == 0;
+        const auto next = runner.run({undo ? "undo" : "redo"});
+        if (next.exitCode != 0) {
+            // Only when there was nothing to do that way: the killed command had not begun, or had ended.
+            ASSERT_TRUE(next.err.contains(undo ? "nothing to undo" : "nothing to redo"))
+                << "round " << round << ": " << next.err.toStdString();
+            ++nothingToDo;
+        }
+        int nowNew = 0, nowOld = 0;
+        for (int i = 0; i < kFiles; ++i) {
+            const QByteArray bytes = readBytes(files.path(i));
+            nowNew += bytes == newBytes[i];
+            nowOld += bytes == oldBytes[i];
+        }
+        ASSERT_TRUE(nowNew == kFiles || nowOld == kFiles)
+            << "round " << round << " (" << killed << ", then " << (undo ? "undo" : "redo") << "): " << nowNew
+            << " files new, " << nowOld << " old";
+        if (next.exitCode == 0) {
+            ASSERT_EQ(nowNew == kFiles, !undo) << "round " << round;
+        }
+        isNew = nowNew == kFiles;
+    }
+    // However it ends, the way back to the originals is open.
+    if (isNew) {
+        ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    }
+    for (int i = 0; i < kFiles; ++i)
+        ASSERT_EQ(readBytes(files.path(i)), oldBytes[i]);
+    std::printf("[ figures  ] %d kills of undo and redo (%lld ms each, half of them timed from the journal): "
+                "%d part-way; %d followed by a command with nothing to do\n",
+                2 * rounds(), static_cast<long long>(switchMs), partWay, nothingToDo);
 }
 
 // Ctrl-C during a run stops after the current file (the files done stay done and can be undone); a
