@@ -22,6 +22,8 @@ public:
     // lock file cannot be used (then nothing is held and nothing is safe to change).
     bool tryLock(const QString& path);
     void releaseAll() { m_fd.reset(); }
+    // Whether anyone holds a file now (the undo folder may not be emptied then).
+    static bool anyHeld();
 
 private:
     LXFileDescriptor m_fd;

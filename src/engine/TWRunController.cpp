@@ -352,7 +352,14 @@ bool TWRunController::flushUndoWithInteraction(bool interactive) {
         alert.defaultButton = 1;
         if (m_context.interaction.runAlert(alert) != 0) return false;
     }
-    (void)m_context.journal.removeAll();
+    if (const LXStatus removed = m_context.journal.removeAll(); !removed) {
+        TWAlert alert;
+        alert.style = TWAlertStyle::Critical;
+        alert.title = TWLocalizedString(QStringLiteral("Flush Undo Alert"));
+        alert.message = removed.error().description();
+        m_context.interaction.runAlert(alert);
+        return false;
+    }
     undoStack().clear();
     return true;
 }

@@ -108,7 +108,8 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
         const QString op = line.value(kOp).toString();
         const qint64 id = line.value(kStep).toLongLong();
         if (op == u"begin") {
-            steps.append(Step{id, line.value(QStringLiteral("name")).toString(), {}, false, lineNumber, {}});
+            steps.append(
+                Step{id, line.value(QStringLiteral("name")).toString(), {}, false, lineNumber, false, {}});
             continue;
         }
         auto it = find(steps, id);
@@ -138,6 +139,8 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
             it->undone = line.value(kValue).toBool();
             it->interrupted.reset();
             it->records.removeIf([](const TWSaveInfo& record) { return record.currentPaths().isEmpty(); });
+        } else if (op == u"close") {
+            it->closed = true;
         } else if (op == u"drop") {
             steps.erase(it);
         }
@@ -198,7 +201,7 @@ TWUndoJournal::Trim TWUndoJournal::closeStep(qint64 id, qint64 sizeLimit) {
     std::sort(steps.begin(), steps.end(), [](const Step& a, const Step& b) { return a.order < b.order; });
     for (const Step& step : std::as_const(steps)) {
         if (total <= sizeLimit) break;
-        if (step.id == id || step.interrupted) continue;
+        if (step.id == id || !step.closed || step.interrupted) continue; // a run going on needs its copies
         const qint64 bytes = sizeOf(step);
         for (TWSaveInfo record : step.records)
             record.removeUndoPaths();
@@ -343,6 +346,10 @@ LXStatus TWUndoJournal::finishSwitch(Step& step, bool force, const Repoint& repo
 
 LXStatus TWUndoJournal::removeAll() {
     QMutexLocker lock(&m_mutex);
+    const ProcessLock processLock(m_path);
+    if (TWFileLocks::anyHeld())
+        return LXError(LXErrWriteFailed,
+                       QStringLiteral("a clipwright run or undo is changing files now and needs its kept copies"));
     LX_TRY(LXFile::deleteFileAtPath(m_path));
     return LXFile::emptyDirectoryAtPath(QFileInfo(m_path).path());
 }

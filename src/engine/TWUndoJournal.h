@@ -37,6 +37,7 @@ public:
         QList<TWSaveInfo> records;
         bool undone = false;
         qint64 order = 0; // the last line about it: the later, the sooner undone
+        bool closed = false; // its run ended (not one still going, or killed)
         // An undo or redo begun and not finished: the records as they are to be, and which are so already.
         struct Switch {
             bool undone = false;
@@ -83,7 +84,7 @@ public:
     // Finishes an interrupted undo or redo: the step as it now is, or nothing when none was interrupted.
     LXResult<std::optional<Step>> finishInterrupted(bool force = false, const Repoint& repoint = {});
 
-    // Deletes every undo copy and the journal itself.
+    // Deletes every undo copy and the journal itself; refused while a run or an undo holds files.
     LXStatus removeAll();
 
 private:
