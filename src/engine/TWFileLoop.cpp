@@ -43,6 +43,7 @@ public:
             report.after.merge(writer.levels());
             report.outcome = TWFileReport::Outcome::Changed; // unless the save fails or is given up
             if (m_run.options().dryRun) {
+                if (!m_run.toNewFile()) LX_TRY(TWExtension::checkInPlace(file)); // what the real run refuses
                 report.outputs.append(m_run.toNewFile() ? m_run.newFilePathFor(writer, *entry)
                                                         : TWExtension::inPlacePath(writer, file));
                 results.append(entry); // the next action sees the file as it is

@@ -120,6 +120,15 @@ QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source) 
     return builder.pathForChannel(0);
 }
 
+LXStatus checkInPlace(const LXAudioFile& source) {
+    TWSaveInfo info;
+    info.addCurrentPathsFromAudioFile(source);
+    QStringList paths;
+    for (const QString& path : info.currentPaths())
+        paths.append(LXFile::resolvedLinkPath(path));
+    return refuseHardLinks(paths);
+}
+
 LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, const LXAudioFile& source,
                                                   bool keepUndo, TWInteraction& interaction,
                                                   const TWCommitHooks& hooks) {
@@ -132,7 +141,7 @@ LXResult<std::optional<TWSaveInfo>> saveInPlaceOf(LXAudioFileWriter& writer, con
     QStringList oldPaths;
     for (const QString& path : givenPaths)
         oldPaths.append(LXFile::resolvedLinkPath(path));
-    LX_TRY(refuseHardLinks(oldPaths));
+    LX_TRY(checkInPlace(source));
 
     QStringList newPaths;
     for (int file = 0; file < writer.numberOfFiles(); ++file) {

@@ -27,6 +27,8 @@ LXResult<QString> saveNewFileToPath(LXAudioFileWriter& writer, const QString& pr
 // The lead paths the two saves would give the output, without saving (a dry run).
 QString newFilePath(const LXAudioFileWriter& writer, const QString& proposedPath, bool forceCounting);
 QString inPlacePath(const LXAudioFileWriter& writer, const LXAudioFile& source);
+// Why the source cannot be replaced in place (another hard link to it), before anything is written.
+LXStatus checkInPlace(const LXAudioFile& source);
 
 // Called with the finished record just before the new files take their paths, so a journal can hold
 // what undoing the save needs before the save can have happened. An error stops the save with nothing

@@ -127,6 +127,10 @@ TEST(FileLinks, ASymbolicLinkStaysALinkToTheChangedFileAndAHardLinkedFileIsRefus
         << result.err.toStdString();
     EXPECT_EQ(readBytes(real), before);
     EXPECT_EQ(statOf(real).st_nlink, 2u);
+    // A dry run says so too, rather than that it would change the file.
+    result = runner.run({"change-gain", "--dry-run", "--level", "-6", other});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_TRUE(result.err.contains("hard link")) << result.err.toStdString();
 }
 
 TEST(FileIdentity, AFileReachedByManyPathsIsChangedOnceAndAFolderLoopEnds) {
