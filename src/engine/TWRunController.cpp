@@ -26,9 +26,9 @@ class TWUndoProcessCommand : public QUndoCommand {
 public:
     TWUndoProcessCommand(TWRunController& controller, qint64 step, const QString& name)
         : QUndoCommand(name), m_controller(controller), m_step(step) {}
-    void undo() override { m_controller.undoProcess(m_step); }
+    void undo() override { m_controller.undoProcess(m_step, true); }
     void redo() override {
-        if (m_pushed) m_controller.undoProcess(m_step);
+        if (m_pushed) m_controller.undoProcess(m_step, false);
         m_pushed = true;
     }
 
@@ -303,9 +303,9 @@ QUndoStack& TWRunController::undoStack() {
     return *m_undoStack;
 }
 
-void TWRunController::undoProcess(qint64 step) {
+void TWRunController::undoProcess(qint64 step, bool undo) {
     TWWorkspace& workspace = m_context.workspace;
-    const LXStatus switched = m_context.journal.switchStep(step, false, [&workspace](const TWSaveInfo& record) {
+    const LXStatus switched = m_context.journal.switchStep(step, undo, false, [&workspace](const TWSaveInfo& record) {
         for (const TWEntryPtr& entry : workspace.rootGroup()->entriesWithPath(record.formerLeadPath())) {
             entry->setPath(record.currentLeadPath());
             if (auto file = std::dynamic_pointer_cast<TWFileEntry>(entry))

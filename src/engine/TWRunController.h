@@ -81,7 +81,7 @@ public:
 
     // Undo -----------------------------------------------------------------------------------------------
     QUndoStack& undoStack();
-    void undoProcess(qint64 step); // switches the step's files: undo and redo alike
+    void undoProcess(qint64 step, bool undo); // switches the step's files: undo and redo alike
     // Runs instructions that set names or metadata back, here and now.
     void undoInstructions(const QVariantList& instructions) override;
     // Deletes every kept copy and forgets every step, after asking when interactive; false when the user

@@ -242,7 +242,7 @@ std::optional<TWUndoJournal::Step> TWUndoJournal::firstUndoneStep() const {
     return undone;
 }
 
-LXStatus TWUndoJournal::switchStep(qint64 id, bool force, const Repoint& repoint) {
+LXStatus TWUndoJournal::switchStep(qint64 id, bool undone, bool force, const Repoint& repoint) {
     QMutexLocker lock(&m_mutex);
     const ProcessLock processLock(m_path);
     QList<Step> steps = load();
@@ -252,6 +252,7 @@ LXStatus TWUndoJournal::switchStep(qint64 id, bool force, const Repoint& repoint
     auto it = find(steps, id);
     if (it == steps.end())
         return LXError(LXErrInvalidParameter, QStringLiteral("there is no such step to undo"), m_path);
+    if (it->undone == undone) return {};
     // A run killed while writing left hidden temporary files beside the files it was saving: undo after a
     // crash is when they are no longer wanted.
     QSet<QString> folders;

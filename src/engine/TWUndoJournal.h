@@ -74,13 +74,15 @@ public:
     std::optional<Step> firstUndoneStep() const; // what redo would redo: none once a later step is done
 
     using Repoint = std::function<void(const TWSaveInfo&)>;
-    // Switches every file of the step (undo and redo alike) and records the new state. repoint is called
+    // Switches every file of the step (undo and redo alike) and records the new state, unless the step is
+    // in the state wanted already. repoint is called
     // for each record switched, to show the entries the new paths. A switch interrupted earlier is finished
     // first. When a file cannot be switched (gone, changed since, its kept copy gone, or held by a run now)
     // nothing is changed and the error names every such file, unless `force`: then the files held by a run
     // still stop it, the others are switched, a file gone has its former version put back, and a file
     // whose kept copy is gone leaves the step as it is.
-    LXStatus switchStep(qint64 id, bool force = false, const Repoint& repoint = {});
+    // `undone`: the state wanted (undo: true), so that a switch asked twice does not go back and forth.
+    LXStatus switchStep(qint64 id, bool undone, bool force = false, const Repoint& repoint = {});
     // Finishes an interrupted undo or redo: the step as it now is, or nothing when none was interrupted.
     LXResult<std::optional<Step>> finishInterrupted(bool force = false, const Repoint& repoint = {});
 

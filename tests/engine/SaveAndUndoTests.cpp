@@ -208,12 +208,12 @@ TEST_F(SaveAndUndo, UndoAndRedoGiveBackTheExactBytesAnyNumberOfTimes) {
         ASSERT_TRUE(done);
         EXPECT_EQ(done->actionName, QStringLiteral("Change Gain"));
         EXPECT_EQ(done->records.size(), 2);
-        ASSERT_TRUE(journal.switchStep(done->id));
+        ASSERT_TRUE(journal.switchStep(done->id, true));
         EXPECT_EQ(bytes(files), original);
         EXPECT_FALSE(TWUndoJournal(journal.path()).lastDoneStep());
         const auto undone = TWUndoJournal(journal.path()).firstUndoneStep();
         ASSERT_TRUE(undone);
-        ASSERT_TRUE(TWUndoJournal(journal.path()).switchStep(undone->id));
+        ASSERT_TRUE(TWUndoJournal(journal.path()).switchStep(undone->id, false));
         EXPECT_EQ(bytes(files), changed);
     }
     // The undo stack and the journal agree on where the files are.

@@ -44,7 +44,7 @@ int switchStep(Context& context, bool undo, bool force) {
     if (!step)
         return fail(context, undo ? QStringLiteral("there is nothing to undo")
                                   : QStringLiteral("there is nothing to redo"));
-    if (const LXStatus switched = journal.switchStep(step->id, force, collect); !switched) {
+    if (const LXStatus switched = journal.switchStep(step->id, undo, force, collect); !switched) {
         QString why = switched.error().description();
         if (!force && switched.error().code() == LXErrWriteFailed && why.startsWith(QStringLiteral("nothing")))
             why += QStringLiteral("\n--force switches the others: a file changed since is kept for %1, a "
