@@ -1,6 +1,7 @@
 #include "lx/LXAudioFile.h"
 
 #include "lx/LXFile.h"
+#include "lx/LXTags.h"
 #include "lx/LXWaveformCache.h"
 
 #include <QFileInfo>
@@ -50,6 +51,8 @@ LXResult<std::unique_ptr<LXAudioFile>> LXAudioFile::open(const QString& pathIn) 
     const LXAudioReader& lead = *file->m_readers.front();
     file->m_desc = lead.description();
     file->m_annotations = lead.annotations();
+    if (LXTags::mayHoldTags(file->m_desc.format, file->m_annotations))
+        LXTags::readInto(members.front(), file->m_desc.format, file->m_annotations.metadata);
     file->m_warning = lead.warning();
     file->m_paths = members;
 

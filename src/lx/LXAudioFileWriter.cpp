@@ -2,6 +2,7 @@
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXFile.h"
+#include "lx/LXTags.h"
 #include "lx/LXTemporaryFile.h"
 
 #include <QDateTime>
@@ -49,6 +50,10 @@ LXAudioFileWriter::LXAudioFileWriter(const LXAudioFile& source)
       m_annotations(source.annotations()), m_writeUnusedChunks(g_retainUnrecognizedData) {
     m_desc.frames = 0;
     m_sourceFormat = m_desc.format;
+    if (LXTags::mayHoldTags(m_sourceFormat, m_annotations)) {
+        m_tagSourcePath = source.path();
+        m_sourceMetadata = source.metadata();
+    }
     if (!m_desc.encoding.isFloat() && m_desc.encoding.bytes > 4)
         m_desc.encoding = LXSampleEncoding::pcm(32, m_desc.encoding.bigEndian); // the widest we write
     // Containers we write but not read natively keep their format; others become what they are.
@@ -222,6 +227,15 @@ LXStatus LXAudioFileWriter::endWrite() {
         }
     }
     m_sinks.clear();
+    if (!m_tagSourcePath.isEmpty() && !m_tempPaths.isEmpty()) {
+        LXStatus tagged = LXTags::copy(m_tagSourcePath, m_sourceFormat, m_sourceMetadata, m_tempPaths.front(),
+                                       m_desc.format, m_annotations.metadata);
+        if (tagged) tagged = LXFile::syncPath(m_tempPaths.front());
+        if (!tagged) {
+            m_state = State::Failed;
+            return tagged;
+        }
+    }
     m_state = State::Finished;
     return {};
 }

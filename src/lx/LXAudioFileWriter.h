@@ -24,8 +24,8 @@ class LXAudioFileWriter {
 public:
     // An empty writer: 16-bit stereo WAV at 44100 Hz into the given folder (the current folder when empty).
     explicit LXAudioFileWriter(const QString& directory = {});
-    // The source's format, depth, rate, channels, layout, metadata, labels and unknown chunks, into
-    // the source's folder.
+    // The source's format, depth, rate, channels, layout, metadata, labels, unknown chunks and tags
+    // (ID3v2 frames, Vorbis comments, pictures), into the source's folder.
     explicit LXAudioFileWriter(const LXAudioFile& source);
     ~LXAudioFileWriter();
     LXAudioFileWriter(const LXAudioFileWriter&) = delete;
@@ -113,6 +113,10 @@ private:
     QString m_baseName = QStringLiteral("Untitled");
     LXAnnotations m_annotations;
     uint32_t m_sourceFormat = LXFormat::Unknown; // the container the unknown chunks came from, if any
+    // The source's tags (lx/LXTags.h) reach the lead file once it is written; what the writer's metadata
+    // changed from the source's wins.
+    QString m_tagSourcePath; // empty when the source has no tags of that kind
+    LXMetadata m_sourceMetadata;
     bool m_writeUnusedChunks = true;
     bool m_writeAnalysis = true;
     bool m_discarding = false;

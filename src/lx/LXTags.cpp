@@ -1,0 +1,304 @@
+#include "lx/LXTags.h"
+
+#include "lx/LXAudioFormat.h"
+
+#include <QFile>
+#include <taglib/aifffile.h>
+#include <taglib/flacfile.h>
+#include <taglib/id3v2framefactory.h>
+#include <taglib/id3v2tag.h>
+#include <taglib/mpegfile.h>
+#include <taglib/opusfile.h>
+#include <taglib/tfilestream.h>
+#include <taglib/tpropertymap.h>
+#include <taglib/vorbisfile.h>
+#include <taglib/wavfile.h>
+#include <taglib/xiphcomment.h>
+
+#include <array>
+#include <memory>
+
+using namespace TagLib;
+
+namespace {
+
+enum class Kind { None, ID3v2, Xiph };
+
+Kind kindOf(uint32_t format) {
+    switch (format) {
+    case LXFormat::MP3:
+    case LXFormat::WAVE:
+    case LXFormat::AIFF:
+    case LXFormat::AIFC:
+        return Kind::ID3v2;
+    case LXFormat::FLAC:
+    case LXFormat::Ogg:
+    case LXFormat::Opus:
+        return Kind::Xiph;
+    default:
+        return Kind::None;
+    }
+}
+
+// TagLib's property names (the same for ID3v2 frames and Vorbis comments) and our metadata keys.
+struct KeyPair {
+    const char* property;
+    const char* key;
+};
+constexpr KeyPair kKeys[] = {
+    {"TITLE", "title"},         {"ARTIST", "artist"},
+    {"ALBUM", "album"},         {"COMMENT", "comments"},
+    {"GENRE", "genre"},         {"DATE", "year"},
+    {"COMPOSER", "composer"},   {"LYRICIST", "lyricist"},
+    {"COPYRIGHT", "copyright"}, {"TRACKNUMBER", "trackNumber"},
+    {"BPM", "tempo"},           {"INITIALKEY", "key"},
+};
+
+constexpr std::array<const char*, 12> kNoteNames = {"C",  "C#", "D",  "D#", "E",  "F",
+                                                    "F#", "G",  "G#", "A",  "A#", "B"};
+
+QString toQt(const String& text) {
+    return QString::fromUtf8(text.toCString(true));
+}
+String toTagLib(const QString& text) {
+    return String(text.toUtf8().toStdString(), String::UTF8);
+}
+
+// A tag's key ("Am", "F#", "Bbm") as the pitch class of its root; invalid when it names none.
+QVariant pitchClassOf(const QString& key) {
+    static const int kNaturals[] = {9, 11, 0, 2, 4, 5, 7}; // A B C D E F G
+    const QChar letter = key.isEmpty() ? QChar() : key.front().toUpper();
+    if (letter < u'A' || letter > u'G') return {};
+    int pitch = kNaturals[letter.unicode() - u'A'];
+    if (key.size() > 1 && key[1] == u'#') ++pitch;
+    if (key.size() > 1 && key[1] == u'b') --pitch;
+    return (pitch + 12) % 12;
+}
+
+QVariant metadataValue(const KeyPair& pair, const QString& text) {
+    const QByteArrayView key(pair.key);
+    if (key == "tempo") {
+        bool ok = false;
+        const double bpm = text.toDouble(&ok);
+        return ok && bpm > 0 ? QVariant(bpm) : QVariant();
+    }
+    if (key == "key") return pitchClassOf(text);
+    return text;
+}
+
+QString tagText(const KeyPair& pair, const QVariant& value) {
+    if (QByteArrayView(pair.key) == "key" && value.isValid())
+        return QString::fromLatin1(kNoteNames[size_t(((value.toInt() % 12) + 12) % 12)]);
+    return value.toString();
+}
+
+// One file through the TagLib class of its format. Read-only files are opened so.
+class TaggedFile {
+public:
+    enum class Access { ReadOnly, ReadWrite };
+
+    TaggedFile(const QString& path, uint32_t format, Access access)
+        : m_format(format), m_stream(QFile::encodeName(path).constData(), access == Access::ReadOnly) {
+        if (!m_stream.isOpen()) return;
+        // Audio properties are not needed: only the tags are read.
+        switch (format) {
+        case LXFormat::MP3:
+            m_file = std::make_unique<MPEG::File>(&m_stream, ID3v2::FrameFactory::instance(), false);
+            break;
+        case LXFormat::WAVE:
+            m_file = std::make_unique<RIFF::WAV::File>(&m_stream, false);
+            break;
+        case LXFormat::AIFF:
+        case LXFormat::AIFC:
+            m_file = std::make_unique<RIFF::AIFF::File>(&m_stream, false);
+            break;
+        case LXFormat::FLAC:
+            m_file = std::make_unique<FLAC::File>(&m_stream, ID3v2::FrameFactory::instance(), false);
+            break;
+        case LXFormat::Ogg:
+            m_file = std::make_unique<Ogg::Vorbis::File>(&m_stream, false);
+            break;
+        case LXFormat::Opus:
+            m_file = std::make_unique<Ogg::Opus::File>(&m_stream, false);
+            break;
+        default:
+            break;
+        }
+    }
+
+    bool isValid() const { return m_file && m_file->isValid(); }
+    PropertyMap properties() const { return m_file->properties(); }
+
+    // The file's ID3v2 tag; null for an MP3 file without one unless create is set.
+    ID3v2::Tag* id3v2(bool create) {
+        switch (m_format) {
+        case LXFormat::MP3:
+            return as<MPEG::File>()->ID3v2Tag(create);
+        case LXFormat::WAVE:
+            return as<RIFF::WAV::File>()->ID3v2Tag();
+        default:
+            return as<RIFF::AIFF::File>()->tag();
+        }
+    }
+
+    // The file's Vorbis comment; null for a FLAC file without one unless create is set.
+    Ogg::XiphComment* xiph(bool create) {
+        switch (m_format) {
+        case LXFormat::FLAC:
+            return as<FLAC::File>()->xiphComment(create);
+        case LXFormat::Ogg:
+            return as<Ogg::Vorbis::File>()->tag();
+        default:
+            return as<Ogg::Opus::File>()->tag();
+        }
+    }
+
+    // FLAC keeps pictures in blocks of their own, Ogg inside the comment.
+    List<FLAC::Picture*> pictures() {
+        List<FLAC::Picture*> all;
+        if (m_format == LXFormat::FLAC) all.append(as<FLAC::File>()->pictureList());
+        if (Ogg::XiphComment* comment = xiph(false)) all.append(comment->pictureList());
+        return all;
+    }
+    void setPictures(const List<FLAC::Picture*>& pictures) {
+        Ogg::XiphComment* comment = xiph(true);
+        comment->removeAllPictures();
+        if (m_format == LXFormat::FLAC) as<FLAC::File>()->removePictures();
+        for (const FLAC::Picture* picture : pictures) {
+            auto* copy = new FLAC::Picture(picture->render());
+            if (m_format == LXFormat::FLAC)
+                as<FLAC::File>()->addPicture(copy);
+            else
+                comment->addPicture(copy);
+        }
+    }
+
+    // Writes the tags of the file's kind and leaves every other tag and chunk as it is.
+    bool save(ID3v2::Version version) {
+        switch (m_format) {
+        case LXFormat::MP3:
+            return as<MPEG::File>()->save(MPEG::File::ID3v2, File::StripNone, version, File::DoNotDuplicate);
+        case LXFormat::WAVE:
+            return as<RIFF::WAV::File>()->save(RIFF::WAV::File::ID3v2, File::StripNone, version);
+        case LXFormat::AIFF:
+        case LXFormat::AIFC:
+            return as<RIFF::AIFF::File>()->save(version);
+        default:
+            return m_file->save();
+        }
+    }
+
+private:
+    template <typename T> T* as() { return static_cast<T*>(m_file.get()); }
+
+    uint32_t m_format;
+    FileStream m_stream; // before m_file, which reads through it
+    std::unique_ptr<File> m_file;
+};
+
+void copyFrames(const ID3v2::Tag& from, ID3v2::Tag& to) {
+    while (!to.frameList().isEmpty())
+        to.removeFrame(to.frameList().front());
+    // Each frame is parsed again from its own bytes: the copy owns its data, whatever the frame's class.
+    for (const ID3v2::Frame* frame : from.frameList())
+        if (ID3v2::Frame* copy = ID3v2::FrameFactory::instance()->createFrame(frame->render(), from.header()))
+            to.addFrame(copy);
+}
+
+void copyComments(const Ogg::XiphComment& from, Ogg::XiphComment& to) {
+    to.removeAllFields();
+    for (const auto& [name, values] : from.fieldListMap())
+        for (const String& value : values)
+            to.addField(name, value, false);
+}
+
+// setProperties keeps the frames and fields whose properties it is given unchanged (and every picture
+// and binary frame), so only the keys that differ are rewritten.
+template <typename Tag> void applyChanges(Tag& tag, const LXMetadata& before, const LXMetadata& after) {
+    PropertyMap properties = tag.properties();
+    bool changed = false;
+    for (const KeyPair& pair : kKeys) {
+        const QString key = QString::fromLatin1(pair.key);
+        if (before.value(key) == after.value(key)) continue;
+        changed = true;
+        const QString text = tagText(pair, after.value(key));
+        if (text.isEmpty())
+            properties.erase(pair.property);
+        else
+            properties.replace(pair.property, StringList(toTagLib(text)));
+    }
+    if (changed) tag.setProperties(properties);
+}
+
+bool hasId3Chunk(const LXAnnotations& annotations) {
+    return std::any_of(
+        annotations.unknownChunks.cbegin(), annotations.unknownChunks.cend(),
+        [](const LXChunk& chunk) { return chunk.id.compare("id3 ", Qt::CaseInsensitive) == 0; });
+}
+
+} // namespace
+
+namespace LXTags {
+
+bool mayHoldTags(uint32_t format, const LXAnnotations& annotations) {
+    switch (kindOf(format)) {
+    case Kind::None:
+        return false;
+    case Kind::Xiph:
+        return true;
+    case Kind::ID3v2:
+        return format == LXFormat::MP3 || hasId3Chunk(annotations);
+    }
+    return false;
+}
+
+void readInto(const QString& path, uint32_t format, LXMetadata& metadata) {
+    if (kindOf(format) == Kind::None) return;
+    const TaggedFile file(path, format, TaggedFile::Access::ReadOnly);
+    if (!file.isValid()) return;
+    const PropertyMap properties = file.properties();
+    for (const KeyPair& pair : kKeys) {
+        const QString key = QString::fromLatin1(pair.key);
+        const auto found = properties.find(pair.property);
+        if (metadata.contains(key) || found == properties.end() || found->second.isEmpty()) continue;
+        metadata.setValue(key, metadataValue(pair, toQt(found->second.front())));
+    }
+}
+
+LXStatus copy(const QString& sourcePath, uint32_t sourceFormat, const LXMetadata& sourceMetadata,
+              const QString& targetPath, uint32_t targetFormat, const LXMetadata& targetMetadata) {
+    const Kind kind = kindOf(sourceFormat);
+    if (kind == Kind::None || kind != kindOf(targetFormat)) return {};
+    TaggedFile source(sourcePath, sourceFormat, TaggedFile::Access::ReadOnly);
+    if (!source.isValid()) return {}; // nothing TagLib can read, so nothing it could carry
+    TaggedFile target(targetPath, targetFormat, TaggedFile::Access::ReadWrite);
+    if (!target.isValid()) {
+        // A WAV file grown into RF64: its ID3 chunk came over byte for byte with the other chunks.
+        if (targetFormat == LXFormat::WAVE) return {};
+        return LXError(
+            LXErrWriteFailed,
+            QStringLiteral("cannot give the new file the tags of %1: TagLib cannot open it").arg(sourcePath),
+            targetPath);
+    }
+    ID3v2::Version version = ID3v2::v4;
+    if (kind == Kind::ID3v2) {
+        ID3v2::Tag* to = target.id3v2(true);
+        if (const ID3v2::Tag* from = source.id3v2(false)) {
+            copyFrames(*from, *to);
+            if (from->header()->majorVersion() == 3) version = ID3v2::v3;
+        }
+        applyChanges(*to, sourceMetadata, targetMetadata);
+    } else {
+        Ogg::XiphComment* to = target.xiph(true);
+        if (const Ogg::XiphComment* from = source.xiph(false)) copyComments(*from, *to);
+        target.setPictures(source.pictures());
+        applyChanges(*to, sourceMetadata, targetMetadata);
+    }
+    if (!target.save(version))
+        return LXError(LXErrWriteFailed,
+                       QStringLiteral("cannot write the tags of %1 into the new file").arg(sourcePath),
+                       targetPath);
+    return {};
+}
+
+} // namespace LXTags
