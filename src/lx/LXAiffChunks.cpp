@@ -4,7 +4,9 @@
 // Text chunks: NAME "title", AUTH "author", "(c) " "copyright", ANNO "annotation" (several ANNO chunks
 // are joined with line feeds and written back as one), COMT "comments" (the texts of all its comments
 // joined with line feeds; written as one comment tied to no marker, with time stamp 0 so that writing
-// the same annotations twice gives the same bytes).
+// the same annotations twice gives the same bytes). A COMT with more than that (several comments, time
+// stamps, marker links) is also kept as it stands among the unknown chunks, and written back whole
+// instead of ours while the comments keep their text.
 //
 // MARK holds the markers (IDs 1, 2, ... in list order, names as padded Pascal strings of at most 255
 // bytes) followed by the markers that INST loops point at. Markers that an INST loop points at are part
@@ -67,6 +69,25 @@ LXLoopType loopType(uint32_t value) {
     return value == 1 ? LXLoopType::Alternating : value == 2 ? LXLoopType::Backward : LXLoopType::Forward;
 }
 
+// The texts of a COMT chunk's comments joined with line feeds; whole tells whether the chunk holds
+// nothing more, as the encoder writes it.
+QString commentsText(const QByteArray& data, bool* whole) {
+    Reader r(data, kBig);
+    const int count = r.u16();
+    QStringList texts;
+    bool plain = count == 1;
+    for (int i = 0; i < count && r.remaining() > 0; ++i) {
+        plain = r.u32() == 0 && plain; // time stamp
+        plain = r.s16() == 0 && plain; // marker
+        const int length = r.u16();
+        const QByteArrayView text = r.bytes(length);
+        if (length % 2) r.skip(1);
+        if (!text.isEmpty()) texts.append(decodeText(text));
+    }
+    if (whole) *whole = plain && r.ok();
+    return texts.join(QLatin1Char('\n'));
+}
+
 // ---- Decoding
 
 class Decoder {
@@ -106,7 +127,10 @@ private:
         } else if (id == "INST" && data.size() >= kInstSize) {
             decodeInstrument(data);
         } else if (id == "COMT" && data.size() >= 2) {
-            decodeComments(data);
+            bool whole = false;
+            m_result.metadata.setValue(str("comments"), commentsText(data, &whole));
+            m_seen.insert(kind);
+            return whole;
         } else if (isPrivate) {
             decodePrivate(QByteArrayView(data).sliced(4));
         } else {
@@ -148,21 +172,6 @@ private:
             loop.begin = r.s16();
             loop.end = r.s16();
         }
-    }
-
-    void decodeComments(const QByteArray& data) {
-        Reader r(data, kBig);
-        const int count = r.u16();
-        QStringList texts;
-        for (int i = 0; i < count && r.remaining() > 0; ++i) {
-            r.u32(); // time stamp
-            r.s16(); // marker
-            const int length = r.u16();
-            const QByteArrayView text = r.bytes(length);
-            if (length % 2) r.skip(1);
-            if (!text.isEmpty()) texts.append(decodeText(text));
-        }
-        m_result.metadata.setValue(str("comments"), texts.join(QLatin1Char('\n')));
     }
 
     void decodePrivate(QByteArrayView data) {
@@ -249,10 +258,20 @@ public:
             if (m_m.contains(str(text.key))) out.append({text.id, m_m.string(str(text.key)).toUtf8()});
         }
         if (m_m.contains(str("annotation"))) out.append({"ANNO", m_m.string(str("annotation")).toUtf8()});
-        encodeComments(out);
+        // The first COMT among the unknown chunks holds the comments whole: it stands for them while their
+        // text is unchanged, and gives way to ours once they change.
+        const auto& unknown = m_a.unknownChunks;
+        const qsizetype kept =
+            std::find_if(unknown.cbegin(), unknown.cend(), [](const LXChunk& c) { return c.id == "COMT"; }) -
+            unknown.cbegin();
+        if (kept < unknown.size() && commentsText(unknown[kept].data, nullptr) == m_m.string(str("comments")))
+            out.append(unknown[kept]);
+        else
+            encodeComments(out);
         encodeMarkersAndInstrument(out);
         encodePrivate(out);
-        if (retainUnknown) out.append(m_a.unknownChunks);
+        for (qsizetype i = 0; retainUnknown && i < unknown.size(); ++i)
+            if (i != kept) out.append(unknown[i]);
         return out;
     }
 
