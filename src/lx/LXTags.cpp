@@ -15,6 +15,7 @@
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
 
+#include <algorithm>
 #include <array>
 #include <memory>
 
@@ -40,19 +41,34 @@ Kind kindOf(uint32_t format) {
     }
 }
 
-// TagLib's property names (the same for ID3v2 frames and Vorbis comments) and our metadata keys.
+// TagLib's property names (the same for ID3v2 frames and Vorbis comments) and our metadata keys. Vorbis
+// comments have no fixed names: other spellings in use follow the first, and a changed value replaces
+// the spelling the file has.
 struct KeyPair {
-    const char* property;
+    std::array<const char*, 3> properties;
     const char* key;
 };
 constexpr KeyPair kKeys[] = {
-    {"TITLE", "title"},         {"ARTIST", "artist"},
-    {"ALBUM", "album"},         {"COMMENT", "comments"},
-    {"GENRE", "genre"},         {"DATE", "year"},
-    {"COMPOSER", "composer"},   {"LYRICIST", "lyricist"},
-    {"COPYRIGHT", "copyright"}, {"TRACKNUMBER", "trackNumber"},
-    {"BPM", "tempo"},           {"INITIALKEY", "key"},
+    {{"TITLE"}, "title"},
+    {{"ARTIST"}, "artist"},
+    {{"ALBUM"}, "album"},
+    {{"COMMENT", "DESCRIPTION"}, "comments"},
+    {{"GENRE"}, "genre"},
+    {{"DATE", "YEAR"}, "year"},
+    {{"COMPOSER"}, "composer"},
+    {{"LYRICIST"}, "lyricist"},
+    {{"COPYRIGHT"}, "copyright"},
+    {{"TRACKNUMBER"}, "trackNumber"},
+    {{"BPM", "TBPM", "TEMPO"}, "tempo"},
+    {{"INITIALKEY", "KEY", "TKEY"}, "key"},
 };
+
+// The first of the pair's names that the properties hold, or its first name.
+String nameIn(const PropertyMap& properties, const KeyPair& pair) {
+    for (const char* name : pair.properties)
+        if (name && properties.contains(name)) return name;
+    return pair.properties.front();
+}
 
 constexpr std::array<const char*, 12> kNoteNames = {"C",  "C#", "D",  "D#", "E",  "F",
                                                     "F#", "G",  "G#", "A",  "A#", "B"};
@@ -223,9 +239,9 @@ template <typename Tag> void applyChanges(Tag& tag, const LXMetadata& before, co
         changed = true;
         const QString text = tagText(pair, after.value(key));
         if (text.isEmpty())
-            properties.erase(pair.property);
+            properties.erase(nameIn(properties, pair));
         else
-            properties.replace(pair.property, StringList(toTagLib(text)));
+            properties.replace(nameIn(properties, pair), StringList(toTagLib(text)));
     }
     if (changed) tag.setProperties(properties);
 }
@@ -259,7 +275,7 @@ void readInto(const QString& path, uint32_t format, LXMetadata& metadata) {
     const PropertyMap properties = file.properties();
     for (const KeyPair& pair : kKeys) {
         const QString key = QString::fromLatin1(pair.key);
-        const auto found = properties.find(pair.property);
+        const auto found = properties.find(nameIn(properties, pair));
         if (metadata.contains(key) || found == properties.end() || found->second.isEmpty()) continue;
         metadata.setValue(key, metadataValue(pair, toQt(found->second.front())));
     }
