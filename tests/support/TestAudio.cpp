@@ -4,6 +4,9 @@
 #include "lx/LXAudioFilename.h"
 
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QStandardPaths>
 #include <algorithm>
@@ -239,6 +242,50 @@ LXResult<QString> generateWithSox(const QString& path, const QStringList& args, 
     if (status != 0)
         return LXError(LXErrWriteFailed, describeFailure(QStringLiteral("sox"), status, err), path);
     return path;
+}
+
+LXResult<QString> generateTaggedWithFfmpeg(const QString& path, const QMap<QString, QString>& tags,
+                                           const QString& picture) {
+    QStringList args{"-v", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=0.5"};
+    if (!picture.isEmpty())
+        args << "-i" << picture << "-map"
+             << "0"
+             << "-map"
+             << "1"
+             << "-c:v"
+             << "copy"
+             << "-disposition:v"
+             << "attached_pic";
+    for (auto it = tags.cbegin(); it != tags.cend(); ++it)
+        args << "-metadata" << it.key() + u'=' + it.value();
+    if (QFileInfo(path).suffix().startsWith(QStringLiteral("aif")))
+        args << "-write_id3v2"
+             << "1";
+    int status = -1;
+    QString err;
+    runTool(QStringLiteral("ffmpeg"), args << "-y" << path, &status, &err);
+    if (status != 0)
+        return LXError(LXErrWriteFailed, describeFailure(QStringLiteral("ffmpeg"), status, err), path);
+    return path;
+}
+
+QMap<QString, QString> tagsWithFfprobe(const QString& path) {
+    const QJsonObject probe =
+        QJsonDocument::fromJson(
+            runTool(QStringLiteral("ffprobe"),
+                    {"-v", "error", "-show_entries", "format_tags:stream_tags", "-of", "json", path})
+                .toUtf8())
+            .object();
+    QList<QJsonObject> owners{probe.value("format").toObject()};
+    for (const QJsonValue& stream : probe.value("streams").toArray())
+        owners.append(stream.toObject());
+    QMap<QString, QString> tags;
+    for (const QJsonObject& owner : owners) {
+        const QJsonObject found = owner.value("tags").toObject();
+        for (auto it = found.begin(); it != found.end(); ++it)
+            if (!tags.contains(it.key().toUpper())) tags.insert(it.key().toUpper(), it.value().toString());
+    }
+    return tags;
 }
 
 } // namespace TestAudio

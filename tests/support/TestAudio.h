@@ -3,6 +3,7 @@
 #include "lx/LXAudioFormat.h"
 #include "lx/LXResult.h"
 
+#include <QMap>
 #include <QString>
 #include <QStringList>
 #include <cstdint>
@@ -77,6 +78,15 @@ LXResult<Decoded> readWithSox(const QString& path);
 // the output file). No dithering, so the file is the same on every run.
 LXResult<QString> generateWithSox(const QString& path, const QStringList& args,
                                   const QStringList& effects = {});
+
+// A file whose tags ffmpeg writes: half a second of a 440 Hz sine with each tag given (ID3v2 in MP3 and
+// AIFF, Vorbis comments in FLAC, Ogg and Opus), and picture, when given, attached as cover art.
+LXResult<QString> generateTaggedWithFfmpeg(const QString& path, const QMap<QString, QString>& tags,
+                                           const QString& picture = {});
+
+// Every tag ffprobe reads in the file, its format's and then its streams' (a name taken already is
+// skipped), under upper-case names (Vorbis comments and ID3v2 frames spell them differently).
+QMap<QString, QString> tagsWithFfprobe(const QString& path);
 
 // Runs a program and returns what it printed on stdout; standardError receives what it printed on
 // stderr. exitCode receives the exit status, or -1 when the program could not start, crashed or ran
