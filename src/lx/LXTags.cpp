@@ -273,8 +273,12 @@ void readInto(const QString& path, uint32_t format, LXMetadata& metadata) {
     const TaggedFile file(path, format, TaggedFile::Access::ReadOnly);
     if (!file.isValid()) return;
     const PropertyMap properties = file.properties();
+    // Musical properties of WAV and AIFF files belong to chunks of their own (acid, smpl, inst): a tag's
+    // tempo taken in would be written out as a new acid chunk, which also says the file is a 4/4 loop.
+    const bool chunksOwnMusic = kindOf(format) == Kind::ID3v2 && format != LXFormat::MP3;
     for (const KeyPair& pair : kKeys) {
         const QString key = QString::fromLatin1(pair.key);
+        if (chunksOwnMusic && LXMetadata::musicalKeys().contains(key)) continue;
         const auto found = properties.find(nameIn(properties, pair));
         if (metadata.contains(key) || found == properties.end() || found->second.isEmpty()) continue;
         metadata.setValue(key, metadataValue(pair, toQt(found->second.front())));

@@ -19,8 +19,8 @@ namespace LXTags {
 // Ogg and Opus; for WAV and AIFF only with an ID3 chunk, so that plain WAV files cost no second parse.
 bool mayHoldTags(uint32_t format, const LXAnnotations& annotations);
 
-// Adds the file's tags to metadata; keys already there (from the file's own chunks) keep their values.
-// A file TagLib cannot read adds nothing.
+// Adds the file's tags to metadata; keys already there (from the file's own chunks) keep their values,
+// and the ID3 chunk of a WAV or AIFF file gives no tempo or key. A file TagLib cannot read adds nothing.
 void readInto(const QString& path, uint32_t format, LXMetadata& metadata);
 
 // Gives target every tag of source, as it stands: all ID3v2 frames (in the source's ID3v2 version), or

@@ -22,8 +22,10 @@ TEST(Tags, ReadIntoMetadataAndCarriedWithTheWritersChangesWinning) {
         ASSERT_TRUE(file) << file.error().description().toStdString();
         const LXMetadata& read = (*file)->metadata();
         EXPECT_EQ(read.string("artist"), "Ana Ruiz");
-        EXPECT_EQ(read.value("tempo").toDouble(), 96.0);
-        EXPECT_EQ(read.value("key").toInt(), 6); // F sharp
+        // AIFF keeps musical properties in chunks of its own, which a tag does not fill in.
+        const bool flac = (*file)->format() == LXFormat::FLAC;
+        EXPECT_EQ(read.value("tempo"), flac ? QVariant(96.0) : QVariant());
+        EXPECT_EQ(read.value("key"), flac ? QVariant(6) : QVariant()); // F sharp
 
         LXAudioFileWriter writer(**file);
         writer.metadata().setValue("title", "New Title");
