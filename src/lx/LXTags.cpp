@@ -297,8 +297,9 @@ LXStatus copy(const QString& sourcePath, uint32_t sourceFormat, const LXMetadata
         if (targetFormat == LXFormat::WAVE) return {};
         return LXError(
             LXErrWriteFailed,
-            QStringLiteral("cannot give the new file the tags of %1: TagLib cannot open it").arg(sourcePath),
-            targetPath);
+            QStringLiteral("cannot carry its tags over: the new file (%1) cannot be opened to take them")
+                .arg(targetPath),
+            sourcePath);
     }
     ID3v2::Version version = ID3v2::v4;
     if (kind == Kind::ID3v2) {
@@ -316,8 +317,8 @@ LXStatus copy(const QString& sourcePath, uint32_t sourceFormat, const LXMetadata
     }
     if (!target.save(version))
         return LXError(LXErrWriteFailed,
-                       QStringLiteral("cannot write the tags of %1 into the new file").arg(sourcePath),
-                       targetPath);
+                       QStringLiteral("cannot write its tags into the new file (%1)").arg(targetPath),
+                       sourcePath);
     return {};
 }
 
