@@ -108,7 +108,7 @@ QString tagText(const KeyPair& pair, const QVariant& value) {
     return value.toString();
 }
 
-// One file through the TagLib class of its format. Read-only files are opened so.
+// One file through the TagLib class of its format, opened read-only unless it is to be saved.
 class TaggedFile {
 public:
     enum class Access { ReadOnly, ReadWrite };
