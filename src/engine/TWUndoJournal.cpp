@@ -109,12 +109,13 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
         const qint64 id = line.value(kStep).toLongLong();
         if (op == u"begin") {
             steps.append(
-                Step{id, line.value(QStringLiteral("name")).toString(), {}, false, lineNumber, false, {}});
+                Step{id, line.value(QStringLiteral("name")).toString(), {}, false, lineNumber, lineNumber, false, {}});
             continue;
         }
         auto it = find(steps, id);
         if (it == steps.end()) continue;
         it->order = lineNumber;
+        if (op == u"save" || op == u"unsave" || op == u"close") it->runOrder = lineNumber;
         const qsizetype index = line.value(kIndex, -1).toLongLong();
         const bool inRange = index >= 0 && index < it->records.size();
         if (op == u"save") {
@@ -231,12 +232,13 @@ std::optional<TWUndoJournal::Step> TWUndoJournal::lastDoneStep() const {
 }
 
 std::optional<TWUndoJournal::Step> TWUndoJournal::firstUndoneStep() const {
-    // The step undone last, unless a step done since (a run, or one killed before it ended) came after it.
+    // The step undone last, unless a run (ended, or killed before it ended) came after it; a step redone
+    // since does not count.
     std::optional<Step> undone;
     qint64 lastDone = 0;
     for (const Step& step : steps()) {
         if (step.undone && (!undone || step.order > undone->order)) undone = step;
-        if (!step.undone && !step.records.isEmpty()) lastDone = std::max(lastDone, step.order);
+        if (!step.undone && !step.records.isEmpty()) lastDone = std::max(lastDone, step.runOrder);
     }
     if (undone && undone->order < lastDone) return std::nullopt;
     return undone;

@@ -36,7 +36,8 @@ public:
         QString actionName;
         QList<TWSaveInfo> records;
         bool undone = false;
-        qint64 order = 0; // the last line about it: the later, the sooner undone
+        qint64 order = 0;    // the last line about it: the later, the sooner undone (or redone)
+        qint64 runOrder = 0; // the last line of its run: a run after an undo ends the redo
         bool closed = false; // its run ended (not one still going, or killed)
         // An undo or redo begun and not finished: the records as they are to be, and which are so already.
         struct Switch {

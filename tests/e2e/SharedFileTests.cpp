@@ -140,6 +140,30 @@ TEST(SharedFiles, UndoNamesFilesChangedOrGoneSinceAndChangesNothingUnlessForced)
     EXPECT_EQ(readBytes(c), oldC);
 }
 
+// Undo and redo walk the steps as a stack: the last run first, then back again in the order undone.
+TEST(SharedFiles, UndoAndRedoWalkSeveralSteps) {
+    CommandLineRunner runner;
+    const QString file = runner.makeMonoSine("take.wav", 0.2);
+    QList<QByteArray> versions{readBytes(file)};
+    for (const char* level : {"-1", "-2", "-3"}) {
+        ASSERT_EQ(runner.run({"change-gain", "--level", level, file}).exitCode, 0);
+        versions.append(readBytes(file));
+    }
+    for (int version = 2; version >= 0; --version) {
+        ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+        EXPECT_EQ(readBytes(file), versions[version]) << version;
+    }
+    for (int version = 1; version <= 3; ++version) {
+        ASSERT_EQ(runner.run({"redo"}).exitCode, 0);
+        EXPECT_EQ(readBytes(file), versions[version]) << version;
+    }
+    EXPECT_EQ(runner.run({"redo"}).exitCode, 8);
+    // A run after an undo ends the redo.
+    ASSERT_EQ(runner.run({"undo"}).exitCode, 0);
+    ASSERT_EQ(runner.run({"change-gain", "--level", "-1", file}).exitCode, 0);
+    EXPECT_EQ(runner.run({"redo"}).exitCode, 8);
+}
+
 // The oldest steps go, with a notice, once the kept copies pass the "Undo Folder Limit" (megabytes).
 TEST(SharedFiles, TheUndoFolderIsKeptUnderItsLimit) {
     CommandLineRunner runner;
