@@ -14,6 +14,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 TEST(Info, JsonNamesTheFormatAndGivesLevelsInDecibels) {
@@ -88,4 +90,28 @@ TEST(Info, AFolderShowsItsAudioFilesAndWhatCannotBeShownIsNamedWithItsReason) {
         EXPECT_TRUE(result.err.contains("'" + locked + "': ")) << result.err.toStdString();
         EXPECT_TRUE(result.err.contains("Permission denied")) << result.err.toStdString();
     }
+}
+
+// Another program rewrites the analysed file in place with a quieter take of the same size and sets the old
+// times back (as touch -r does): the cached peak must not be used.
+TEST(Info, ARewriteThatKeepsSizeAndTimeIsAnalysedAgain) {
+    CommandLineRunner runner;
+    const QString take = runner.makeMonoSine("take.wav", 0.5); // peak -6.02 dB
+    const QString quieter = QDir(runner.work()).filePath("quieter.wav");
+    ASSERT_TRUE(TestAudio::generateWithSox(quieter, {"-n", "-r", "44100", "-b", "16"},
+                                           {"synth", "0.5", "sine", "440", "vol", "0.125"})); // -18.06 dB
+    ASSERT_EQ(runner.run({"info", take}).exitCode, 0);
+
+    struct stat before {};
+    ASSERT_EQ(::stat(QFile::encodeName(take).constData(), &before), 0);
+    QFile file(take);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    ASSERT_EQ(file.write(readBytes(quieter)), before.st_size);
+    file.close();
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(take).constData(), times, 0), 0);
+
+    const auto result = runner.run({"normalize", "--level", "-1", take});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_NEAR(peakDecibels(take), -1.0, 0.05);
 }
