@@ -14,7 +14,8 @@ LXStatus LXAnalyze(LXAudioFile& file, int type) {
     const double clipLevel = file.isFloat() ? 1.0 : 1.0 - 1.0 / double(int64_t(1) << (file.depth() - 1));
     LXOverviewMeter meter(file.frames(), clipLevel);
     const std::optional<LXWaveformCache::Stamp> stamp = LXWaveformCache::stampOfPath(file.path());
-    if (!stamp) return LXFileError::fromErrno(QStringLiteral("cannot read the file's attributes"), file.path());
+    if (!stamp)
+        return LXFileError::fromErrno(QStringLiteral("cannot read the file's attributes"), file.path());
     LX_TRY(LXMeasure(file, meter, 0, file.frames(), file.channelSet()));
     if (!LXWaveformCache::shared().store(file.path(), *stamp, meter.analysis(), meter.overview()))
         return LXError(LXErrWriteFailed, QStringLiteral("the analysis could not be kept in the cache"),

@@ -389,6 +389,18 @@ std::optional<LXFileIdentity> identityOfPath(const QString& path) {
     return LXFileIdentity{uint64_t(st.st_dev), uint64_t(st.st_ino)};
 }
 
+std::optional<LXFileVersion> versionOfPath(const QString& path) {
+    struct stat st;
+    if (!statPath(path, &st)) return std::nullopt;
+    const auto nanoseconds = [](const struct timespec& time) {
+        return int64_t(time.tv_sec) * 1000000000 + time.tv_nsec;
+    };
+    return LXFileVersion{{uint64_t(st.st_dev), uint64_t(st.st_ino)},
+                         int64_t(st.st_size),
+                         nanoseconds(st.st_mtim),
+                         nanoseconds(st.st_ctim)};
+}
+
 int64_t linkCountAtPath(const QString& path) {
     struct stat st;
     return statPath(path, &st) ? int64_t(st.st_nlink) : 0;

@@ -42,7 +42,19 @@ struct LXFileIdentity {
     bool operator==(const LXFileIdentity&) const = default;
 };
 std::optional<LXFileIdentity> identityOfPath(const QString& path); // nullopt when missing
-int64_t linkCountAtPath(const QString& path);                      // hard links, following symbolic ones
+// Which version of a file is at a path: its identity, size and modification and change times in
+// nanoseconds. Every write, rename, link and change of attributes sets the change time, which users cannot
+// set, so two equal versions are the same content even when another program set the old modification time
+// back (touch -r) or wrote twice within the file system's time granularity.
+struct LXFileVersion {
+    LXFileIdentity identity;
+    int64_t size = -1;
+    int64_t modifiedNs = 0;
+    int64_t changedNs = 0;
+    bool operator==(const LXFileVersion&) const = default;
+};
+std::optional<LXFileVersion> versionOfPath(const QString& path); // following links; nullopt when missing
+int64_t linkCountAtPath(const QString& path);                    // hard links, following symbolic ones
 // Where a symbolic link finally leads, as an absolute path; the path itself when it is no link or
 // leads nowhere.
 QString resolvedLinkPath(const QString& path);

@@ -1,6 +1,5 @@
 #include "lx/LXWaveformCache.h"
 
-
 #include <QCryptographicHash>
 #include <QDataStream>
 #include <QDir>
@@ -8,42 +7,28 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
-#include <sys/stat.h>
-
 namespace {
 constexpr quint32 kMagic = 0x43575746; // "CWWF"
 constexpr quint32 kVersion = 2;        // 2: the stamp replaced size and modification date
 constexpr qint64 kFingerprintBytes = 64 * 1024;
 
-qint64 nanoseconds(const struct timespec& time) {
-    return qint64(time.tv_sec) * 1000000000 + time.tv_nsec;
-}
-
-// The stamp without its fingerprint: one stat, following links (the analysis is of the target's audio).
-std::optional<LXWaveformCache::Stamp> statStamp(const QString& path) {
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0) return std::nullopt;
-    LXWaveformCache::Stamp stamp;
-    stamp.device = st.st_dev;
-    stamp.inode = st.st_ino;
-    stamp.size = st.st_size;
-    stamp.modifiedNs = nanoseconds(st.st_mtim);
-    stamp.changedNs = nanoseconds(st.st_ctim);
-    return stamp;
-}
-
-bool sameFile(const LXWaveformCache::Stamp& a, const LXWaveformCache::Stamp& b) {
-    return a.device == b.device && a.inode == b.inode && a.size == b.size && a.modifiedNs == b.modifiedNs;
+// The same file, whatever its change time says.
+bool sameFile(const LXFile::LXFileVersion& a, const LXFile::LXFileVersion& b) {
+    return a.identity == b.identity && a.size == b.size && a.modifiedNs == b.modifiedNs;
 }
 
 QDataStream& operator<<(QDataStream& out, const LXWaveformCache::Stamp& stamp) {
-    return out << stamp.device << stamp.inode << stamp.size << stamp.modifiedNs << stamp.changedNs
-               << stamp.fingerprint;
+    const LXFile::LXFileVersion& v = stamp.version;
+    return out << quint64(v.identity.device) << quint64(v.identity.inode) << qint64(v.size)
+               << qint64(v.modifiedNs) << qint64(v.changedNs) << stamp.fingerprint;
 }
 
 QDataStream& operator>>(QDataStream& in, LXWaveformCache::Stamp& stamp) {
-    return in >> stamp.device >> stamp.inode >> stamp.size >> stamp.modifiedNs >> stamp.changedNs >>
-           stamp.fingerprint;
+    quint64 device = 0, inode = 0;
+    qint64 size = 0, modified = 0, changed = 0;
+    in >> device >> inode >> size >> modified >> changed >> stamp.fingerprint;
+    stamp.version = {{device, inode}, size, modified, changed};
+    return in;
 }
 } // namespace
 
@@ -55,15 +40,15 @@ struct LXWaveformCache::Entry {
 };
 
 std::optional<LXWaveformCache::Stamp> LXWaveformCache::stampOfPath(const QString& path) {
-    std::optional<Stamp> stamp = statStamp(path);
+    const std::optional<LXFile::LXFileVersion> version = LXFile::versionOfPath(path);
     QFile file(path);
-    if (!stamp || !file.open(QIODevice::ReadOnly)) return std::nullopt;
+    if (!version || !file.open(QIODevice::ReadOnly)) return std::nullopt;
     QCryptographicHash hash(QCryptographicHash::Sha1);
     hash.addData(file.read(kFingerprintBytes));
-    if (stamp->size > kFingerprintBytes && file.seek(std::max(kFingerprintBytes, stamp->size - kFingerprintBytes)))
+    if (version->size > kFingerprintBytes &&
+        file.seek(std::max(kFingerprintBytes, version->size - kFingerprintBytes)))
         hash.addData(file.read(kFingerprintBytes));
-    stamp->fingerprint = hash.result();
-    return stamp;
+    return Stamp{*version, hash.result()};
 }
 
 LXWaveformCache& LXWaveformCache::shared() {
@@ -115,8 +100,7 @@ bool LXWaveformCache::read(const QString& audioPath, Entry* entry) const {
 
 bool LXWaveformCache::load(const QString& audioPath, Entry* entry) const {
     if (!read(audioPath, entry)) return false;
-    const std::optional<Stamp> now = statStamp(audioPath);
-    return now && sameFile(*now, entry->stamp) && now->changedNs == entry->stamp.changedNs;
+    return LXFile::versionOfPath(audioPath) == entry->stamp.version;
 }
 
 bool LXWaveformCache::write(const Entry& entry) const {
@@ -164,7 +148,9 @@ void LXWaveformCache::moveEntry(const QString& from, const QString& to) {
     if (!kept) return;
     // The rename gave the file a new change time; the entry follows only the file it was made of.
     const std::optional<Stamp> moved = stampOfPath(to);
-    if (!moved || !sameFile(*moved, entry.stamp) || moved->fingerprint != entry.stamp.fingerprint) return;
+    if (!moved || !sameFile(moved->version, entry.stamp.version) ||
+        moved->fingerprint != entry.stamp.fingerprint)
+        return;
     entry.path = to;
     entry.stamp = *moved;
     (void)write(entry);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "lx/LXFile.h"
+
 #include <QMutex>
 #include <QString>
 #include <QVariantMap>
@@ -21,18 +23,13 @@ struct LXWaveformOverview {
 // files are told to the cache so that entries follow their files. Thread-safe.
 class LXWaveformCache {
 public:
-    // What tells the analysed file from a later one at its path. Size and modification time alone are
-    // not enough: another program may rewrite a file and set its old time back (touch -r), and two writes
-    // within the file system's time granularity leave the time as it was. Every write, rename, link and
-    // change of attributes sets the change time, which no user can set, so an entry is current only while
-    // device, inode, size and both times (to the nanosecond) are unchanged: one stat per lookup. A
-    // permission or attribute change costs a fresh analysis, never a stale one.
-    // A rename sets the change time too, so a move cannot keep the stamp; it carries an entry across when
-    // inode, size, modification time and the fingerprint (a hash of the first and last 64 KiB) still
-    // match, which a rewrite before the move would have to leave intact in all three.
+    // What tells the analysed file from a later one at its path: its version (LXFile::versionOfPath; size
+    // and modification time alone miss a rewrite that sets the old time back) and, so that an entry can
+    // follow its file across a rename (which sets the change time), a fingerprint: a hash of the first and
+    // last 64 KiB. A lookup costs one stat; a change of permissions or attributes costs a fresh analysis,
+    // never a stale one.
     struct Stamp {
-        quint64 device = 0, inode = 0;
-        qint64 size = -1, modifiedNs = 0, changedNs = 0;
+        LXFile::LXFileVersion version;
         QByteArray fingerprint;
     };
     static std::optional<Stamp> stampOfPath(const QString& path); // nullopt when missing or unreadable
@@ -49,7 +46,8 @@ public:
     bool hasEntryForPath(const QString& path) const;
     bool overviewForPath(const QString& path, LXWaveformOverview* overview) const;
 
-    // stamp: the file's, taken before it was read, so that a change during the analysis makes the entry stale.
+    // stamp: the file's, taken before it was read, so that a change during the analysis makes the entry
+    // stale.
     bool store(const QString& path, const Stamp& stamp, const QVariantMap& analysis,
                const LXWaveformOverview& overview);
     void moveEntry(const QString& from, const QString& to);

@@ -105,12 +105,13 @@ void TWFileEntry::refresh() {
     const QString path = this->path();
     if (LXFile::existsAtPath(path)) {
         if (status() == TWStatus::NotFound) popStatus();
-        // Dates are kept to the millisecond; a file rewritten within the same millisecond almost always
-        // changes its size too.
-        const QDateTime known = modificationDate();
-        if (known.isValid() && LXFile::modificationDateOfFileAtPath(path) == known &&
-            LXFile::sizeOfFileAtPath(path) == m_fileSize.load(std::memory_order_relaxed))
-            return;
+        // The whole version, not only the date: a file rewritten with its old date set back (or within the
+        // date's granularity) must not keep the levels measured of its former content.
+        const std::optional<LXFile::LXFileVersion> now = LXFile::versionOfPath(path);
+        {
+            std::lock_guard lock(m_dateMutex);
+            if (m_modificationDate.isValid() && now && now == m_version) return;
+        }
         refreshNow();
     } else {
         loadDefaultInfo();
@@ -165,6 +166,7 @@ void TWFileEntry::loadDefaultInfo() {
     // (a file moved away and back keeps its date).
     std::lock_guard lock(m_dateMutex);
     m_modificationDate = QDateTime();
+    m_version.reset();
 }
 
 void TWFileEntry::loadInfoFromAudioFile(const LXAudioFile& file) {
@@ -172,8 +174,8 @@ void TWFileEntry::loadInfoFromAudioFile(const LXAudioFile& file) {
     {
         std::lock_guard lock(m_dateMutex);
         m_modificationDate = LXFile::modificationDateOfFileAtPath(path);
+        m_version = LXFile::versionOfPath(path);
     }
-    m_fileSize.store(LXFile::sizeOfFileAtPath(path), std::memory_order_relaxed);
     QVariantMap info = file.fileEntry();
     info.insert(QStringLiteral("path"), path);
     if (!info.contains(QStringLiteral("name"))) info.insert(QStringLiteral("name"), file.displayName());

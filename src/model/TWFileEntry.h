@@ -3,6 +3,7 @@
 #include "model/TWEntry.h"
 
 #include "lx/LXError.h"
+#include "lx/LXFile.h"
 #include "lx/LXProgressDelegate.h"
 
 #include <QDateTime>
@@ -10,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <memory>
+#include <optional>
 
 #include "lx/LXAudioFile.h"
 
@@ -106,7 +108,8 @@ public:
 private:
     std::array<std::atomic<float>, kStatusDepth> m_status{};
     std::atomic<double> m_lastUpdateTime{0.0};
-    QDateTime m_modificationDate;        // guarded by m_dateMutex
-    std::atomic<int64_t> m_fileSize{-1}; // of the file when its information was read
+    // Of the file when its information was read; both guarded by m_dateMutex.
+    QDateTime m_modificationDate;
+    std::optional<LXFile::LXFileVersion> m_version;
     mutable std::mutex m_dateMutex;
 };

@@ -17,6 +17,9 @@
 #include <cmath>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 using ModelTest::writeAudio;
 using ModelTest::writeBytes;
 
@@ -141,6 +144,22 @@ TEST_F(FileEntryTest, AnalysisStoresLevelsAndAnOverviewUnlessStopped) {
     EXPECT_TRUE(toAnalyze.isEmpty());
     // A new entry on the same file finds the overview.
     EXPECT_EQ(TWFileEntry::create(entry->path())->status(), TWStatus::ReadyWithOverview);
+
+    // Rewritten in place by another program, quieter, at the same size and with its times set back: the
+    // entry reads it again and the cache no longer gives the former levels.
+    TestAudio::Sound quieter;
+    quieter.frames = 44100 * 4;
+    quieter.amplitude = 0.125;
+    ASSERT_TRUE(TestAudio::write(path("quieter.wav"), quieter));
+    struct stat before {};
+    ASSERT_EQ(::stat(QFile::encodeName(entry->path()).constData(), &before), 0);
+    ASSERT_TRUE(QFile::remove(entry->path()) && QFile::copy(path("quieter.wav"), entry->path()));
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(entry->path()).constData(), times, 0), 0);
+    entry->refresh();
+    EXPECT_EQ(entry->status(), TWStatus::Ready);
+    ASSERT_TRUE(entry->analyze());
+    EXPECT_NEAR(entry->max(), 0.125f, 0.01f);
 }
 
 TEST_F(FileEntryTest, ProgressRedrawsTwiceASecondOnTheMainThreadAndAlwaysAnswersTheStopCode) {
