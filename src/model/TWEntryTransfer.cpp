@@ -8,18 +8,23 @@
 #include <QDir>
 #include <QFileInfo>
 
-std::optional<QString> TWTransferTarget(TWTransfer transfer, const QString& path, const QString& directory) {
+std::optional<QString> TWTransferTarget(TWTransfer transfer, const QStringList& paths,
+                                        const QString& directory) {
     bool isDirectory = false;
     if (!LXFile::existsAtPath(directory, &isDirectory) || !isDirectory) {
         TWShowTransferAlert(transfer, TWTransferFailure::NoDirectory, QFileInfo(directory).fileName());
         return std::nullopt;
     }
-    const QString name = QFileInfo(path).fileName();
-    const QString target = LXFile::conformPath(QDir(directory).filePath(name));
-    if (target == LXFile::conformPath(path)) return std::nullopt;
-    if (LXFile::existsAtPath(target)) {
-        TWShowTransferAlert(transfer, TWTransferFailure::Exists, name);
-        return std::nullopt;
+    const QDir into(directory);
+    const QString target = LXFile::conformPath(into.filePath(QFileInfo(paths.value(0)).fileName()));
+    if (target == LXFile::conformPath(paths.value(0))) return std::nullopt;
+    for (const QString& path : paths) {
+        const QString name = QFileInfo(path).fileName();
+        const QFileInfo taken(into.filePath(name));
+        if (taken.exists() || taken.isSymLink()) { // a link that leads nowhere still holds the name
+            TWShowTransferAlert(transfer, TWTransferFailure::Exists, name);
+            return std::nullopt;
+        }
     }
     return target;
 }

@@ -263,11 +263,14 @@ bool TWFileEntry::update(float fractionDone, LXError* error) {
 
 void TWFileEntry::moveToPath(const QString& directory) {
     const QString path = this->path();
-    const std::optional<QString> target = TWTransferTarget(TWTransfer::Move, path, directory);
+    auto file = LXAudioFile::open(path);
+    // Every member of a split set goes, so every member's name must be free.
+    const std::optional<QString> target =
+        TWTransferTarget(TWTransfer::Move, file ? (*file)->paths() : QStringList{path}, directory);
     if (!target) return;
     QString movedPath = *target;
     LXStatus moved;
-    if (auto file = LXAudioFile::open(path)) {
+    if (file) {
         moved = (*file)->moveToPath(*target);
         if (moved) movedPath = (*file)->path();
     } else {
@@ -283,11 +286,13 @@ void TWFileEntry::moveToPath(const QString& directory) {
 
 void TWFileEntry::copyToPath(const QString& directory, TWEntry* group) {
     const QString path = this->path();
-    const std::optional<QString> target = TWTransferTarget(TWTransfer::Copy, path, directory);
+    auto file = LXAudioFile::open(path);
+    const std::optional<QString> target =
+        TWTransferTarget(TWTransfer::Copy, file ? (*file)->paths() : QStringList{path}, directory);
     if (!target) return;
     QString copiedPath = *target;
     LXStatus copied;
-    if (auto file = LXAudioFile::open(path)) {
+    if (file) {
         copied = (*file)->copyToPath(*target);
         if (copied) copiedPath = (*file)->path();
     } else {

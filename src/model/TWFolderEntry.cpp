@@ -136,7 +136,7 @@ void TWFolderEntry::refresh() {
 }
 
 void TWFolderEntry::moveToPath(const QString& directory) {
-    const std::optional<QString> target = TWTransferTarget(TWTransfer::Move, path(), directory);
+    const std::optional<QString> target = TWTransferTarget(TWTransfer::Move, {path()}, directory);
     if (!target) return;
     QStringList filePaths;
     addFileEntryPathsToArray(filePaths);
@@ -153,7 +153,7 @@ void TWFolderEntry::moveToPath(const QString& directory) {
 }
 
 void TWFolderEntry::copyToPath(const QString& directory, TWEntry* group) {
-    const std::optional<QString> target = TWTransferTarget(TWTransfer::Copy, path(), directory);
+    const std::optional<QString> target = TWTransferTarget(TWTransfer::Copy, {path()}, directory);
     if (!target) return;
     if (const LXStatus copied = LXFile::copyPath(path(), *target); !copied) {
         TWShowTransferAlert(TWTransfer::Copy, TWTransferFailure::Failed, name(), copied.error());

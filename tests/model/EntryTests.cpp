@@ -288,6 +288,21 @@ TEST_F(FileEntryTest, MoveAndCopyReportWhyTheyFailed) {
     EXPECT_EQ(entry->path(), file);
     EXPECT_EQ(taken->path(), path("taken.wav"));
     EXPECT_TRUE(QFile::exists(file));
+
+    // A split set stops as a whole when only one member's name is taken: nothing moves, nothing is copied.
+    ASSERT_TRUE(TestAudio::write(path("take"), {.frames = 441, .interleaved = false}));
+    auto set = TWFileEntry::create(path("take.L"));
+    writeBytes(into + "/take.R", "kept");
+    set->moveToPath(into);
+    set->copyToPath(into, nullptr);
+    ASSERT_EQ(m_interaction.alerts().size(), 6);
+    EXPECT_EQ(m_interaction.alerts()[4].message, TWLocalizedString("Move Failed Exists").arg("take.R"));
+    EXPECT_EQ(m_interaction.alerts()[5].message, TWLocalizedString("Copy Failed Exists").arg("take.R"));
+    EXPECT_TRUE(QFile::exists(path("take.L")) && QFile::exists(path("take.R")) &&
+                !QFile::exists(into + "/take.L"));
+    QFile kept(into + "/take.R");
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll(), "kept");
 }
 
 TEST_F(FileEntryTest, MoveCarriesTheOverviewAndCopyMakesAnUnreadEntry) {
