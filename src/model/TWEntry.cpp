@@ -133,12 +133,13 @@ void TWEntry::removeAllEntries() {
     if (!m_containerIsImmutable) removeAt(0, m_entries.size());
 }
 
-void TWEntry::deleteEntry(const TWEntryPtr& entry) {
-    if (!entry) return;
+LXStatus TWEntry::deleteEntry(const TWEntryPtr& entry) {
+    if (!entry) return {};
     const TWEntryPtr keep = entry;
-    keep->deleteFiles();
+    LX_TRY(keep->deleteFiles());
     const qsizetype index = indexOfEntry(keep.get());
     if (index >= 0) removeAt(index, 1);
+    return {};
 }
 
 void TWEntry::moveEntries(const QList<TWEntryPtr>& entries, qsizetype index) {
@@ -470,6 +471,13 @@ void TWEntry::openInFinder() {
 void TWEntry::showInFinder() {
     for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
         child->showInFinder();
+}
+
+LXStatus TWEntry::deleteFiles() {
+    LXStatus first;
+    for (const TWEntryPtr& child : QList<TWEntryPtr>(m_entries))
+        if (LXStatus deleted = child->deleteFiles(); !deleted && first) first = deleted;
+    return first;
 }
 
 void TWEntry::moveToPath(const QString& directory) {

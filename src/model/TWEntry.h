@@ -1,5 +1,7 @@
 #pragma once
 
+#include "lx/LXResult.h"
+
 #include <QList>
 #include <QSet>
 #include <QString>
@@ -67,8 +69,9 @@ public:
     void removeEntry(const TWEntry* entry); // the removed child keeps its parent link
     void removeEntries(const QList<TWEntryPtr>& entries);
     void removeAllEntries();
-    // Deletes the child's files, then removes it, even from an immutable container.
-    void deleteEntry(const TWEntryPtr& entry);
+    // Deletes the child's files, then removes it, even from an immutable container; a child whose files
+    // could not all be deleted stays, and the error says why.
+    LXStatus deleteEntry(const TWEntryPtr& entry);
     // Moves the entries, wherever they are, so that they stand together in their order at index of this
     // container's children as they are without them (-1: the end); told as one move per entry that
     // changes place. Nothing moves into or out of an immutable container.
@@ -129,7 +132,8 @@ public:
 
     // Work on the files. A container forwards these to every child.
     virtual void refresh() {}
-    virtual void deleteFiles() {}
+    // Success only when every file is gone; otherwise the first failure (a container tries every child).
+    virtual LXStatus deleteFiles();
     virtual void openInFinder();
     virtual void showInFinder();
     virtual void moveToPath(const QString& directory);

@@ -323,14 +323,10 @@ void TWFileEntry::moveToTrash() {
     if (TWEntry* parent = this->parent()) parent->removeEntry(this);
 }
 
-void TWFileEntry::deleteFiles() {
+LXStatus TWFileEntry::deleteFiles() {
     const QString path = this->path();
-    LXStatus deleted;
-    if (auto file = LXAudioFile::open(path))
-        deleted = (*file)->deleteFiles();
-    else
-        deleted = LXFile::deleteFileAtPath(path);
-    if (!deleted) qWarning("%s", qPrintable(deleted.error().description()));
+    if (auto file = LXAudioFile::open(path)) return (*file)->deleteFiles();
+    return LXFile::deleteFileAtPath(path);
 }
 
 void TWFileEntry::repair() {

@@ -96,7 +96,7 @@ public:
     void moveToPath(const QString& directory) override;
     void copyToPath(const QString& directory, TWEntry* group) override;
     void moveToTrash() override;
-    void deleteFiles() override;
+    LXStatus deleteFiles() override;
     void repair() override; // only when the status is exactly -2
     void openInFinder() override;
     void showInFinder() override;

@@ -173,9 +173,8 @@ void TWFolderEntry::moveToTrash() {
     if (TWEntry* parent = this->parent()) parent->removeEntry(this);
 }
 
-void TWFolderEntry::deleteFiles() {
-    if (const LXStatus deleted = LXFile::deleteFileAtPath(path()); !deleted)
-        qWarning("%s", qPrintable(deleted.error().description()));
+LXStatus TWFolderEntry::deleteFiles() {
+    return LXFile::deleteFileAtPath(path());
 }
 
 void TWFolderEntry::openInFinder() {

@@ -26,7 +26,7 @@ public:
     void moveToPath(const QString& directory) override;
     void copyToPath(const QString& directory, TWEntry* group) override;
     void moveToTrash() override;
-    void deleteFiles() override; // the directory and everything in it, without asking
+    LXStatus deleteFiles() override; // the directory and everything in it, without asking
     void openInFinder() override;
     void showInFinder() override;
 

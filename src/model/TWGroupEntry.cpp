@@ -41,11 +41,6 @@ void TWGroupEntry::refresh() {
         child->refresh();
 }
 
-void TWGroupEntry::deleteFiles() {
-    for (const TWEntryPtr& child : QList<TWEntryPtr>(entries()))
-        child->deleteFiles();
-}
-
 QVariantMap TWGroupEntry::state() const {
     QVariantMap state = TWEntry::state();
     state.insert(QStringLiteral("name"), m_name);

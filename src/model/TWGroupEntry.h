@@ -20,7 +20,6 @@ public:
     QString image() const override { return QStringLiteral("entry_group"); }
 
     void refresh() override;
-    void deleteFiles() override; // deletes the files and folders of every child
 
     QVariantMap state() const override;
     // Rebuilds the children from "entries" (an unknown "Class" is skipped with a warning) and the name.

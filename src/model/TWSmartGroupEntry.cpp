@@ -182,11 +182,6 @@ void TWSmartGroupEntry::queryEnd() {
     TWWorkspace::workspace().reloadEntryAndChildren(this);
 }
 
-void TWSmartGroupEntry::deleteFiles() {
-    for (const TWEntryPtr& child : QList<TWEntryPtr>(entries()))
-        child->deleteFiles();
-}
-
 QVariantMap TWSmartGroupEntry::state() const {
     QVariantMap state = TWEntry::state();
     state.insert(QStringLiteral("name"), m_name);

@@ -50,7 +50,6 @@ public:
     bool isGathering() const;
     void updateProgress(); // the spinner's tick
     void queryEnd();       // the query finished gathering
-    void deleteFiles() override;
 
     QVariantMap state() const override;
     void setState(const QVariantMap& state) override; // then runs the query

@@ -159,10 +159,16 @@ bool TWWorkspace::deleteSelected() {
 
     emit stopPlaybackRequested();
     const QList<TWEntryPtr> selected = m_selectedEntries;
-    bool reloadRoot = false;
+    QList<TWEntryPtr> removed; // held: leaving a parent must not release a row, nor a parent below it, yet
+    QList<TWEntry*> parents;   // each told once, after every deletion, however many of its rows went
+    QStringList failures;
     for (qsizetype i = selected.size() - 1; i >= 0; --i) {
-        const TWEntryPtr entry = selected.at(i); // held: leaving its parent must not release it yet
-        entry->deleteFiles();
+        const TWEntryPtr& entry = selected.at(i);
+        // A row whose file is still there stays, so the list never hides a file that exists.
+        if (const LXStatus deleted = entry->deleteFiles(); !deleted) {
+            failures.append(deleted.error().description());
+            continue;
+        }
         // Every row that stands for the same file goes; a group (no path) is only itself.
         const QString path = entry->path();
         QList<TWEntryPtr> rows = path.isEmpty() ? QList<TWEntryPtr>() : m_rootGroup->entriesWithPath(path);
@@ -170,18 +176,26 @@ bool TWWorkspace::deleteSelected() {
         for (const TWEntryPtr& row : std::as_const(rows)) {
             TWEntry* parent = row->parent();
             if (!parent) continue;
-            parent->removeEntry(row.get());
-            if (dynamic_cast<TWFolderEntry*>(parent)) parent->refresh();
-            if (parent == m_rootGroup.get())
-                reloadRoot = true;
-            else
-                emit entryAndChildrenChanged(parent);
+            removed.append(row);
+            parent->removeEntry(row.get()); // a folder keeps its rows: its refresh below drops them
+            if (!parents.contains(parent)) parents.append(parent);
         }
     }
-    if (reloadRoot) emit entriesReloaded();
+    for (TWEntry* parent : std::as_const(parents)) {
+        if (dynamic_cast<TWFolderEntry*>(parent)) parent->refresh();
+        if (parent != m_rootGroup.get()) emit entryAndChildrenChanged(parent);
+    }
+    if (parents.contains(m_rootGroup.get())) emit entriesReloaded();
     refreshSmartGroupEntries();
     clearSelection();
     updateFilesTableInfoText();
+    if (!failures.isEmpty()) {
+        alert.style = TWAlertStyle::Warning;
+        alert.title = QStringLiteral("Some items could not be deleted.");
+        alert.message = failures.join(u'\n');
+        alert.buttons = {TWLocalizedString(QStringLiteral("OK"))};
+        TWInteraction::current().runAlert(alert);
+    }
     return true;
 }
 

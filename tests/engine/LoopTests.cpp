@@ -4,8 +4,6 @@
 
 #include "lx/LXLevels.h"
 
-#include <unistd.h>
-
 using namespace EngineTest;
 
 namespace {
@@ -180,17 +178,9 @@ TEST_F(Loop, DestinationsAndInstructionsAreConfirmedBeforeAnythingIsTouched) {
     // A folder nobody may write to. Root writes anywhere, except into an immutable folder.
     const QString locked = makeDirectory("locked");
     const TWFileEntryPtr inside = add(ModelTest::writeAudio(locked + "/c.wav"));
-    const bool root = ::geteuid() == 0;
-    const auto lock = [&](bool on) {
-        if (root)
-            TestAudio::runTool("chattr", {on ? "+i" : "-i", locked});
-        else
-            QFile::setPermissions(locked, on ? QFile::ReadOwner | QFile::ExeOwner
-                                             : QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    };
-    lock(true);
+    ModelTest::lockDirectory(locked, true);
     const auto error = run(instructions("TWActionChangeGain", {{"level", -6.0}}), {a, inside});
-    lock(false);
+    ModelTest::lockDirectory(locked, false);
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), LXReadOnlyDestination);
     EXPECT_EQ(error->phase(), TWActionPhase::ConfirmingDestination);

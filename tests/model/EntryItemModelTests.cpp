@@ -103,7 +103,7 @@ TEST_F(EntryItemModelTest, EveryChangeToTheTreeSatisfiesQtsModelCheckerAndPersis
             } else if (random() % 3 == 0 && any) {
                 any->parent()->removeEntry(any.get());
             } else if (random() % 3 == 0 && looseFile) {
-                file->parent()->deleteEntry(file);
+                ASSERT_TRUE(file->parent()->deleteEntry(file));
             } else {
                 ws.setSelectedEntries(some);
                 ws.remove();

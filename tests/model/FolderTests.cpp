@@ -49,7 +49,7 @@ TEST_F(FolderTest, ListsAudioFilesAndSubfoldersInNameOrder) {
     folder->removeEntry(toms.get());
     folder->removeAllEntries();
     EXPECT_EQ(folder->entryCount(), 4);
-    folder->deleteEntry(folder->entryAtIndex(2));
+    ASSERT_TRUE(folder->deleteEntry(folder->entryAtIndex(2)));
     EXPECT_EQ(childNames(*folder), (QStringList{"Empty", "kick.aif", "Toms"}));
     EXPECT_FALSE(QFile::exists(directory + "/snare.wav"));
     TWServerEntry server;
@@ -125,6 +125,6 @@ TEST_F(FolderTest, MoveCopyTrashAndDeleteWorkOnTheWholeDirectory) {
     EXPECT_EQ(root->entryCount(), 0);
     EXPECT_FALSE(QFile::exists(into + "/Kit"));
     EXPECT_TRUE(QFile::exists(qEnvironmentVariable("XDG_DATA_HOME") + "/Trash/files/Kit/a.wav"));
-    group->entryAtIndex(0)->deleteFiles();
+    ASSERT_TRUE(group->entryAtIndex(0)->deleteFiles());
     EXPECT_FALSE(QFile::exists(copies + "/Kit"));
 }

@@ -11,6 +11,8 @@
 #include <QFileInfo>
 #include <QTimer>
 
+#include <unistd.h>
+
 namespace ModelTest {
 
 QString writeAudio(const QString& path, int64_t frames) {
@@ -43,6 +45,18 @@ QString writeDamagedWav(const QString& path) {
     const qsizetype data = whole.indexOf("data");
     EXPECT_GT(data, 0);
     return writeBytes(path, whole.left(data));
+}
+
+void lockDirectory(const QString& path, bool locked) {
+    if (::geteuid() == 0) {
+        int status = -1;
+        TestAudio::runTool("chattr", {locked ? "+i" : "-i", path}, &status);
+        EXPECT_EQ(status, 0) << "chattr on " << path.toStdString();
+    } else {
+        EXPECT_TRUE(
+            QFile::setPermissions(path, locked ? QFile::ReadOwner | QFile::ExeOwner
+                                               : QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
 }
 
 bool runUntil(const std::function<bool()>& condition, int timeoutMs) {

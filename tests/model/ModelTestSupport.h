@@ -35,6 +35,10 @@ bool runUntil(const std::function<bool()>& condition, int timeoutMs = 30000);
 // A WAV with a format chunk and no audio chunk: the framework calls it damaged.
 QString writeDamagedWav(const QString& path);
 
+// Makes a folder one in which nothing can be made, renamed or deleted, or undoes that. Root writes anywhere,
+// except into an immutable folder (chattr +i), so root gets that instead of a mode.
+void lockDirectory(const QString& path, bool locked);
+
 // One line per entry below `entry`, depth first: "  TWFileEntry /tmp/x/a.wav", "TWGroupEntry Drums".
 QStringList describeTree(const TWEntry& entry, int depth = 0);
 

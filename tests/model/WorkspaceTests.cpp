@@ -150,7 +150,8 @@ TEST_F(WorkspaceTest, ALargeTreeSurvivesSavingAndLoading) {
     workspace().loadEntries();
     ASSERT_TRUE(waitForSmartGroups());
     EXPECT_EQ(ModelTest::describeTree(root()), before);
-    EXPECT_EQ(root().entriesOfClass<TWSmartGroupEntry>().first()->queryText().value(), smart->queryText().value());
+    EXPECT_EQ(root().entriesOfClass<TWSmartGroupEntry>().first()->queryText().value(),
+              smart->queryText().value());
     // Statuses come back from the files, not from the stored tree.
     for (const TWFileEntryPtr& entry : workspace().fileEntries())
         EXPECT_EQ(entry->status(), TWStatus::Ready) << entry->path().toStdString();
@@ -348,6 +349,36 @@ TEST_F(WorkspaceTest, DeleteAsksFirstTrashDoesNotAndBothRemoveTheRows) {
     EXPECT_EQ(g2->entryCount(), 0);
     EXPECT_TRUE(workspace().selectedEntries().isEmpty());
     EXPECT_EQ(m_interaction.alerts().size(), 2);
+}
+
+TEST_F(WorkspaceTest, DeleteKeepsTheRowOfAFileThatStaysAndRefreshesEachFolderOnce) {
+    const QString folderPath = makeDirectory(QStringLiteral("f"));
+    for (const char* name : {"/x.wav", "/y.wav", "/z.wav"})
+        writeAudio(folderPath + QLatin1String(name));
+    auto f = TWFolderEntry::create(folderPath);
+    root().addEntry(f);
+    const QString locked = makeDirectory(QStringLiteral("locked"));
+    auto kept = file(QStringLiteral("locked/k.wav"));
+    int folderChanges = 0;
+    QObject::connect(&workspace(), &TWWorkspace::entryAndChildrenChanged, &workspace(),
+                     [&](TWEntry* entry) { folderChanges += entry == f.get(); });
+
+    workspace().setSelectedEntries({f->entryAtIndex(0), f->entryAtIndex(1), kept});
+    m_interaction.answerAlerts({0, 0});
+    ModelTest::lockDirectory(locked, true);
+    EXPECT_TRUE(workspace().deleteSelected());
+    ModelTest::lockDirectory(locked, false);
+    QObject::disconnect(&workspace(), &TWWorkspace::entryAndChildrenChanged, &workspace(), nullptr);
+
+    EXPECT_TRUE(QFile::exists(kept->path()));
+    EXPECT_EQ(ModelTest::describeTree(root()),
+              (QStringList{"TWFolderEntry " + folderPath, "  TWFileEntry " + folderPath + "/z.wav",
+                           "TWFileEntry " + kept->path()}));
+    EXPECT_EQ(folderChanges, 1);
+    ASSERT_EQ(m_interaction.alerts().size(), 2);
+    EXPECT_EQ(m_interaction.alerts().at(1).title, QStringLiteral("Some items could not be deleted."));
+    EXPECT_TRUE(m_interaction.alerts().at(1).message.startsWith("'k.wav': Cannot delete the file"))
+        << m_interaction.alerts().at(1).message.toStdString();
 }
 
 TEST_F(WorkspaceTest, RenamingAFolderMovesItsDirectoryAndConvertingItKeepsThePlaceAndTheChildren) {
