@@ -9,6 +9,10 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+bool LXIsTemporaryFileName(const QString& name) {
+    return name.startsWith(u'.') && name.endsWith(QLatin1String(LXAudioFileWriter::kTemporarySuffix));
+}
+
 LXResult<LXTemporaryFile> LXCreateTemporaryFile(const QString& directory, const QString& baseName) {
     for (int attempt = 0; attempt < 100; ++attempt) {
         const QString path = QStringLiteral("%1/.%2.%3%4")

@@ -15,3 +15,5 @@ struct LXTemporaryFile {
 };
 
 LXResult<LXTemporaryFile> LXCreateTemporaryFile(const QString& directory, const QString& baseName);
+// Whether a file name (no folder) is of that pattern, a writer's at work or one a killed writer left.
+bool LXIsTemporaryFileName(const QString& name);

@@ -7,6 +7,7 @@
 
 #include "lx/LXAudioFilename.h"
 #include "lx/LXFile.h"
+#include "lx/LXTemporaryFile.h"
 #include "lx/LXWaveformCache.h"
 
 #include <QDir>
@@ -99,7 +100,9 @@ void TWFolderEntry::refresh() {
     }
     m_status.store(0.0f, std::memory_order_relaxed);
     const TWReadingFolder reading(*this);
-    const QStringList names = isDirectory ? LXFile::contentsOfDirectoryAtPath(path) : QStringList();
+    QStringList names = isDirectory ? LXFile::contentsOfDirectoryAtPath(path) : QStringList();
+    // A writer's file is no row of its own, neither while it writes nor after it was killed.
+    names.removeIf(LXIsTemporaryFileName);
 
     QSet<QString> childPaths;
     for (const TWEntryPtr& child : entries())

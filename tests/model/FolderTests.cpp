@@ -6,8 +6,12 @@
 #include "model/TWLocalizedStrings.h"
 #include "model/TWServerEntry.h"
 
+#include "lx/LXTemporaryFile.h"
+
 #include <QDir>
 #include <QFile>
+
+#include <unistd.h>
 
 using ModelTest::writeAudio;
 
@@ -55,6 +59,19 @@ TEST_F(FolderTest, ListsAudioFilesAndSubfoldersInNameOrder) {
     TWServerEntry server;
     server.addEntry(TWFileEntry::create(path("c.wav")));
     EXPECT_EQ(server.entryCount(), 0);
+}
+
+TEST_F(FolderTest, HidesTheTemporaryFilesOfWritersAtWorkOrKilled) {
+    const QString directory = makeDirectory(QStringLiteral("Takes"));
+    QFile whole(writeAudio(directory + "/a.wav"));
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    const QByteArray audio = whole.readAll();
+    auto writing = LXCreateTemporaryFile(directory, QStringLiteral("a.wav"));
+    ASSERT_TRUE(writing);
+    ASSERT_EQ(::write(writing->lock.get(), audio.constData(), size_t(audio.size())), audio.size());
+    ASSERT_TRUE(QFile::copy(writing->path, directory + "/.b.wav.0badf00d.cwtmp")); // a killed run's
+
+    EXPECT_EQ(childNames(*TWFolderEntry::create(directory)), QStringList{"a.wav"});
 }
 
 TEST_F(FolderTest, RefreshFollowsTheDiskAndAMissingFolderComesBack) {
