@@ -14,8 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 TEST(Info, JsonNamesTheFormatAndGivesLevelsInDecibels) {
@@ -102,14 +100,7 @@ TEST(Info, ARewriteThatKeepsSizeAndTimeIsAnalysedAgain) {
                                            {"synth", "0.5", "sine", "440", "vol", "0.125"})); // -18.06 dB
     ASSERT_EQ(runner.run({"info", take}).exitCode, 0);
 
-    struct stat before {};
-    ASSERT_EQ(::stat(QFile::encodeName(take).constData(), &before), 0);
-    QFile file(take);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    ASSERT_EQ(file.write(readBytes(quieter)), before.st_size);
-    file.close();
-    const struct timespec times[2] = {before.st_atim, before.st_mtim};
-    ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(take).constData(), times, 0), 0);
+    ASSERT_TRUE(TestAudio::rewriteKeepingTimes(take, quieter));
 
     const auto result = runner.run({"normalize", "--level", "-1", take});
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();

@@ -17,9 +17,6 @@
 #include <cmath>
 #include <thread>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 using ModelTest::writeAudio;
 using ModelTest::writeBytes;
 
@@ -151,11 +148,7 @@ TEST_F(FileEntryTest, AnalysisStoresLevelsAndAnOverviewUnlessStopped) {
     quieter.frames = 44100 * 4;
     quieter.amplitude = 0.125;
     ASSERT_TRUE(TestAudio::write(path("quieter.wav"), quieter));
-    struct stat before {};
-    ASSERT_EQ(::stat(QFile::encodeName(entry->path()).constData(), &before), 0);
-    ASSERT_TRUE(QFile::remove(entry->path()) && QFile::copy(path("quieter.wav"), entry->path()));
-    const struct timespec times[2] = {before.st_atim, before.st_mtim};
-    ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(entry->path()).constData(), times, 0), 0);
+    ASSERT_TRUE(TestAudio::rewriteKeepingTimes(entry->path(), path("quieter.wav")));
     entry->refresh();
     EXPECT_EQ(entry->status(), TWStatus::Ready);
     ASSERT_TRUE(entry->analyze());

@@ -164,6 +164,16 @@ LXResult<QString> write(const QString& path, const Sound& sound) {
     return name.pathForChannel(0);
 }
 
+bool rewriteKeepingTimes(const QString& path, const QString& from) {
+    int status = -1;
+    runTool("sh",
+            {"-c",
+             R"(touch -r "$1" "$1.times" && cat "$2" > "$1" && touch -r "$1.times" "$1" && rm "$1.times")",
+             "sh", path, from},
+            &status);
+    return status == 0;
+}
+
 QString runTool(const QString& program, const QStringList& args, int* exitCode, QString* standardError) {
     QProcess process;
     process.start(program, args, QIODevice::ReadOnly);

@@ -94,6 +94,10 @@ QMap<QString, QString> tagsWithFfprobe(const QString& path);
 QString runTool(const QString& program, const QStringList& args, int* exitCode = nullptr,
                 QString* standardError = nullptr);
 
+// Rewrites the file in place with the bytes of `from` and sets its times back (touch -r), as another program
+// may: the same inode, and the same modification time to the nanosecond.
+bool rewriteKeepingTimes(const QString& path, const QString& from);
+
 // Whether a program is on PATH: tests that need one skip with a message when it is missing.
 bool haveTool(const QString& program);
 
