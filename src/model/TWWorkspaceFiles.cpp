@@ -159,8 +159,9 @@ bool TWWorkspace::deleteSelected() {
 
     emit stopPlaybackRequested();
     const QList<TWEntryPtr> selected = m_selectedEntries;
-    QList<TWEntryPtr> removed; // held: leaving a parent must not release a row, nor a parent below it, yet
-    QList<TWEntry*> parents;   // each told once, after every deletion, however many of its rows went
+    // Each parent is told once, after every deletion, however many of its rows went; held, so that a
+    // parent that leaves the tree as a deleted row itself is still there to be told.
+    QList<TWEntryPtr> parents;
     QStringList failures;
     for (qsizetype i = selected.size() - 1; i >= 0; --i) {
         const TWEntryPtr& entry = selected.at(i);
@@ -174,18 +175,17 @@ bool TWWorkspace::deleteSelected() {
         QList<TWEntryPtr> rows = path.isEmpty() ? QList<TWEntryPtr>() : m_rootGroup->entriesWithPath(path);
         if (!rows.contains(entry)) rows.append(entry);
         for (const TWEntryPtr& row : std::as_const(rows)) {
-            TWEntry* parent = row->parent();
+            const TWEntryPtr parent = row->parent() ? row->parent()->weak_from_this().lock() : nullptr;
             if (!parent) continue;
-            removed.append(row);
             parent->removeEntry(row.get()); // a folder keeps its rows: its refresh below drops them
             if (!parents.contains(parent)) parents.append(parent);
         }
     }
-    for (TWEntry* parent : std::as_const(parents)) {
-        if (dynamic_cast<TWFolderEntry*>(parent)) parent->refresh();
-        if (parent != m_rootGroup.get()) emit entryAndChildrenChanged(parent);
+    for (const TWEntryPtr& parent : std::as_const(parents)) {
+        if (dynamic_cast<TWFolderEntry*>(parent.get())) parent->refresh();
+        if (parent != m_rootGroup) emit entryAndChildrenChanged(parent.get());
     }
-    if (parents.contains(m_rootGroup.get())) emit entriesReloaded();
+    if (parents.contains(m_rootGroup)) emit entriesReloaded();
     refreshSmartGroupEntries();
     clearSelection();
     updateFilesTableInfoText();
