@@ -6,9 +6,6 @@
 #include "lx/LXFile.h"
 #include "lx/LXWaveformCache.h"
 
-#include "lx/LXFileDescriptor.h"
-
-#include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
 
@@ -17,8 +14,6 @@
 #include <cerrno>
 #include <chrono>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -98,25 +93,13 @@ LXResult<QString> TWSaveInfo::copyPathToUndo(const QString& path) {
 }
 
 QString TWSaveInfo::stampOf(const QString& path) {
-    LXFileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
-    struct stat st;
-    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0) return {};
-    // The ends of a file change with nearly every edit (headers, chunks at the end, the audio), and
-    // reading them costs the same for a short file and a long one.
-    constexpr off_t kEnd = 65536;
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    QByteArray buffer(kEnd, Qt::Uninitialized);
-    for (const off_t offset : {off_t(0), std::max(kEnd, off_t(st.st_size) - kEnd)}) {
-        if (offset >= st.st_size && offset > 0) break;
-        const ssize_t n = ::pread(fd.get(), buffer.data(), size_t(kEnd), offset);
-        if (n < 0) return {};
-        hash.addData(QByteArrayView(buffer.constData(), n));
-    }
-    return QStringLiteral("%1:%2.%3:%4")
-        .arg(qint64(st.st_size))
-        .arg(qint64(st.st_mtim.tv_sec))
-        .arg(qint64(st.st_mtim.tv_nsec), 9, 10, QLatin1Char('0'))
-        .arg(QString::fromLatin1(hash.result().toHex().left(16)));
+    const std::optional<LXFile::LXFileVersion> version = LXFile::versionOfPath(path);
+    const QByteArray fingerprint = LXFile::fingerprintOfPath(path);
+    if (!version || fingerprint.isEmpty()) return {};
+    return QStringLiteral("%1:%2:%3")
+        .arg(qint64(version->size))
+        .arg(qint64(version->modifiedNs))
+        .arg(QString::fromLatin1(fingerprint.toHex().left(16)));
 }
 
 void TWSaveInfo::stampCurrentFrom(const QStringList& paths) {

@@ -31,7 +31,7 @@ public:
     static QString undoName(const QString& path, double microseconds);
 
     // What the files at the current paths were when this record was made: size, modification time and a
-    // hash of their first and last 64 KiB. A file that no longer matches was changed by someone else.
+    // fingerprint (LXFile::fingerprintOfPath). A file that no longer matches was changed by someone else.
     const QStringList& currentStamps() const { return m_stamps; }
     void stampCurrentFrom(const QStringList& paths); // the files that take the current paths
     static QString stampOf(const QString& path);     // empty when the file is missing

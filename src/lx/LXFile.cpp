@@ -4,6 +4,7 @@
 #include "lx/LXFileDescriptor.h"
 
 #include <QDir>
+#include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
 #include <QUrl>
@@ -399,6 +400,16 @@ std::optional<LXFileVersion> versionOfPath(const QString& path) {
                          int64_t(st.st_size),
                          nanoseconds(st.st_mtim),
                          nanoseconds(st.st_ctim)};
+}
+
+QByteArray fingerprintOfPath(const QString& path) {
+    constexpr qint64 kEnd = 64 * 1024;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    hash.addData(file.read(kEnd));
+    if (file.size() > kEnd && file.seek(std::max(kEnd, file.size() - kEnd))) hash.addData(file.read(kEnd));
+    return hash.result();
 }
 
 int64_t linkCountAtPath(const QString& path) {

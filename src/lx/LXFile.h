@@ -54,6 +54,10 @@ struct LXFileVersion {
     bool operator==(const LXFileVersion&) const = default;
 };
 std::optional<LXFileVersion> versionOfPath(const QString& path); // following links; nullopt when missing
+// A hash of the file's first and last 64 KiB: nearly every edit of a sound file touches one of them (its
+// header, chunks at the end, the audio), and it costs the same for a short file and a long one. Empty
+// when the file cannot be read.
+QByteArray fingerprintOfPath(const QString& path);
 int64_t linkCountAtPath(const QString& path);                    // hard links, following symbolic ones
 // Where a symbolic link finally leads, as an absolute path; the path itself when it is no link or
 // leads nowhere.

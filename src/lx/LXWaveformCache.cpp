@@ -10,7 +10,6 @@
 namespace {
 constexpr quint32 kMagic = 0x43575746; // "CWWF"
 constexpr quint32 kVersion = 2;        // 2: the stamp replaced size and modification date
-constexpr qint64 kFingerprintBytes = 64 * 1024;
 
 // The same file, whatever its change time says.
 bool sameFile(const LXFile::LXFileVersion& a, const LXFile::LXFileVersion& b) {
@@ -41,14 +40,10 @@ struct LXWaveformCache::Entry {
 
 std::optional<LXWaveformCache::Stamp> LXWaveformCache::stampOfPath(const QString& path) {
     const std::optional<LXFile::LXFileVersion> version = LXFile::versionOfPath(path);
-    QFile file(path);
-    if (!version || !file.open(QIODevice::ReadOnly)) return std::nullopt;
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    hash.addData(file.read(kFingerprintBytes));
-    if (version->size > kFingerprintBytes &&
-        file.seek(std::max(kFingerprintBytes, version->size - kFingerprintBytes)))
-        hash.addData(file.read(kFingerprintBytes));
-    return Stamp{*version, hash.result()};
+    if (!version) return std::nullopt;
+    QByteArray fingerprint = LXFile::fingerprintOfPath(path);
+    if (fingerprint.isEmpty()) return std::nullopt;
+    return Stamp{*version, std::move(fingerprint)};
 }
 
 LXWaveformCache& LXWaveformCache::shared() {
