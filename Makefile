@@ -5,7 +5,7 @@ PRESET ?= default
 BUILD := build/$(PRESET)
 JOBS ?= $(shell nproc)
 
-.PHONY: setup build demo test bench fuzz corpus clean
+.PHONY: setup build demo test bench fuzz corpus inplace-corpus clean
 
 setup:
 	@scripts/setup.sh
@@ -32,6 +32,9 @@ corpus: setup
 	cmake --preset asan > /dev/null
 	cmake --build --preset asan -j $(JOBS) --target clipwright
 	scripts/corpus.sh build/asan/app/clipwright
+
+inplace-corpus: build
+	scripts/inplace-corpus.sh $(BUILD)/app/clipwright
 
 clean:
 	rm -rf build

@@ -44,6 +44,8 @@ public:
 LXResult<std::unique_ptr<LXAudioReader>> LXOpenSndfileReader(const QString& path);
 LXResult<std::unique_ptr<LXAudioSink>> LXCreateSndfileSink(const QString& path,
                                                            const LXStreamDescription& desc);
+// Whether libsndfile can write that container, codec, sample size, rate and channel count.
+bool LXSndfileCanWrite(const LXStreamDescription& desc);
 
 // Our own code: WAV (RIFF, RIFX, RF64, BW64) and AIFF/AIFC.
 LXResult<std::unique_ptr<LXAudioReader>> LXOpenPcmReader(const QString& path);

@@ -21,6 +21,7 @@ namespace {
 
 constexpr int64_t kSampleBufferFrames = 4096;
 std::atomic<bool> g_retainUnrecognizedData{true};
+std::atomic<bool> g_acceptReencoding{false};
 
 bool isAiff(uint32_t format) {
     return format == LXFormat::AIFF || format == LXFormat::AIFC;
@@ -33,6 +34,23 @@ void LXAudioFileWriter::setRetainUnrecognizedDataDefault(bool retain) {
 }
 bool LXAudioFileWriter::retainUnrecognizedDataDefault() {
     return g_retainUnrecognizedData;
+}
+void LXAudioFileWriter::setAcceptReencodingDefault(bool accept) {
+    g_acceptReencoding = accept;
+}
+
+bool LXAudioFileWriter::canWrite(const LXStreamDescription& desc) {
+    if (LXFormat::isNative(desc.format) && desc.codec == LXCodec::None) return true;
+    return LXSndfileCanWrite(desc);
+}
+
+std::optional<QString> LXAudioFileWriter::reencodingOf(const LXStreamDescription& source) {
+    LXStreamDescription desc = source;
+    if (desc.format == LXFormat::RF64) desc.format = LXFormat::WAVE;
+    if (canWrite(desc)) return std::nullopt;
+    QString what = LXFormat::name(desc.format);
+    if (desc.codec != LXCodec::None) what += QStringLiteral(" (%1)").arg(LXCodecName(desc.codec));
+    return what;
 }
 
 LXAudioFileWriter::LXAudioFileWriter(const QString& directory)
@@ -54,11 +72,20 @@ LXAudioFileWriter::LXAudioFileWriter(const LXAudioFile& source)
         m_tagSourcePath = source.path();
         m_sourceMetadata = source.metadata();
     }
+    // The name's extension stays as it is (".aiff", ".oga", an ".mp3" that holds FLAC) while the format
+    // does; a file without one keeps none.
+    if (source.isInterleaved()) m_sourceExtension = QFileInfo(source.path()).suffix();
     if (!m_desc.encoding.isFloat() && m_desc.encoding.bytes > 4)
         m_desc.encoding = LXSampleEncoding::pcm(32, m_desc.encoding.bigEndian); // the widest we write
     // Containers we write but not read natively keep their format; others become what they are.
     if (m_desc.format == LXFormat::RF64)
         m_desc.format = LXFormat::WAVE; // grows back into RF64 by itself when it needs to
+    // A codec this build cannot write back (MPEG Layer 2, say) is decoded into the container's plain
+    // samples only when the user accepted it; otherwise the writer fails when it opens, naming the codec.
+    if (g_acceptReencoding && !canWrite(m_desc)) {
+        m_desc.codec = LXCodec::None;
+        m_desc.bitRate = 0;
+    }
 }
 
 LXAudioFileWriter::~LXAudioFileWriter() {
@@ -70,6 +97,8 @@ LXAudioFileWriter::~LXAudioFileWriter() {
 void LXAudioFileWriter::setFormat(uint32_t format) {
     if (format == m_desc.format) return;
     m_desc.format = format;
+    m_desc.codec = LXCodec::None; // another container takes plain samples, unless told otherwise
+    m_desc.bitRate = 0;
     // Each container has its natural byte order; a RIFX source converted to AIFF and back is
     // little-endian again.
     m_desc.encoding.bigEndian = isAiff(format);
@@ -79,6 +108,9 @@ void LXAudioFileWriter::setFormat(uint32_t format) {
 }
 
 QString LXAudioFileWriter::formatExtension() const {
+    const bool sameFormat = m_sourceFormat == m_desc.format ||
+                            (m_sourceFormat == LXFormat::RF64 && m_desc.format == LXFormat::WAVE);
+    if (m_sourceExtension && sameFormat) return *m_sourceExtension;
     return LXFormat::extension(m_desc.format);
 }
 
@@ -87,11 +119,13 @@ void LXAudioFileWriter::setRate(double rate) {
 }
 
 void LXAudioFileWriter::setDepth(int bits) {
+    m_desc.codec = LXCodec::None;
     m_desc.encoding = LXSampleEncoding::pcm(bits, isAiff(m_desc.format) || m_desc.encoding.bigEndian,
                                             bits == 8 && !isAiff(m_desc.format));
 }
 
 void LXAudioFileWriter::setFloat(int bits) {
+    m_desc.codec = LXCodec::None;
     m_desc.encoding = LXSampleEncoding::ieeeFloat(bits, isAiff(m_desc.format) || m_desc.encoding.bigEndian);
 }
 
@@ -122,8 +156,10 @@ LXStatus LXAudioFileWriter::openSinks() {
         if (!temp) return temp.error();
         m_tempPaths.append(temp->path);
         m_tempLocks.push_back(std::move(temp->lock));
-        auto sink = LXFormat::isNative(desc.format) ? LXCreatePcmSink(temp->path, desc)
-                                                    : LXCreateSndfileSink(temp->path, desc);
+        // Compressed WAV and AIFF (mu-law, ADPCM, GSM, ...) go through libsndfile, which encodes them.
+        auto sink = LXFormat::isNative(desc.format) && desc.codec == LXCodec::None
+                        ? LXCreatePcmSink(temp->path, desc)
+                        : LXCreateSndfileSink(temp->path, desc);
         if (!sink) return sink.error();
         m_sinks.push_back(std::move(*sink));
     }

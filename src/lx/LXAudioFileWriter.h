@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class LXAudioFile;
@@ -34,6 +35,14 @@ public:
     // Global default for setWriteUnusedChunks, from the user's "Retain Unrecognized Data".
     static void setRetainUnrecognizedDataDefault(bool retain);
     static bool retainUnrecognizedDataDefault();
+    // Global: a writer made from a source whose codec cannot be written back re-encodes it into the
+    // container's plain samples (false: it refuses to write). The command line's --accept-reencode.
+    static void setAcceptReencodingDefault(bool accept);
+    // Whether this build writes that container with that codec, sample size, rate and channels.
+    static bool canWrite(const LXStreamDescription& desc);
+    // The container and codec of a source that a writer mirroring it cannot write back, in words
+    // ("MPEG Layer 3 (MPEG Layer 2)"); nothing when it can.
+    static std::optional<QString> reencodingOf(const LXStreamDescription& source);
 
     void setFormat(uint32_t format);
     void setRate(double rate);
@@ -117,6 +126,7 @@ private:
     // changed from the source's wins.
     QString m_tagSourcePath; // empty when the source has no tags of that kind
     LXMetadata m_sourceMetadata;
+    std::optional<QString> m_sourceExtension;     // the source's own, kept while the format is the same
     bool m_writeUnusedChunks = true;
     bool m_writeAnalysis = true;
     bool m_discarding = false;

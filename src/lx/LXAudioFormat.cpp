@@ -52,6 +52,19 @@ bool isNative(uint32_t format) {
 
 } // namespace LXFormat
 
+QString LXCodecName(LXCodec codec) {
+    static const char* const names[] = {"PCM",       "mu-law",     "A-law",        "IMA ADPCM",    "MS ADPCM",
+                                        "GSM 6.10",  "G.721",      "G.723 24 kb/s", "G.723 40 kb/s", "DWVW",
+                                        "DPCM",      "NMS ADPCM",  "VOX ADPCM",    "ALAC",         "Vorbis",
+                                        "Opus",      "MPEG Layer 1", "MPEG Layer 2", "MPEG Layer 3"};
+    return QString::fromLatin1(names[size_t(codec)]);
+}
+
+bool LXCodecIsLossy(LXCodec codec) {
+    return codec == LXCodec::Vorbis || codec == LXCodec::Opus || codec == LXCodec::MpegLayer1 ||
+           codec == LXCodec::MpegLayer2 || codec == LXCodec::MpegLayer3;
+}
+
 LXSampleEncoding LXSampleEncoding::pcm(int bits, bool bigEndian, bool unsigned8) {
     LXSampleEncoding e;
     e.type = (bits == 8 && unsigned8) ? Type::UnsignedInt : Type::SignedInt;

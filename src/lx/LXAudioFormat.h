@@ -42,10 +42,38 @@ struct LXSampleEncoding {
     static LXSampleEncoding ieeeFloat(int bits, bool bigEndian);
 };
 
+// A compressed encoding of the samples, where the file has one: the encoding then says what the samples
+// decode to. Kept apart from the container, as one container holds several (WAV holds mu-law, GSM, ...).
+enum class LXCodec : uint8_t {
+    None, // integers or floats as they are
+    ULaw,
+    ALaw,
+    ImaAdpcm,
+    MsAdpcm,
+    Gsm610,
+    G721,
+    G723_24,
+    G723_40,
+    Dwvw,
+    Dpcm,
+    NmsAdpcm,
+    VoxAdpcm,
+    Alac,
+    Vorbis,
+    Opus,
+    MpegLayer1,
+    MpegLayer2,
+    MpegLayer3,
+};
+QString LXCodecName(LXCodec codec); // "mu-law", "IMA ADPCM", "Opus", ...
+bool LXCodecIsLossy(LXCodec codec); // one whose quality is set by a bit rate (Vorbis, Opus, MPEG)
+
 // What a file holds, as a reader found it or a writer will make it.
 struct LXStreamDescription {
     uint32_t format = LXFormat::Unknown;
     LXSampleEncoding encoding;
+    LXCodec codec = LXCodec::None;
+    int bitRate = 0; // lossy codecs: the average bits per second of the audio (0: the encoder's default)
     double rate = 44100.0;
     int channels = 1;
     int64_t frames = 0;

@@ -48,9 +48,15 @@ public:
     PcmReader(LXFileDescriptor fd, LXPcmLayout layout, QString path)
         : m_fd(std::move(fd)), m_layout(std::move(layout)), m_path(std::move(path)) {
         const bool wave = m_layout.container != LXContainer::Aiff && m_layout.container != LXContainer::Aifc;
-        m_annotations = wave ? LXWaveChunks::decode(m_layout.chunks, m_layout.desc.rate,
-                                                    m_layout.container == LXContainer::Rifx)
+        const bool bigEndian = m_layout.container == LXContainer::Rifx;
+        m_annotations = wave ? LXWaveChunks::decode(m_layout.chunks, m_layout.desc.rate, bigEndian)
                              : LXAiffChunks::decode(m_layout.chunks, m_layout.desc.rate);
+        LXChunkOrigin& origin = m_annotations.origin;
+        origin.decoded = std::make_shared<const LXAnnotations>(m_annotations);
+        origin.chunks = std::move(m_layout.chunks);
+        origin.rate = m_layout.desc.rate;
+        origin.aiff = !wave;
+        origin.bigEndian = wave ? bigEndian : true;
         m_layout.chunks.clear();
     }
 

@@ -7,6 +7,7 @@
 #include "lx/LXWaveChunks.h"
 
 #include <QFile>
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cmath>
@@ -84,10 +85,7 @@ public:
         const int64_t dataBytes = m_frames * m_blockAlign;
         ByteWriter tail(m_aiff || m_desc.encoding.bigEndian);
         if (dataBytes & 1) tail.zeros(1);
-        const QList<LXChunk> chunks =
-            m_aiff ? LXAiffChunks::encode(annotations, m_desc.rate, retainUnknownChunks)
-                   : LXWaveChunks::encode(annotations, m_desc.rate, m_desc.encoding.bigEndian,
-                                          retainUnknownChunks);
+        const QList<LXChunk> chunks = encodeChunks(annotations, retainUnknownChunks);
         for (const LXChunk& chunk : chunks) {
             tail.bytes(chunk.id.leftJustified(4, ' ', true));
             tail.u32(uint32_t(chunk.data.size()));
@@ -185,6 +183,31 @@ private:
         w.id("data");
         w.u32(rf64 ? 0xFFFFFFFF : uint32_t(dataBytes));
         return w.data();
+    }
+
+    QList<LXChunk> encode(const LXAnnotations& annotations, double rate, bool retainUnknownChunks) const {
+        return m_aiff ? LXAiffChunks::encode(annotations, rate, retainUnknownChunks)
+                      : LXWaveChunks::encode(annotations, rate, m_desc.encoding.bigEndian, retainUnknownChunks);
+    }
+
+    // The annotations' chunks, each one that encodes as the source's annotations did taken as the source
+    // stored it. Chunks are matched by id (and list type); an id the source holds twice is written anew.
+    QList<LXChunk> encodeChunks(const LXAnnotations& annotations, bool retainUnknownChunks) const {
+        QList<LXChunk> chunks = encode(annotations, m_desc.rate, retainUnknownChunks);
+        const LXChunkOrigin& origin = annotations.origin;
+        if (!origin.decoded || origin.aiff != m_aiff || origin.bigEndian != (m_aiff || m_desc.encoding.bigEndian))
+            return chunks;
+        const auto key = [](const LXChunk& c) { return c.id == "LIST" ? c.id + c.data.left(4) : c.id; };
+        const QList<LXChunk> asRead = encode(*origin.decoded, origin.rate, false);
+        for (LXChunk& chunk : chunks) {
+            const auto same = [&](const LXChunk& c) { return key(c) == key(chunk); };
+            if (std::count_if(origin.chunks.begin(), origin.chunks.end(), same) != 1 ||
+                std::count_if(asRead.begin(), asRead.end(), same) != 1)
+                continue;
+            if (*std::find_if(asRead.begin(), asRead.end(), same) == chunk)
+                chunk = *std::find_if(origin.chunks.begin(), origin.chunks.end(), same);
+        }
+        return chunks;
     }
 
     QByteArray aiffHeader(int64_t total, int64_t dataBytes) const {

@@ -169,6 +169,48 @@ LXSampleEncoding encodingOf(int sfFormat) {
     }
 }
 
+// libsndfile's compressed subtypes and the codec each is. Several subtypes of one codec differ in the
+// sample size they decode to (DWVW, DPCM, NMS ADPCM, ALAC); a writer picks the one whose size matches.
+struct CodecSubtype {
+    int subtype;
+    LXCodec codec;
+};
+constexpr CodecSubtype kCodecSubtypes[] = {
+    {SF_FORMAT_ULAW, LXCodec::ULaw},
+    {SF_FORMAT_ALAW, LXCodec::ALaw},
+    {SF_FORMAT_IMA_ADPCM, LXCodec::ImaAdpcm},
+    {SF_FORMAT_MS_ADPCM, LXCodec::MsAdpcm},
+    {SF_FORMAT_GSM610, LXCodec::Gsm610},
+    {SF_FORMAT_G721_32, LXCodec::G721},
+    {SF_FORMAT_G723_24, LXCodec::G723_24},
+    {SF_FORMAT_G723_40, LXCodec::G723_40},
+    {SF_FORMAT_DWVW_16, LXCodec::Dwvw},
+    {SF_FORMAT_DWVW_12, LXCodec::Dwvw},
+    {SF_FORMAT_DWVW_24, LXCodec::Dwvw},
+    {SF_FORMAT_DWVW_N, LXCodec::Dwvw},
+    {SF_FORMAT_DPCM_16, LXCodec::Dpcm},
+    {SF_FORMAT_DPCM_8, LXCodec::Dpcm},
+    {SF_FORMAT_NMS_ADPCM_16, LXCodec::NmsAdpcm},
+    {SF_FORMAT_NMS_ADPCM_24, LXCodec::NmsAdpcm},
+    {SF_FORMAT_NMS_ADPCM_32, LXCodec::NmsAdpcm},
+    {SF_FORMAT_VOX_ADPCM, LXCodec::VoxAdpcm},
+    {SF_FORMAT_ALAC_16, LXCodec::Alac},
+    {SF_FORMAT_ALAC_20, LXCodec::Alac},
+    {SF_FORMAT_ALAC_24, LXCodec::Alac},
+    {SF_FORMAT_ALAC_32, LXCodec::Alac},
+    {SF_FORMAT_VORBIS, LXCodec::Vorbis},
+    {SF_FORMAT_OPUS, LXCodec::Opus},
+    {SF_FORMAT_MPEG_LAYER_I, LXCodec::MpegLayer1},
+    {SF_FORMAT_MPEG_LAYER_II, LXCodec::MpegLayer2},
+    {SF_FORMAT_MPEG_LAYER_III, LXCodec::MpegLayer3},
+};
+
+LXCodec codecOf(int sfFormat) {
+    for (const CodecSubtype& c : kCodecSubtypes)
+        if (c.subtype == (sfFormat & SF_FORMAT_SUBMASK)) return c.codec;
+    return LXCodec::None;
+}
+
 // 32-bit integers lose their low bits in a float: libsndfile must convert them through double.
 bool needsDouble(int sfFormat) {
     const int sub = sfFormat & SF_FORMAT_SUBMASK;
@@ -202,8 +244,18 @@ int majorFormatFor(uint32_t format) {
     }
 }
 
-int subtypeFor(uint32_t format, int major, const LXSampleEncoding& e) {
-    if (major == SF_FORMAT_OGG) return format == LXFormat::Opus ? SF_FORMAT_OPUS : SF_FORMAT_VORBIS;
+int subtypeFor(const LXStreamDescription& desc, int major) {
+    const LXSampleEncoding& e = desc.encoding;
+    if (desc.codec != LXCodec::None) {
+        int first = 0;
+        for (const CodecSubtype& c : kCodecSubtypes) {
+            if (c.codec != desc.codec) continue;
+            if (encodingOf(c.subtype).bits == e.bits) return c.subtype;
+            if (first == 0) first = c.subtype;
+        }
+        return first;
+    }
+    if (major == SF_FORMAT_OGG) return desc.format == LXFormat::Opus ? SF_FORMAT_OPUS : SF_FORMAT_VORBIS;
     if (major == SF_FORMAT_MPEG) return SF_FORMAT_MPEG_LAYER_III;
     if (e.isFloat()) return e.bits == 32 ? SF_FORMAT_FLOAT : e.bits == 64 ? SF_FORMAT_DOUBLE : 0;
     switch (e.bits) {
@@ -223,7 +275,9 @@ int subtypeFor(uint32_t format, int major, const LXSampleEncoding& e) {
     }
 }
 
-QString encodingName(const LXSampleEncoding& e) {
+QString encodingName(const LXStreamDescription& desc) {
+    if (desc.codec != LXCodec::None) return LXCodecName(desc.codec);
+    const LXSampleEncoding& e = desc.encoding;
     return QStringLiteral("%1-bit %2")
         .arg(e.bits)
         .arg(e.isFloat() ? QStringLiteral("float") : QStringLiteral("integer"));
@@ -280,6 +334,22 @@ private:
     std::vector<double> m_scratch;
 };
 
+// The average bit rate of a lossy stream: its bytes over its length, less the ID3 tags an MP3 file may
+// carry before and after the audio (a cover picture there would otherwise count as audio). The codecs'
+// own headers give only a nominal rate, or the rate of one frame of a variable-rate stream.
+int averageBitRate(int fd, int64_t size, const LXStreamDescription& desc) {
+    if (desc.frames <= 0 || !(desc.rate > 0)) return 0;
+    int64_t audio = size;
+    uint8_t head[10];
+    if (::pread(fd, head, sizeof head, 0) == ssize_t(sizeof head) && std::memcmp(head, "ID3", 3) == 0)
+        audio -= 10 + ((int64_t(head[6] & 0x7F) << 21) | ((head[7] & 0x7F) << 14) | ((head[8] & 0x7F) << 7) |
+                       (head[9] & 0x7F)) + ((head[5] & 0x10) ? 10 : 0);
+    char tail[3];
+    if (size >= 128 && ::pread(fd, tail, 3, size - 128) == 3 && std::memcmp(tail, "TAG", 3) == 0) audio -= 128;
+    const double seconds = double(desc.frames) / desc.rate;
+    return audio > 0 ? int(std::lround(double(audio) * 8.0 / seconds)) : 0;
+}
+
 LXError openError(const QString& path, int code, const QString& reason) {
     if (code == SF_ERR_UNSUPPORTED_ENCODING)
         return LXError(LXErrUnsupported,
@@ -327,6 +397,8 @@ LXResult<std::unique_ptr<LXAudioReader>> SndfileReader::open(const QString& path
     // A damaged stream (a truncated Ogg file, say) can leave the length unknown: libsndfile then gives
     // the largest count there is. Decoding to the end is the only count to be had.
     if (info.frames < 0 || info.frames == SF_COUNT_MAX) LX_TRY(reader->countFrames());
+    if (LXCodecIsLossy(reader->m_desc.codec) && S_ISREG(st.st_mode))
+        reader->m_desc.bitRate = averageBitRate(reader->m_fd.get(), st.st_size, reader->m_desc);
     return std::unique_ptr<LXAudioReader>(std::move(reader));
 }
 
@@ -347,6 +419,7 @@ SndfileReader::SndfileReader(QString path, LXFileDescriptor fd, SNDFILE* file, c
       m_floatViaDouble(needsDouble(info.format)), m_preroll(prerollFrames(info.format)) {
     m_desc.format = formatCode(info.format, m_path);
     m_desc.encoding = encodingOf(info.format);
+    m_desc.codec = codecOf(info.format);
     m_desc.rate = info.samplerate;
     m_desc.channels = info.channels;
     m_desc.frames = info.frames;
@@ -545,10 +618,12 @@ public:
     LXStatus finish(const LXAnnotations& annotations, bool retainUnknownChunks) override;
 
 private:
-    SndfileSink(QString path, LXFileDescriptor target, const SF_INFO& info)
-        : m_path(std::move(path)), m_target(std::move(target)), m_info(info) {}
+    SndfileSink(QString path, LXFileDescriptor target, const SF_INFO& info, int bitRate)
+        : m_path(std::move(path)), m_target(std::move(target)), m_info(info), m_bitRate(bitRate) {}
 
     LXStatus openEncoder();
+    std::optional<double> levelForBitRate();
+    LXResult<int64_t> encodedBytes(double level, int64_t frames);
     void storeAnnotationsBeforeAudio(const LXAnnotations& annotations);
     void storeStrings(const LXMetadata& metadata);
     template <typename T> LXStatus writeFrames(const T* in, int64_t frames);
@@ -563,6 +638,9 @@ private:
     LXFileDescriptor m_staging; // valid while frames wait for finish
     SndfileHandle m_file;       // after both descriptors: closed before them
     SF_INFO m_info;
+    int m_bitRate;                     // lossy codecs: the bit rate to aim at (0: the encoder's default)
+    std::optional<double> m_level;     // the compression level that gives it
+    int64_t m_stagedFrames = 0;
     bool m_finished = false;
     std::vector<double> m_scratch;
 };
@@ -583,8 +661,8 @@ LXFileDescriptor openStagingFile(const QString& directory) {
     return LXFileDescriptor(raw);
 }
 
-LXResult<std::unique_ptr<LXAudioSink>> SndfileSink::create(const QString& path,
-                                                           const LXStreamDescription& desc) {
+// What libsndfile is told to write for a description, or why it cannot write it.
+LXResult<SF_INFO> sfInfoFor(const QString& path, const LXStreamDescription& desc) {
     const int major = majorFormatFor(desc.format);
     if (major == 0)
         return LXError(LXErrUnsupported,
@@ -596,13 +674,14 @@ LXResult<std::unique_ptr<LXAudioSink>> SndfileSink::create(const QString& path,
     if (major == SF_FORMAT_FLAC && (desc.encoding.isFloat() || desc.encoding.bits > 24))
         return LXError(LXErrInvalidParameter,
                        QStringLiteral("FLAC stores 8-, 16- or 24-bit integers, not %1 samples")
-                           .arg(encodingName(desc.encoding)),
+                           .arg(encodingName(desc)),
                        path);
-    const int subtype = subtypeFor(desc.format, major, desc.encoding);
-    if (subtype == 0)
+    const int subtype = subtypeFor(desc, major);
+    // libsndfile reads MPEG Layers 1 and 2 but encodes Layer 3 only, and its format check does not know.
+    if (subtype == 0 || (major == SF_FORMAT_MPEG && subtype != SF_FORMAT_MPEG_LAYER_III))
         return LXError(LXErrInvalidParameter,
                        QStringLiteral("cannot write %1 samples to a %2 file")
-                           .arg(encodingName(desc.encoding), LXFormat::name(desc.format)),
+                           .arg(encodingName(desc), LXFormat::name(desc.format)),
                        path);
 
     SF_INFO info = {};
@@ -622,15 +701,22 @@ LXResult<std::unique_ptr<LXAudioSink>> SndfileSink::create(const QString& path,
     if (!sf_format_check(&info))
         return LXError(LXErrInvalidParameter,
                        QStringLiteral("cannot write %1 samples in %2 channels to a %3 file")
-                           .arg(encodingName(desc.encoding))
+                           .arg(encodingName(desc))
                            .arg(desc.channels)
                            .arg(LXFormat::name(desc.format)),
                        path);
+    return info;
+}
 
+LXResult<std::unique_ptr<LXAudioSink>> SndfileSink::create(const QString& path,
+                                                           const LXStreamDescription& desc) {
+    auto info = sfInfoFor(path, desc);
+    if (!info) return info.error();
     LXFileDescriptor target = openPath(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
     if (!target.isOpen()) return LXFileError::fromErrno(QStringLiteral("Cannot create the file"), path);
-    std::unique_ptr<SndfileSink> sink(new SndfileSink(path, std::move(target), info));
-    if (storesAnnotationsOnlyBeforeAudio(major)) {
+    std::unique_ptr<SndfileSink> sink(
+        new SndfileSink(path, std::move(target), *info, LXCodecIsLossy(desc.codec) ? desc.bitRate : 0));
+    if (storesAnnotationsOnlyBeforeAudio(info->format & SF_FORMAT_TYPEMASK)) {
         sink->m_staging = openStagingFile(QFileInfo(path).absolutePath());
         if (!sink->m_staging.isOpen())
             return LXFileError::fromErrno(QStringLiteral("Cannot create a temporary file beside the file"),
@@ -639,6 +725,18 @@ LXResult<std::unique_ptr<LXAudioSink>> SndfileSink::create(const QString& path,
         LX_TRY(sink->openEncoder());
     }
     return std::unique_ptr<LXAudioSink>(std::move(sink));
+}
+
+// MP3 at a constant rate (what most MP3 files are, and the only mode whose rate is known beforehand);
+// Vorbis and Opus keep their variable rate and take the level as their quality.
+void setLevel(SNDFILE* file, const SF_INFO& info, std::optional<double> level) {
+    if (!level) return;
+    if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+        int mode = SF_BITRATE_MODE_CONSTANT;
+        sf_command(file, SFC_SET_BITRATE_MODE, &mode, sizeof mode);
+    }
+    double value = *level;
+    sf_command(file, SFC_SET_COMPRESSION_LEVEL, &value, sizeof value);
 }
 
 LXStatus SndfileSink::openEncoder() {
@@ -650,7 +748,63 @@ LXStatus SndfileSink::openEncoder() {
     // Before any frame, or libsndfile ignores it: clip rather than wrap, and scale by 2^(n-1) both ways so
     // that integer samples come back exactly.
     sf_command(m_file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    setLevel(m_file.get(), m_info, m_level);
     return {};
+}
+
+// The bytes the encoder makes of the first `frames` staged frames at a compression level.
+LXResult<int64_t> SndfileSink::encodedBytes(double level, int64_t frames) {
+    LXFileDescriptor trial = openStagingFile(QFileInfo(m_path).absolutePath());
+    if (!trial.isOpen())
+        return LXFileError::fromErrno(QStringLiteral("Cannot create a temporary file beside the file"), m_path);
+    SF_INFO info = m_info;
+    SndfileHandle encoder(sf_open_fd(trial.get(), SFM_WRITE, &info, SF_FALSE));
+    if (!encoder) return LXError(LXErrWriteFailed, QStringLiteral("cannot start the encoder"), m_path);
+    setLevel(encoder.get(), m_info, level);
+    const size_t channels = size_t(m_info.channels);
+    std::vector<double> block(size_t(kBlockFrames) * channels);
+    for (int64_t done = 0; done < frames; done += kBlockFrames) {
+        const int64_t n = std::min(kBlockFrames, frames - done);
+        const size_t bytes = size_t(n) * channels * sizeof(double);
+        if (::pread(m_staging.get(), block.data(), bytes, off_t(size_t(done) * channels * sizeof(double))) !=
+            ssize_t(bytes))
+            return LXFileError::fromErrno(QStringLiteral("Cannot read a temporary file beside the file"),
+                                          m_path);
+        if (sf_writef_double(encoder.get(), block.data(), n) != n)
+            return LXError(LXErrWriteFailed, QStringLiteral("cannot encode the audio"), m_path);
+    }
+    encoder.reset();
+    struct stat st;
+    if (::fstat(trial.get(), &st) != 0)
+        return LXFileError::fromErrno(QStringLiteral("Cannot read a temporary file beside the file"), m_path);
+    return int64_t(st.st_size);
+}
+
+// Lossy encoders take a compression level from 0 (best) to 1 rather than a bit rate, and the rate a
+// level gives depends on the codec, the sample rate, the channels and the audio itself (Vorbis most). So
+// the level is found by bisection on the first ten seconds of this very audio: the rate falls as the
+// level rises. The source's rate was measured the same way, bytes over seconds.
+std::optional<double> SndfileSink::levelForBitRate() {
+    if (m_bitRate <= 0 || m_stagedFrames <= 0) return std::nullopt;
+    const int64_t frames = std::min<int64_t>(m_stagedFrames, int64_t(m_info.samplerate) * 10);
+    const double seconds = double(frames) / m_info.samplerate;
+    auto rateAt = [&](double level) -> std::optional<double> {
+        auto bytes = encodedBytes(level, frames);
+        if (!bytes) return std::nullopt;
+        return double(*bytes) * 8.0 / seconds;
+    };
+    double low = 0.0, high = 1.0, best = 0.5, bestError = HUGE_VAL;
+    for (int step = 0; step < 7; ++step) {
+        const double level = (low + high) / 2;
+        const std::optional<double> rate = rateAt(level);
+        if (!rate) return std::nullopt; // the encoder's default then
+        if (const double error = std::abs(*rate - m_bitRate); error < bestError) {
+            best = level;
+            bestError = error;
+        }
+        (*rate > m_bitRate ? low : high) = level;
+    }
+    return best;
 }
 
 LXError SndfileSink::writeError(const QString& what) const {
@@ -714,6 +868,7 @@ LXStatus SndfileSink::stage(const double* in, int64_t frames) {
         bytes += n;
         left -= size_t(n);
     }
+    m_stagedFrames += frames;
     return {};
 }
 
@@ -847,6 +1002,7 @@ LXStatus SndfileSink::finish(const LXAnnotations& annotations, bool retainUnknow
     m_finished = true;
 
     if (m_staging.isOpen()) {
+        m_level = levelForBitRate();
         LX_TRY(openEncoder());
         storeAnnotationsBeforeAudio(annotations);
         LX_TRY(encodeStagedFrames());
@@ -870,6 +1026,10 @@ LXStatus SndfileSink::finish(const LXAnnotations& annotations, bool retainUnknow
 
 LXResult<std::unique_ptr<LXAudioReader>> LXOpenSndfileReader(const QString& path) {
     return SndfileReader::open(path);
+}
+
+bool LXSndfileCanWrite(const LXStreamDescription& desc) {
+    return bool(sfInfoFor(QString(), desc));
 }
 
 LXResult<std::unique_ptr<LXAudioSink>> LXCreateSndfileSink(const QString& path,

@@ -213,7 +213,8 @@ int runActionCommand(const ActionCommand& command, const Arguments& arguments, C
     }
 
     QList<TWFileReport> refused;
-    const QStringList paths = TWRunner::addFiles(context.session.workspace(), files, refused);
+    const QStringList paths = TWRunner::addFiles(context.session.workspace(), files, refused,
+                                                 arguments.has(QStringLiteral("accept-reencode")));
     if (!refused.isEmpty() && !arguments.has(QStringLiteral("keep-going")))
         return TWRunner::refuse(context, refused);
     if (paths.isEmpty() && refused.isEmpty()) return fail(context, "no audio files to process");

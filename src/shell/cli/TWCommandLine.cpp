@@ -30,6 +30,10 @@ const QList<Option>& runOptions() {
         flag(QStringLiteral("keep-going"),
              QStringLiteral("skip the files that cannot be read or processed, go on with the rest, list them "
                             "at the end and exit with status 3")),
+        flag(QStringLiteral("accept-reencode"),
+             QStringLiteral("rewrite files whose codec cannot be written back (MPEG Layer 2, say) in the "
+                            "container's plain samples; without it such files are refused before anything "
+                            "runs")),
         flag(QStringLiteral("dry-run"),
              QStringLiteral("say what each action would do to each file (the gain it would apply, the new "
                             "file's name, the samples that would clip) and write nothing")),
@@ -42,7 +46,7 @@ const QList<Option>& runOptions() {
 
 TWRunner::Options runOptionsFrom(const Arguments& arguments) {
     return {arguments.has(QStringLiteral("keep-going")), arguments.has(QStringLiteral("dry-run")),
-            arguments.value(QStringLiteral("report"))};
+            arguments.value(QStringLiteral("report")), arguments.has(QStringLiteral("accept-reencode"))};
 }
 
 QString helpText(const Command& command) {

@@ -50,7 +50,7 @@ int runWorkflow(const Arguments& arguments, Context& context) {
 
     QList<TWFileReport> refused;
     TWWorkspace& workspace = context.session.workspace();
-    TWRunner::addFiles(workspace, operands.mid(1), refused);
+    TWRunner::addFiles(workspace, operands.mid(1), refused, arguments.has(QStringLiteral("accept-reencode")));
     if (!refused.isEmpty() && !arguments.has(QStringLiteral("keep-going")))
         return TWRunner::refuse(context, refused);
     // The files are the selection (source 1) and all the entries (source 0).

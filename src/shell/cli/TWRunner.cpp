@@ -12,6 +12,7 @@
 #include "model/TWWorkspace.h"
 
 #include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
 #include "lx/LXFile.h"
 
 #include <QCoreApplication>
@@ -78,12 +79,24 @@ QString reasonUnusable(const QString& path) {
     return TWRunner::reasonUnreadable(path);
 }
 
-TWFileReport refusal(const QString& path) {
+TWFileReport refusal(const QString& path, const QString& reason = {}) {
     TWFileReport report;
     report.input = path;
     report.outcome = TWFileReport::Outcome::Skipped;
-    report.note = reasonUnusable(path);
+    report.note = reason.isEmpty() ? reasonUnusable(path) : reason;
     return report;
+}
+
+// Why a rewrite of the file would have to change its encoding, if it would: nothing may lose its codec
+// silently.
+std::optional<QString> reencoding(const QString& path) {
+    const auto opened = LXAudioFile::open(path);
+    if (!opened) return std::nullopt; // the run reports it
+    const std::optional<QString> what = LXAudioFileWriter::reencodingOf((*opened)->description());
+    if (!what) return std::nullopt;
+    return QStringLiteral("'%1' holds %2, which this program cannot write back; --accept-reencode rewrites "
+                          "it in plain samples")
+        .arg(path, *what);
 }
 
 // What a dry run says of a file: "Normalize: would change '/w/a.wav' (gain +3.01 dB)".
@@ -125,7 +138,8 @@ QString reasonUnreadable(const QString& path) {
     return reason;
 }
 
-QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused) {
+QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused,
+                     bool acceptReencode) {
     QStringList admitted;
     for (const QString& argument : paths) {
         const QString path = LXFile::conformPath(argument);
@@ -144,6 +158,8 @@ QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWF
             // Missing, damaged or unsupported as the entry found it.
             if (TWStatus::state(file->status()) < 0)
                 refused.append(refusal(file->path()));
+            else if (const std::optional<QString> why = acceptReencode ? std::nullopt : reencoding(file->path()))
+                refused.append(refusal(file->path(), *why));
             else
                 file->addFileEntryPathsToArray(admitted);
         }
@@ -212,9 +228,11 @@ Outcome run(TWCommandLine::Context& context, const QVariantList& instructions, c
         loop.quit();
     });
     runs.setRunOptions({options.keepGoing, options.dryRun, !options.reportPath.isEmpty()});
+    LXAudioFileWriter::setAcceptReencodingDefault(options.acceptReencode);
     (void)runs.takeScriptResults();
     runs.performInstructions(instructions, true);
     if (!ended) loop.exec();
+    LXAudioFileWriter::setAcceptReencodingDefault(false);
     // Reports handed over just before the end are delivered before the results are taken.
     QCoreApplication::processEvents();
     runs.setRunOptions({});

@@ -28,6 +28,7 @@ struct Options {
     bool keepGoing = false; // skip the files that cannot be read or processed, and list them at the end
     bool dryRun = false;    // say what would happen to each file, and write nothing
     QString reportPath;     // one JSON line per file and action; empty for none
+    bool acceptReencode = false; // rewrite a codec that cannot be written back in plain samples
 };
 
 struct Outcome {
@@ -40,8 +41,10 @@ struct Outcome {
 // Adds the files (and the audio files of folders) to the workspace as the entries a run works on, in
 // order, and returns the paths of those that can be read. refused receives a report of each path left
 // out and each entry that cannot be read (missing, not audio, empty, damaged, no permission, on a
-// read-only file system), whose note says why: "'/w/a.wav': the file is empty".
-QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused);
+// read-only file system), whose note says why: "'/w/a.wav': the file is empty". Unless acceptReencode,
+// a file whose codec cannot be written back is refused too, as the actions write the source's format.
+QStringList addFiles(TWWorkspace& workspace, const QStringList& paths, QList<TWFileReport>& refused,
+                     bool acceptReencode = false);
 
 // Why the file at path cannot be read, in words: "'/w/notes.txt' is not an audio file",
 // "'/w/b.flac': Cannot open the file: Permission denied".
