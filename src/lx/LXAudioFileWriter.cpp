@@ -47,6 +47,9 @@ bool LXAudioFileWriter::canWrite(const LXStreamDescription& desc) {
 std::optional<QString> LXAudioFileWriter::reencodingOf(const LXStreamDescription& source) {
     LXStreamDescription desc = source;
     if (desc.format == LXFormat::RF64) desc.format = LXFormat::WAVE;
+    // Integers wider than the writer's widest (32 bits) would lose their low bits.
+    if (!desc.encoding.isFloat() && desc.encoding.bytes > 4)
+        return QStringLiteral("%1-bit integer samples").arg(desc.encoding.bits);
     if (canWrite(desc)) return std::nullopt;
     QString what = LXFormat::name(desc.format);
     if (desc.codec != LXCodec::None) what += QStringLiteral(" (%1)").arg(LXCodecName(desc.codec));

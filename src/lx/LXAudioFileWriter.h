@@ -41,7 +41,7 @@ public:
     // Whether this build writes that container with that codec, sample size, rate and channels.
     static bool canWrite(const LXStreamDescription& desc);
     // The container and codec of a source that a writer mirroring it cannot write back, in words
-    // ("MPEG Layer 3 (MPEG Layer 2)"); nothing when it can.
+    // ("MPEG Layer 3 (MPEG Layer 2)", "64-bit integer samples"); nothing when it can.
     static std::optional<QString> reencodingOf(const LXStreamDescription& source);
 
     void setFormat(uint32_t format);

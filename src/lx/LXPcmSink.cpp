@@ -139,7 +139,9 @@ private:
         const LXSampleEncoding& e = m_desc.encoding;
         const bool big = e.bigEndian;
         const bool rf64 = total > g_riffSizeLimit;
-        const bool extensible = m_desc.channels > 2; // plain PCM is what the most readers know
+        // Plain PCM is what the most readers know. Big-endian files never use the extensible header: readers
+        // disagree on the byte order of its GUID there (libsndfile swaps its fields, FFmpeg does not).
+        const bool extensible = m_desc.channels > 2 && !big;
         ByteWriter w(big);
         w.id(rf64 ? "RF64" : big ? "RIFX" : "RIFF");
         w.u32(rf64 ? 0xFFFFFFFF : uint32_t(std::max<int64_t>(total - 8, 4)));

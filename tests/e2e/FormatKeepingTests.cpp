@@ -92,6 +92,14 @@ TEST(FormatKeeping, NameCodecAndBitRateSurviveAGain) {
         }
     }
     EXPECT_EQ(QDir(w).entryList(QDir::Files).size(), names.size());
+
+    // A big-endian file of three channels comes back in a header that FFmpeg reads as well as libsndfile.
+    const QString rifx = w + "/rifx.wav";
+    ASSERT_TRUE(make({"sox", "-n", "-B", "-c", "3", "-b", "24", rifx, "synth", "0.5", "sine", "440"}));
+    ASSERT_EQ(cli.run({"change-gain", "--quiet", "--level", "-1", rifx}).exitCode, 0);
+    EXPECT_EQ(readBytes(rifx).left(4), "RIFX");
+    EXPECT_FALSE(probe(rifx).first.isEmpty()); // sox writes one FFmpeg cannot read
+    EXPECT_NEAR(peakDecibels(rifx), -1.0, 0.05);
 }
 
 TEST(FormatKeeping, ACodecThatCannotBeWrittenIsRefusedUnlessAccepted) {
@@ -110,6 +118,12 @@ TEST(FormatKeeping, ACodecThatCannotBeWrittenIsRefusedUnlessAccepted) {
     EXPECT_EQ(accepted.exitCode, 0) << accepted.err.toStdString();
     EXPECT_EQ(accepted.lines(), QStringList{path});
     EXPECT_EQ(probe(path).first, QStringLiteral("mp3"));
+
+    // Integers wider than 32 bits would lose their low bits.
+    const QString wide = cli.work() + QStringLiteral("/wide.wav");
+    ASSERT_TRUE(make({"ffmpeg", "-loglevel", "error", "-f", "lavfi", "-i", "sine=d=0.2", "-c:a", "pcm_s64le", wide}));
+    const auto refusedWide = cli.run({"change-gain", "--level", "-1", wide});
+    EXPECT_TRUE(refusedWide.err.contains("holds 64-bit integer samples")) << refusedWide.err.toStdString();
 }
 
 // The chunks as another program wrote them: a sample period that is not 10^9 / rate rounded, a loop under

@@ -95,7 +95,7 @@ std::optional<QString> reencoding(const QString& path) {
     const std::optional<QString> what = LXAudioFileWriter::reencodingOf((*opened)->description());
     if (!what) return std::nullopt;
     return QStringLiteral("'%1' holds %2, which this program cannot write back; --accept-reencode rewrites "
-                          "it in plain samples")
+                          "it in the nearest encoding it can write")
         .arg(path, *what);
 }
 
