@@ -8,7 +8,8 @@
 
 The chunk lister is our own: ids in file order with a hash of each payload, LIST chunks under their list
 type ("LIST/INFO"). The audio chunks (data, SSND) are left out, and so are the chunks that describe the
-audio rather than annotate it (fmt, fact, COMM, FVER, JUNK, ds64, PAD), compared apart.
+audio rather than annotate it (fmt, fact, COMM, FVER, JUNK, ds64, PAD, and PEAK, whose levels a gain
+changes), compared apart.
 """
 import hashlib
 import json
@@ -18,7 +19,7 @@ import subprocess
 import sys
 
 AUDIO = {b"data", b"SSND"}
-HEADER = {b"fmt ", b"fact", b"COMM", b"FVER", b"JUNK", b"junk", b"ds64", b"PAD ", b"FLLR"}
+HEADER = {b"fmt ", b"fact", b"COMM", b"FVER", b"JUNK", b"junk", b"ds64", b"PAD ", b"FLLR", b"PEAK"}
 LOSSY = {"mp3", "mp2", "vorbis", "opus"}
 BIT_RATE_TOLERANCE = 0.15  # lossy: the rewrite's bit rate within 15 % of the source's
 

@@ -780,12 +780,20 @@ LXResult<int64_t> SndfileSink::encodedBytes(double level, int64_t frames) {
     return int64_t(st.st_size);
 }
 
-// Lossy encoders take a compression level from 0 (best) to 1 rather than a bit rate, and the rate a
-// level gives depends on the codec, the sample rate, the channels and the audio itself (Vorbis most). So
-// the level is found by bisection on the first ten seconds of this very audio: the rate falls as the
+// Lossy encoders take a compression level from 0 (best) to 1 rather than a bit rate. For MP3 at a constant
+// rate the mapping is known; for Vorbis and Opus the rate a level gives depends on the sample rate, the
+// channels and the audio itself (Vorbis most). So their level is found by bisection on the first ten seconds of this very audio: the rate falls as the
 // level rises. The source's rate was measured the same way, bytes over seconds.
 std::optional<double> SndfileSink::levelForBitRate() {
     if (m_bitRate <= 0 || m_stagedFrames <= 0) return std::nullopt;
+    if ((m_info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+        // At a constant rate libsndfile maps the level linearly onto the rates of the MPEG version that
+        // the sample rate implies (its mpeg_l3_encoder_set_quality), so no trial encode is needed.
+        const auto [lowest, highest] = m_info.samplerate >= 32000   ? std::pair(32.0, 320.0)
+                                       : m_info.samplerate >= 16000 ? std::pair(8.0, 160.0)
+                                                                    : std::pair(8.0, 64.0);
+        return std::clamp((highest - m_bitRate / 1000.0) / (highest - lowest), 0.0, 1.0);
+    }
     const int64_t frames = std::min<int64_t>(m_stagedFrames, int64_t(m_info.samplerate) * 10);
     const double seconds = double(frames) / m_info.samplerate;
     auto rateAt = [&](double level) -> std::optional<double> {
