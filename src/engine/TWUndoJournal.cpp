@@ -100,9 +100,14 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
     QList<Step> steps;
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly)) return steps;
-    for (qint64 lineNumber = 1; !file.atEnd(); ++lineNumber) {
-        const QByteArray text = file.readLine();
-        const QJsonDocument document = QJsonDocument::fromJson(text);
+    const QByteArray all = file.readAll();
+    qint64 lineNumber = 0;
+    for (qsizetype start = 0, end = 0; start < all.size(); start = end + 1) {
+        end = all.indexOf('\n', start);
+        if (end < 0) end = all.size();
+        ++lineNumber;
+        if (end == start) continue; // the end of a line torn by a crash
+        const QJsonDocument document = QJsonDocument::fromJson(QByteArrayView(all).sliced(start, end - start).toByteArray());
         if (!document.isObject()) continue;
         const QVariantMap line = document.object().toVariantMap();
         const QString op = line.value(kOp).toString();
@@ -179,16 +184,16 @@ TWUndoJournal::Trim TWUndoJournal::closeStep(qint64 id, qint64 sizeLimit) {
     const ProcessLock processLock(m_path);
     (void)append({{kOp, QStringLiteral("close")}, {kStep, id}});
     QList<Step> steps = load();
-    for (const Step& step : std::as_const(steps)) {
-        if (!step.undone || step.id == id || step.interrupted) continue;
+    steps.removeIf([&](const Step& step) {
+        if (!step.undone || step.id == id || step.interrupted) return false;
         // The undo copies of an undone step are the newer versions: nothing can bring them back now.
         for (TWSaveInfo record : step.records)
             record.removeUndoPaths();
         (void)append({{kOp, QStringLiteral("drop")}, {kStep, step.id}});
-    }
+        return true;
+    });
     Trim trim;
     if (sizeLimit <= 0) return trim;
-    steps = load();
     const auto sizeOf = [](const Step& step) {
         qint64 bytes = 0;
         for (const TWSaveInfo& record : step.records)
