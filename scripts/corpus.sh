@@ -15,15 +15,7 @@ export XDG_CACHE_HOME=$work/home/cache
 export ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1
 
 # The real files, under numbered names that keep each extension.
-n=0
-while IFS= read -r source; do
-  cp "$source" "$work/files/$(printf '%04d' $n)-$(basename "$source")"
-  n=$((n + 1))
-done < <(find /usr/share /usr/lib -xdev -type f \( -iname '*.wav' -o -iname '*.aif' -o -iname '*.aiff' \
-           -o -iname '*.aifc' -o -iname '*.flac' -o -iname '*.ogg' -o -iname '*.oga' -o -iname '*.opus' \
-           -o -iname '*.mp3' -o -iname '*.au' -o -iname '*.snd' -o -iname '*.caf' -o -iname '*.w64' \) \
-           -size -20M 2>/dev/null | sort)
-real=$n
+real=$(scripts/copy-package-sounds.sh "$work/files")
 
 # Damaged copies of every third file: cut short twice, and bytes flipped in the header and the middle.
 damaged=0 i=0

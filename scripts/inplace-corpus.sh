@@ -15,14 +15,7 @@ mkdir -p "$work/home" "$work/files" "$work/originals"
 export HOME=$work/home XDG_CONFIG_HOME=$work/home/config XDG_DATA_HOME=$work/home/data
 export XDG_CACHE_HOME=$work/home/cache
 
-n=0
-while IFS= read -r source; do
-  cp "$source" "$work/files/$(printf '%04d' $n)-$(basename "$source")"
-  n=$((n + 1))
-done < <(find /usr/share /usr/lib -xdev -type f \( -iname '*.wav' -o -iname '*.aif' -o -iname '*.aiff' \
-           -o -iname '*.aifc' -o -iname '*.flac' -o -iname '*.ogg' -o -iname '*.oga' -o -iname '*.opus' \
-           -o -iname '*.mp3' -o -iname '*.au' -o -iname '*.snd' -o -iname '*.caf' -o -iname '*.w64' \) \
-           -size -20M 2>/dev/null | sort)
+n=$(scripts/copy-package-sounds.sh "$work/files")
 cp -p "$work"/files/* "$work/originals/"
 echo "files: $n"
 
