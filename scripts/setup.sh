@@ -13,7 +13,7 @@ packages=(
   sox libsox-fmt-all ffmpeg flac sndfile-programs dbus bc time groff-base man-db zsh
   # real third-party audio for the reader tests
   sonic-pi-samples csoundqt-examples python3-scipy
-  # Ogg Vorbis files for the in-place corpus (scripts/inplace-corpus.sh)
+  # more real sound files (Ogg Vorbis, WAV) for the in-place corpus (scripts/inplace-corpus.sh)
   sound-theme-freedesktop oxygen-sounds asterisk-core-sounds-en-wav
 )
 
