@@ -3,15 +3,15 @@
 // before anything changes unless the user accepts a re-encode.
 
 #include "CommandLineRunner.h"
+#include "TestAudio.h"
 
-#include <QFile>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
-#include <QProcess>
 #include <QtEndian>
 
 #include <gtest/gtest.h>
@@ -20,21 +20,23 @@ namespace {
 
 // ffprobe's codec of the first audio stream, and the file's bytes over its seconds in bits per second.
 std::pair<QString, double> probe(const QString& path) {
-    QProcess p;
-    p.start(QStringLiteral("ffprobe"), {"-v", "error", "-print_format", "json", "-show_format", "-show_streams",
-                                        "-select_streams", "a:0", path});
-    p.waitForFinished();
-    const QJsonObject json = QJsonDocument::fromJson(p.readAllStandardOutput()).object();
+    const QJsonObject json =
+        QJsonDocument::fromJson(
+            TestAudio::runTool("ffprobe", {"-v", "error", "-print_format", "json", "-show_format",
+                                           "-show_streams", "-select_streams", "a:0", path})
+                .toUtf8())
+            .object();
     const QJsonObject format = json["format"].toObject();
     const double seconds = format["duration"].toString().toDouble();
     const double bits = format["size"].toString().toDouble() * 8;
-    return {json["streams"].toArray().at(0).toObject()["codec_name"].toString(), seconds > 0 ? bits / seconds : 0};
+    return {json["streams"].toArray().at(0).toObject()["codec_name"].toString(),
+            seconds > 0 ? bits / seconds : 0};
 }
 
 bool make(const QStringList& command) {
-    QProcess p;
-    p.start(command.first(), command.mid(1));
-    return p.waitForFinished() && p.exitCode() == 0;
+    int status = -1;
+    TestAudio::runTool(command.first(), command.mid(1), &status);
+    return status == 0;
 }
 
 QByteArray le32(uint32_t v) {
@@ -66,8 +68,10 @@ TEST(FormatKeeping, NameCodecAndBitRateSurviveAGain) {
     const QString noise = QStringLiteral("anoisesrc=d=3:a=0.2");
     const QStringList ffmpeg = {"ffmpeg", "-loglevel", "error", "-f", "lavfi", "-i", noise};
     ASSERT_TRUE(make({"sox", "-n", "-b", "16", w + "/a.aiff", "synth", "0.5", "sine", "440"}));
-    ASSERT_TRUE(make({"sox", "-n", "-r", "8000", "-e", "u-law", w + "/u.wav", "synth", "0.5", "sine", "440"}));
-    ASSERT_TRUE(make({"sox", "-n", "-r", "8000", "-e", "ima-adpcm", w + "/i.wav", "synth", "0.5", "sine", "440"}));
+    ASSERT_TRUE(
+        make({"sox", "-n", "-r", "8000", "-e", "u-law", w + "/u.wav", "synth", "0.5", "sine", "440"}));
+    ASSERT_TRUE(
+        make({"sox", "-n", "-r", "8000", "-e", "ima-adpcm", w + "/i.wav", "synth", "0.5", "sine", "440"}));
     ASSERT_TRUE(make({"sox", "-n", "-b", "64", "-e", "float", w + "/d.au", "synth", "0.5", "sine", "440"}));
     ASSERT_TRUE(make(ffmpeg + QStringList{"-c:a", "libopus", "-b:a", "64k", w + "/o.opus"}));
     ASSERT_TRUE(make(ffmpeg + QStringList{"-b:a", "192k", w + "/m.mp3"}));
@@ -121,7 +125,8 @@ TEST(FormatKeeping, ACodecThatCannotBeWrittenIsRefusedUnlessAccepted) {
 
     // Integers wider than 32 bits would lose their low bits.
     const QString wide = cli.work() + QStringLiteral("/wide.wav");
-    ASSERT_TRUE(make({"ffmpeg", "-loglevel", "error", "-f", "lavfi", "-i", "sine=d=0.2", "-c:a", "pcm_s64le", wide}));
+    ASSERT_TRUE(
+        make({"ffmpeg", "-loglevel", "error", "-f", "lavfi", "-i", "sine=d=0.2", "-c:a", "pcm_s64le", wide}));
     const auto refusedWide = cli.run({"change-gain", "--level", "-1", wide});
     EXPECT_TRUE(refusedWide.err.contains("holds 64-bit integer samples")) << refusedWide.err.toStdString();
 }
@@ -135,13 +140,14 @@ TEST(FormatKeeping, MetadataChunksStayByteForByte) {
     for (int i = 0; i < 2000; ++i)
         samples += QByteArray::fromRawData(i % 20 < 10 ? "\x00\x20" : "\x00\xE0", 2);
     const QByteArray fmt = QByteArray::fromHex("0100010044ac00008858010002001000"); // 16-bit mono, 44100 Hz
-    QByteArray smpl = le32(0) + le32(0) + le32(22676) + le32(60) + le32(0) + le32(0) + le32(0) + le32(1) + le32(0);
+    QByteArray smpl =
+        le32(0) + le32(0) + le32(22676) + le32(60) + le32(0) + le32(0) + le32(0) + le32(1) + le32(0);
     smpl += le32(7) + le32(0) + le32(100) + le32(1099) + le32(0) + le32(0);
     const QByteArray acid = le32(0x2) + QByteArray::fromHex("3c00 8000 00000000") + le32(4) +
                             QByteArray::fromHex("0400 0400 0000f042");
     const QByteArray cue = le32(1) + le32(7) + le32(500) + QByteArray("data") + le32(0) + le32(0) + le32(500);
-    const QByteArray body = QByteArray("WAVE") + chunk("fmt ", fmt) +
-                            chunk("cue ", cue) + chunk("smpl", smpl) + chunk("acid", acid) + chunk("data", samples);
+    const QByteArray body = QByteArray("WAVE") + chunk("fmt ", fmt) + chunk("cue ", cue) +
+                            chunk("smpl", smpl) + chunk("acid", acid) + chunk("data", samples);
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write(QByteArray("RIFF") + le32(uint32_t(body.size())) + body);
