@@ -148,6 +148,10 @@ QVariant TWAction::valueFromControl(const TWControl&, const QVariant& value) con
     return value;
 }
 
+QVariant TWAction::controlValue(const TWControl& control) const {
+    return objectForInstructionKey(control.key);
+}
+
 bool TWAction::isInMainThread() {
     // Without an application there is no event loop to hand anything to: every call is direct.
     const QCoreApplication* app = QCoreApplication::instance();

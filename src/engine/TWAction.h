@@ -110,6 +110,12 @@ public:
     // The value the key takes when the user sets the control to `value` (the panel's rules: rounding,
     // limits); invalid to refuse it. By default the value as given.
     virtual QVariant valueFromControl(const TWControl& control, const QVariant& value) const;
+    // What the control shows for the key's value now (a slider may show it as a share of a full scale);
+    // by default the value itself.
+    virtual QVariant controlValue(const TWControl& control) const;
+    // The control with the unit and number format it has now, which may follow another key; by default
+    // as listed.
+    virtual TWControl controlAsShown(const TWControl& control) const { return control; }
 
     // Preview: computed from the selected file while the preview is on.
     void updatePreviewForAudioFile(LXAudioFile& file) { m_previewValues = previewForAudioFile(file); }

@@ -27,7 +27,8 @@ QString folderOf(const QString& path) {
 TWActionRun::TWActionRun(TWAction& action, TWRunController& runs, const QVariantMap& instructions)
     : m_action(action), m_runs(runs), m_instructions(instructions),
       m_destination(TWKeys::destination(instructions)), m_directory(TWKeys::directory(m_destination)),
-      m_toNewFile(action.onlyMakesNewFiles() || TWKeys::toNewFile(m_destination)) {}
+      // An action that only changes files in place never makes new ones, whatever the destination says.
+      m_toNewFile(!action.onlyInPlace() && (action.onlyMakesNewFiles() || TWKeys::toNewFile(m_destination))) {}
 
 QString TWActionRun::folderFor(const TWFileEntry& entry) const {
     return m_directory.isEmpty() ? folderOf(entry.path()) : m_directory;

@@ -31,6 +31,18 @@ std::optional<bool> booleanWord(const QString& text) {
     return std::nullopt;
 }
 
+// The choice whose four-character code the value is, as text ("SECS", "'SECS'") or as its number.
+std::optional<QVariant> choiceForCode(const TWInstructionKey& key, const QVariant& value) {
+    bool ok = false;
+    const std::optional<qint64> code = value.typeId() == QMetaType::QString
+                                           ? fourCharCode(value.toString())
+                                           : std::optional<qint64>(value.toLongLong(&ok));
+    if (!code || *code == 0) return std::nullopt;
+    for (const TWChoice& choice : key.details.choices)
+        if (choice.code != 0 && choice.code == *code) return choice.value;
+    return std::nullopt;
+}
+
 QString number(double value) {
     return QString::number(value, 'g', 10);
 }
@@ -70,6 +82,7 @@ std::optional<QVariant> TWInstructionKey::converted(const QVariant& value) const
         break;
     }
     case TWValueType::Integer: {
+        if (const std::optional<QVariant> chosen = choiceForCode(*this, value)) return chosen;
         if (isText) {
             const qint64 integer = value.toString().toLongLong(&ok);
             if (ok) return QVariant(integer);
@@ -151,18 +164,20 @@ LXResult<QVariant> TWInstructionKey::valueFromText(const QString& text) const {
     return *value;
 }
 
+QString TWInstructionKey::describeCode(uint32_t code) {
+    QByteArray bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes.append(char((code >> shift) & 0xFF));
+    return QStringLiteral("'%1'").arg(QString::fromLatin1(bytes));
+}
+
 QString TWInstructionKey::describe(const QVariant& value) const {
     QString text;
     switch (type) {
     case TWValueType::Boolean:
         return value.toBool() ? QStringLiteral("yes") : QStringLiteral("no");
-    case TWValueType::FourCharCode: {
-        const quint32 code = quint32(value.toLongLong());
-        QByteArray bytes;
-        for (int shift = 24; shift >= 0; shift -= 8)
-            bytes.append(char((code >> shift) & 0xFF));
-        return QStringLiteral("'%1'").arg(QString::fromLatin1(bytes));
-    }
+    case TWValueType::FourCharCode:
+        return describeCode(uint32_t(value.toLongLong()));
     case TWValueType::Number:
     case TWValueType::Integer:
         text = number(value.toDouble());

@@ -13,10 +13,12 @@
 // What kind of property-list value an instruction key holds.
 enum class TWValueType { Number, Integer, Boolean, FourCharCode, String, Path, List, Dictionary };
 
-// A value a key may take, with the words that name it (a pop-up's item, a radio button).
+// A value a key may take, with the words that name it (a pop-up's item, a radio button), and the
+// four-character code a script may pass for it instead ('SECS' for the seconds of a unit key), if any.
 struct TWChoice {
     QVariant value;
     QString title;
+    uint32_t code = 0;
 };
 
 // The values a number key accepts, inclusive.
@@ -62,6 +64,7 @@ struct TWInstructionKey {
     // "0 dB", "0 to 1", "yes": for help texts.
     QString describe(const QVariant& value) const;
     static QString typeName(TWValueType type); // "number", "boolean", ...
+    static QString describeCode(uint32_t code); // "'MARK'"
 };
 
 // A four-character code ('NONE', 'MARK'), as an instruction holds it: an integer.

@@ -5,16 +5,25 @@
 TWPanelModel::TWPanelModel(TWAction& action, QObject* parent)
     : QObject(parent), m_action(action), m_controls(action.panelControls()) {}
 
+TWControl TWPanelModel::control(qsizetype control) const {
+    return m_action.controlAsShown(m_controls.at(control));
+}
+
 QVariant TWPanelModel::value(qsizetype control) const {
-    return m_action.objectForInstructionKey(m_controls.at(control).key);
+    return m_action.controlValue(m_controls.at(control));
+}
+
+QString TWPanelModel::numberFormat(int decimals) {
+    return decimals > 0 ? QStringLiteral("0.") + QString(decimals, u'0') : QStringLiteral("0");
 }
 
 QString TWPanelModel::text(qsizetype index) const {
-    const TWControl& control = m_controls.at(index);
+    const TWControl control = this->control(index);
     const QVariant shown = value(index);
     for (const TWChoice& choice : control.choices)
         if (choice.value == shown) return choice.title;
-    QString text = control.kind == TWControlKind::Field && shown.typeId() == QMetaType::Double
+    const bool numeric = control.kind == TWControlKind::Field || control.kind == TWControlKind::Label;
+    QString text = numeric && shown.typeId() == QMetaType::Double
                        ? QString::number(shown.toDouble(), 'f', control.decimals)
                        : shown.toString();
     return control.unit.isEmpty() ? text : text + u' ' + control.unit;

@@ -4,26 +4,28 @@
 
 #include <QObject>
 
+#include <cmath>
+
 class TWAction;
 
-enum class TWControlKind { Slider, Field, PopUp, CheckBox, Segmented, RadioGroup };
+enum class TWControlKind { Slider, Field, PopUp, CheckBox, Segmented, RadioGroup, Label };
 
-// One control of an action's panel and the instruction key it shows and drives.
+// One control of an action's panel and the instruction key it shows and drives (a label only shows).
 struct TWControl {
     TWControlKind kind = TWControlKind::Field;
     QString key;
     QString label;                   // shown beside the control ("Level")
     double minimum = 0, maximum = 0; // a slider's travel; a field takes any value its key accepts
-    int decimals = 0;                // digits after the point a field shows
+    int decimals = 0;                // digits after the point a field or label shows
     QString unit;                    // shown after the value ("dB")
     QList<TWChoice> choices;         // the items of a pop-up, radio group or segmented control
 };
 
 // An action's panel without widgets: its controls, the keys they drive, and the action's rules for a
 // value the user gives a control (a slider rounded to half a decibel, a typed level above 0 dB taken as
-// 0). The window draws one widget per control and calls setValue when the user changes one; every control
-// of that key then shows the key's new value. Tests drive it the same way, headless. Main thread only;
-// the action must outlive the model.
+// 0). The window draws one widget per control and calls setValue when the user changes one; then every
+// control shows anew, as a control may show a key through another (a slider's scale set by a unit
+// pop-up). Tests drive it the same way, headless. Main thread only; the action must outlive the model.
 class TWPanelModel : public QObject {
     Q_OBJECT
 public:
@@ -31,9 +33,13 @@ public:
 
     TWAction& action() const { return m_action; }
     const QList<TWControl>& controls() const { return m_controls; }
+    // The control as it stands now: its unit and number format may follow other keys.
+    TWControl control(qsizetype control) const;
     // The value the control shows now, and a field's text in its number format and unit.
     QVariant value(qsizetype control) const;
     QString text(qsizetype control) const;
+    // The number format of a field as a pattern ("0.00" for two decimals).
+    static QString numberFormat(int decimals);
     // The user set the control to value: the action's rule for that control decides the key's value.
     void setValue(qsizetype control, const QVariant& value);
     // The action's instructions were replaced (a workflow opened, a script): every control shows anew.
@@ -46,3 +52,8 @@ private:
     TWAction& m_action;
     QList<TWControl> m_controls;
 };
+
+// A slider's level rounded to the nearest half decibel (twice the value rounded, halved).
+inline double TWHalfDecibels(double value) {
+    return std::round(value * 2.0) / 2.0;
+}

@@ -7,6 +7,7 @@
 #include "lx/LXProgressDelegate.h"
 #include "lx/LXRange.h"
 #include "lx/LXResult.h"
+#include "lx/dsp/LXFade.h"
 
 #include <QList>
 #include <QString>
@@ -73,11 +74,37 @@ public:
     // fileSize, metadata, and cached analysis (max, rms, clipped, difference) when present.
     QVariantMap fileEntry() const;
 
-    // Copies (LXAudioFileCopies.cpp), through LXProcess: every sample keeps its value. They fail as
-    // LXProcess does (lx/LXProcess.h).
-    LXStatus copyRange(const LXRange& range, LXAudioFileWriter& writer); // labels move with the audio
+    // Copies and edits (LXAudioFileCopies.cpp), through LXProcess: every sample outside a fade keeps its
+    // value, and labels and the time reference follow the audio (LXFollowPieces). They fail as LXProcess
+    // does (lx/LXProcess.h).
+    LXStatus copyRange(const LXRange& range, LXAudioFileWriter& writer); // only that stretch
+    LXStatus snip(const LXRange& range, LXAudioFileWriter& writer);      // all but that stretch
+    LXStatus pad(int64_t framesBefore, int64_t framesAfter, LXAudioFileWriter& writer); // silence around
     LXStatus copyToWriter(LXAudioFileWriter& writer);
     LXStatus copyChannels(const LXChannelSet& channels, LXAudioFileWriter& writer);
+    // The whole file with a gain ramp (lx/dsp/LXFade.h): a fade in over frames [0, anchor), or a fade out
+    // over [anchor, frames()).
+    LXStatus fade(LXAudioFileWriter& writer, LXFadeType type, int64_t anchor, double curve);
+
+    // Searches (LXAudioFileSearches.cpp). They read in blocks from the nearest end, report progress to the
+    // delegate and stop when it says so; a read error fails them.
+    // By level, as lx/dsp/LXThreshold.h defines reaching one: the first frame that reaches the level (the
+    // file's length when none does), and the frame after the last one that does (0 when none does). In
+    // seconds, the same positions.
+    LXResult<int64_t> startAtThreshold(float level);
+    LXResult<int64_t> endAtThreshold(float level);
+    LXResult<double> firstPositionOverThreshold(float level);
+    LXResult<double> lastPositionOverThreshold(float level);
+    // Zero crossings. A cut falls between two frames; the place between frames f - 1 and f is a crossing
+    // when the sum of the channels (their mix) is zero at one of them or has opposite signs at the two, and
+    // the file's start and end always are. Summing lets a crossing of a several-channel file be found at
+    // all (channels rarely cross at the same frame); where the channels are alike it is each channel's
+    // own crossing. The nearest crossing at or before a frame, and at or after it (frames clamped to the
+    // file); in seconds, the same.
+    LXResult<int64_t> previousZeroCross(int64_t frame);
+    LXResult<int64_t> nextZeroCross(int64_t frame);
+    LXResult<double> positionOfZeroCrossingBefore(double seconds);
+    LXResult<double> positionOfZeroCrossingAfter(double seconds);
 
     // Whether the cache holds a current overview of this file (see LXAnalyze in lx/LXAnalysis.h).
     bool hasWaveformsOfType(int type) const;

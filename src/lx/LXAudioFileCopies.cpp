@@ -1,37 +1,53 @@
-// Copies of a file's audio into a writer: whole, a range, or some of its channels.
+// Copies of a file's audio into a writer: whole, a range, without a range, padded, faded, or some of its
+// channels.
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
 #include "lx/LXProcess.h"
 #include "lx/dsp/LXChannelPick.h"
+#include "lx/dsp/LXFade.h"
 
 #include <algorithm>
 
-LXStatus LXAudioFile::copyRange(const LXRange& rangeIn, LXAudioFileWriter& writer) {
-    LXRange range = rangeIn;
-    range.setRate(rate());
-    const int64_t from = std::clamp<int64_t>(range.sampleStart(), 0, frames());
-    const int64_t to = std::clamp<int64_t>(range.sampleEnd(), from, frames());
+namespace {
 
-    // Labels move with the audio: shifted to the new start, those outside dropped, ranges clipped.
-    const double start = double(from) / rate();
-    const double length = double(to - from) / rate();
-    for (LXLabelList* list :
-         {&writer.markerList(), &writer.sliceList(), &writer.regionList(), &writer.loopList()}) {
-        LXLabelList kept(list->kind());
-        for (LXLabel label : list->list()) {
-            const double s = std::max(label.start - start, 0.0);
-            const double e = std::min(label.end() - start, length);
-            const bool point = list->kind() == LXLabelKind::Marker || list->kind() == LXLabelKind::Slice;
-            if (point ? (label.start - start < 0 || label.start - start > length) : !(e > s)) continue;
-            label.start = s;
-            label.length = point ? 0.0 : e - s;
-            kept.addLabel(label);
-        }
-        *list = kept;
-    }
+// Frames [from, to) of a range, clamped to the file.
+std::pair<int64_t, int64_t> framesOf(const LXRange& range, const LXAudioFile& file) {
+    LXRange framed = range;
+    framed.setRate(file.rate());
+    const int64_t from = std::clamp<int64_t>(framed.sampleStart(), 0, file.frames());
+    return {from, std::clamp<int64_t>(framed.sampleEnd(), from, file.frames())};
+}
+
+LXStatus copyPieces(LXAudioFile& file, const LXPieces& pieces, LXAudioFileWriter& writer) {
+    LXFollowPieces(writer.annotations(), pieces, file.rate());
     LXChannelPick every;
-    return LXProcess(*this, every, writer, {.from = from, .to = to});
+    return LXProcess(file, every, writer, {.pieces = pieces});
+}
+
+} // namespace
+
+LXStatus LXAudioFile::copyRange(const LXRange& range, LXAudioFileWriter& writer) {
+    const auto [from, to] = framesOf(range, *this);
+    return copyPieces(*this, {LXPiece::stretch(from, to)}, writer);
+}
+
+LXStatus LXAudioFile::snip(const LXRange& range, LXAudioFileWriter& writer) {
+    const auto [from, to] = framesOf(range, *this);
+    return copyPieces(*this, {LXPiece::stretch(0, from), LXPiece::stretch(to, frames())}, writer);
+}
+
+LXStatus LXAudioFile::pad(int64_t framesBefore, int64_t framesAfter, LXAudioFileWriter& writer) {
+    LXPieces pieces;
+    if (framesBefore > 0) pieces.push_back(LXPiece::zeros(framesBefore));
+    pieces.push_back(LXPiece::stretch(0, frames()));
+    if (framesAfter > 0) pieces.push_back(LXPiece::zeros(framesAfter));
+    return copyPieces(*this, pieces, writer);
+}
+
+LXStatus LXAudioFile::fade(LXAudioFileWriter& writer, LXFadeType type, int64_t anchor, double curve) {
+    LXFade kernel(type, std::clamp<int64_t>(anchor, 0, frames()), frames(), curve);
+    return LXProcess(*this, kernel, writer);
 }
 
 LXStatus LXAudioFile::copyToWriter(LXAudioFileWriter& writer) {

@@ -257,6 +257,10 @@ LXStatus LXAudioFileWriter::endWrite() {
         (isAiff(m_desc.format) != isAiff(m_sourceFormat) || !LXFormat::isNative(m_desc.format));
     if (converted)
         annotations.unknownChunks.clear(); // a WAV chunk means nothing inside an AIFF file, and vice versa
+    if (!m_writeAnalysis)
+        for (const char* key : {"loudnessValue", "loudnessRange", "maxTruePeakLevel", "maxMomentaryLoudness",
+                                "maxShortTermLoudness"})
+            annotations.metadata.remove(QString::fromLatin1(key));
     for (size_t i = 0; i < m_sinks.size(); ++i) {
         // Descriptive data and labels belong to the lead file of a split set.
         const LXAnnotations& own = i == 0 ? annotations : LXAnnotations{};

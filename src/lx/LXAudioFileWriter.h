@@ -52,9 +52,13 @@ public:
     void setChannels(int channels);
     void setInterleaved(bool interleaved); // false: one mono file per channel
     void setDirectory(const QString& directory);
+    // Unused chunks are those this framework does not interpret (LXAnnotations::unknownChunks), which a
+    // rewrite otherwise carries over byte for byte.
     void setWriteUnusedChunks(bool write) { m_writeUnusedChunks = write; }
-    // Analysis results live in LXWaveformCache, never in the file, and chunks that describe the
-    // samples (PEAK, levl) are dropped on reading, so there is no analysis data to leave out.
+    // Analysis data is what a file says it measured of its own samples: the loudness fields of its
+    // broadcast chunk ("loudnessValue", "loudnessRange", "maxTruePeakLevel", "maxMomentaryLoudness",
+    // "maxShortTermLoudness"). Our own analysis lives in LXWaveformCache, never in the file, and peak and
+    // overview chunks (PEAK, levl) are dropped on reading, as a rewrite would make them stale.
     void setWriteAnalysis(bool write) { m_writeAnalysis = write; }
     bool writesAnalysis() const { return m_writeAnalysis; }
 

@@ -28,25 +28,40 @@ LXError endedEarly(const LXAudioFile& file, int64_t frame) {
 }
 
 template <typename T>
-LXStatus run(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer, int64_t from, int64_t to,
+LXStatus run(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer, const LXPieces& pieces,
              LXDirection direction, int outChannels) {
     std::vector<T> in(size_t(kBlockFrames * file.numberOfChannels()));
     std::vector<T> out(size_t(kBlockFrames * outChannels));
     LX_TRY(writer.beginWrite());
     LXProgressDelegate* delegate = file.progressDelegate();
     if (delegate) delegate->reset();
-    const int64_t total = to - from;
-    for (int64_t done = 0; done < total;) {
-        const int64_t n = std::min(kBlockFrames, total - done);
-        const int64_t start = direction == LXDirection::Forward ? from + done : to - done - n;
-        const auto got = file.readFrames(start, n, in.data());
-        if (!got) return got.error();
-        if (*got < n && direction == LXDirection::Backward) return endedEarly(file, start + *got);
-        kernel.process(in.data(), out.data(), *got);
-        LX_TRY(writer.writeFrames(out.data(), *got));
-        if (*got < n) break; // the stream ended before its header said
-        done += n;
-        LX_TRY(ask(delegate, done, total, QStringLiteral("Processing")));
+    int64_t total = 0;
+    for (const LXPiece& piece : pieces)
+        total += piece.frames();
+    const bool forward = direction == LXDirection::Forward;
+    int64_t done = 0;
+    for (size_t p = 0; p < pieces.size(); ++p) {
+        const LXPiece& piece = pieces[forward ? p : pieces.size() - 1 - p];
+        const int64_t length = piece.frames();
+        for (int64_t inPiece = 0; inPiece < length;) {
+            const int64_t n = std::min(kBlockFrames, length - inPiece);
+            int64_t got = n;
+            if (piece.isSilence()) {
+                std::fill_n(in.begin(), n * file.numberOfChannels(), T(0));
+            } else {
+                const int64_t start = forward ? piece.from + inPiece : piece.to - inPiece - n;
+                const auto read = file.readFrames(start, n, in.data());
+                if (!read) return read.error();
+                got = *read;
+                if (got < n && !forward) return endedEarly(file, start + got);
+            }
+            kernel.process(in.data(), out.data(), got);
+            LX_TRY(writer.writeFrames(out.data(), got));
+            if (got < n) break; // the stream ended before its header said
+            inPiece += n;
+            done += n;
+            LX_TRY(ask(delegate, done, total, QStringLiteral("Processing")));
+        }
     }
     return writer.endWrite();
 }
@@ -55,8 +70,11 @@ LXStatus run(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer, int
 
 LXStatus LXProcess(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer,
                    const LXProcessOptions& options) {
-    const int64_t from = std::clamp<int64_t>(options.from, 0, file.frames());
-    const int64_t to = std::clamp<int64_t>(options.to < 0 ? file.frames() : options.to, from, file.frames());
+    LXPieces pieces = options.pieces.empty() ? LXPieces{LXPiece::stretch(0, file.frames())} : options.pieces;
+    for (LXPiece& piece : pieces) {
+        piece.from = std::clamp<int64_t>(piece.from, 0, file.frames());
+        piece.to = std::clamp<int64_t>(piece.to, piece.from, file.frames());
+    }
     const int inChannels = file.numberOfChannels();
     const int outChannels = kernel.outputChannels(inChannels);
     if (outChannels <= 0)
@@ -66,8 +84,8 @@ LXStatus LXProcess(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& write
     writer.setChannels(outChannels);
     kernel.prepare(inChannels, file.rate());
     const bool wide = writer.needsDoublePrecision() || (!file.isFloat() && file.encoding().bytes == 4);
-    if (wide) return run<double>(file, kernel, writer, from, to, options.direction, outChannels);
-    return run<float>(file, kernel, writer, from, to, options.direction, outChannels);
+    if (wide) return run<double>(file, kernel, writer, pieces, options.direction, outChannels);
+    return run<float>(file, kernel, writer, pieces, options.direction, outChannels);
 }
 
 LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to,

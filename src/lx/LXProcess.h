@@ -1,6 +1,7 @@
 #pragma once
 
 #include "lx/LXChannelSet.h"
+#include "lx/LXPieces.h"
 #include "lx/LXResult.h"
 
 #include <cstdint>
@@ -16,13 +17,16 @@ enum class LXDirection {
 };
 
 struct LXProcessOptions {
-    int64_t from = 0; // frames [from, to) of the file, clamped to its length
-    int64_t to = -1;  // -1: the file's end
-    LXDirection direction = LXDirection::Forward;
+    // What the output is made of, in order (each stretch clamped to the file); empty: the whole file.
+    // Silence reaches the kernel as blocks of zeros.
+    LXPieces pieces;
+    LXDirection direction = LXDirection::Forward; // backwards: the pieces, and each piece, last first
 };
 
-// The block loop of every whole-file operation: reads the file in blocks of 16 K frames, has the kernel
-// process each block, writes it, and reports progress to the file's progress delegate once a block.
+// The block loop of every whole-file operation: reads the file (or the pieces) in blocks of 16 K frames,
+// has the kernel process each block, writes it, and reports progress to the file's progress delegate once
+// a block. It moves no labels: a caller whose output is not the file's audio in place says where they go
+// (LXFollowPieces).
 // Memory stays flat whatever the file's length.
 //
 // Sets the writer's channels from the kernel and begins and ends the writing. The blocks are float, or

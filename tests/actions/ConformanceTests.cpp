@@ -18,8 +18,16 @@ protected:
     std::unique_ptr<TWAction> make() const { return TWActionRegistry::make(GetParam()); }
 
     // A new action's own instructions, in place where it may go there, for the entries named by paths.
+    // Numbers the user must give (a stretch's start and end) are 0.1, 0.2, ...: in the file, in order.
     QVariantMap defaults(const QList<TWFileEntryPtr>& entries) const {
-        QVariantMap instructions = make()->instructions();
+        const std::unique_ptr<TWAction> action = make();
+        QVariantMap instructions = action->instructions();
+        double given = 0.1;
+        for (const TWInstructionKey& key : action->instructionKeys())
+            if (!key.defaultValue.isValid() && key.type == TWValueType::Number) {
+                instructions.insert(key.name, given);
+                given += 0.1;
+            }
         instructions.insert("source", TWSource::Paths);
         QStringList paths;
         for (const TWFileEntryPtr& entry : entries)

@@ -4,6 +4,8 @@
 
 #include "EngineTestSupport.h"
 
+#include "lx/dsp/LXGain.h"
+
 #include <QFileInfo>
 #include <QTemporaryDir>
 
@@ -91,7 +93,7 @@ TEST_F(SaveAndUndo, AFormatChangeInPlaceRepointsEveryEntryAndUndoesBack) {
     EXPECT_EQ(twin->path(), path("x.aif"));
     EXPECT_EQ(filesIn(m_dir.path()), QStringList{"x.aif"});
     EXPECT_EQ(x->format(), qint64(LXFormat::AIFF));
-    expectScaled(before, soxSamples(path("x.aif")), TWGainForLevel(-6.0));
+    expectScaled(before, soxSamples(path("x.aif")), LXAmplitudeOfLevel(-6.0));
     const QByteArray changed = bytesOf(path("x.aif"));
 
     ASSERT_EQ(runs().undoStack().count(), 1);

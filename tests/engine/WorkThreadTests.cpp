@@ -3,6 +3,8 @@
 
 #include "EngineTestSupport.h"
 
+#include "lx/dsp/LXGain.h"
+
 #include <QThread>
 
 using namespace EngineTest;
@@ -62,7 +64,7 @@ TEST_F(WorkThread, EachActionTakesTheInputItsSourceNames) {
     };
     const QString title = runAndWait(list, [&] { workspace().setSelectedEntries({b}); });
     EXPECT_EQ(title, QStringLiteral("Process successful"));
-    const double g = TWGainForLevel(-6.0);
+    const double g = LXAmplitudeOfLevel(-6.0);
     expectScaled(aBefore, samplesOf(a->path()), g * g * g, 2.0 / 32768);
     expectScaled(bBefore, samplesOf(b->path()), g * g, 2.0 / 32768);
     EXPECT_EQ(runs().undoStack().count(), 4);

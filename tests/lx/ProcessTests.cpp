@@ -36,7 +36,7 @@ TEST(Process, ReverseIsBitExactForEveryEncoding) {
             ASSERT_TRUE(file);
             LXAudioFileWriter writer(**file);
             LXReverse reverse;
-            const LXStatus done = LXProcess(**file, reverse, writer, {.direction = LXDirection::Backward});
+            const LXStatus done = LXProcess(**file, reverse, writer, {.pieces = {}, .direction = LXDirection::Backward});
             ASSERT_TRUE(done) << done.error().description().toStdString();
             ASSERT_TRUE(writer.saveFile(0, dir.filePath("reversed-" + name)));
 

@@ -59,16 +59,7 @@ QList<TWControl> levelControls(const TWInstructionKey& key, double minimum, doub
     return {slider, field};
 }
 
-QVariant halfDecibels(const QVariant& value) {
-    return std::round(value.toDouble() * 2.0) / 2.0;
-}
-
 } // namespace
-
-float TWGainForLevel(double level) {
-    const float exponent = float(level) / 20.0f;
-    return float(std::pow(10.0, double(exponent)));
-}
 
 // Change Gain
 // ------------------------------------------------------------------------------------------------
@@ -82,14 +73,14 @@ QList<TWControl> TWActionChangeGain::panelControls() const {
 }
 
 QVariant TWActionChangeGain::valueFromControl(const TWControl& control, const QVariant& value) const {
-    return control.kind == TWControlKind::Slider ? halfDecibels(value)
+    return control.kind == TWControlKind::Slider ? TWHalfDecibels(value.toDouble())
                                                  : kGainLevel.converted(value).value_or(QVariant());
 }
 
 TWOutcome TWActionChangeGain::processAudioFile(LXAudioFile& file, TWFileEntry&,
                                                const QVariantMap& instructions, LXAudioFileWriter& writer,
                                                int) {
-    return applyGain(file, writer, TWGainForLevel(kGainLevel(instructions)));
+    return applyGain(file, writer, LXAmplitudeOfLevel(kGainLevel(instructions)));
 }
 
 // Balance
@@ -136,7 +127,7 @@ QList<TWControl> TWActionNormalize::panelControls() const {
 
 QVariant TWActionNormalize::valueFromControl(const TWControl& control, const QVariant& value) const {
     if (control.key != kTargetLevel.name) return value;
-    if (control.kind == TWControlKind::Slider) return halfDecibels(value);
+    if (control.kind == TWControlKind::Slider) return TWHalfDecibels(value.toDouble());
     const std::optional<QVariant> typed = kTargetLevel.converted(value);
     if (!typed) return {};
     return std::min(typed->toDouble(), 0.0); // deliberately only here: a script's level is not limited
@@ -181,7 +172,7 @@ TWOutcome TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& en
                                               int) {
     if (const auto unmeasured = m_unmeasured.constFind(&entry); unmeasured != m_unmeasured.cend())
         return TWOutcome::failure(*unmeasured);
-    const float target = TWGainForLevel(kTargetLevel(instructions));
+    const float target = LXAmplitudeOfLevel(kTargetLevel(instructions));
     // A grouped run of one file divides by the group level it never measured (-1): the file reaches the
     // target inverted. Kept deliberately: workflows rely on it.
     const float level =

@@ -58,6 +58,3 @@ private:
     float m_groupLevel = -1.0f;
     QHash<const TWFileEntry*, LXError> m_unmeasured; // the files that could not be measured, and why
 };
-
-// 10 to the power (dB / 20): the division in single precision, the power in double, stored as a float.
-float TWGainForLevel(double level);

@@ -1,5 +1,7 @@
 #include "lx/dsp/LXGain.h"
 
+#include <cmath>
+
 namespace {
 
 template <typename T> void scale(const T* __restrict in, T* __restrict out, int64_t samples, T factor) {
@@ -19,4 +21,9 @@ void LXGain::process(const float* in, float* out, int64_t frames) {
 
 void LXGain::process(const double* in, double* out, int64_t frames) {
     scale(in, out, frames * m_channels, m_factor);
+}
+
+float LXAmplitudeOfLevel(double decibels) {
+    const float exponent = float(decibels) / 20.0f;
+    return float(std::pow(10.0, double(exponent)));
 }

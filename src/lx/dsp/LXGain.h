@@ -17,3 +17,8 @@ private:
     double m_factor;
     int m_channels = 0;
 };
+
+// The linear amplitude of a level in decibels relative to full scale, 10 to the power (dB / 20): the
+// division in single precision, the power in double, stored as a float. Every action that takes a level
+// in decibels turns it into an amplitude this way.
+float LXAmplitudeOfLevel(double decibels);

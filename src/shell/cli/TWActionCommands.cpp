@@ -48,6 +48,8 @@ const QList<ActionCommand>& actionCommands() {
         one("shorten", "TWActionShorten");
         one("pad", "TWActionPad");
         one("extend", "TWActionExtend");
+        one("crop", "TWActionCrop");
+        one("snip", "TWActionSnip");
         one("convert-format", "TWActionConvertFormat");
         one("convert-rate", "TWActionConvertRate");
         one("convert-range", "TWActionConvertRange");
@@ -108,7 +110,10 @@ QList<Option> keyOptions(const QString& className) {
         if (!key.details.choices.isEmpty() && key.type != TWValueType::Boolean) {
             QStringList choices;
             for (const TWChoice& choice : key.details.choices)
-                choices.append(QStringLiteral("%1 (%2)").arg(key.describe(choice.value), choice.title));
+                choices.append(choice.code ? QStringLiteral("%1 or %2 (%3)")
+                                                 .arg(key.describe(choice.value),
+                                                      TWInstructionKey::describeCode(choice.code), choice.title)
+                                           : QStringLiteral("%1 (%2)").arg(key.describe(choice.value), choice.title));
             notes.append(QStringLiteral("one of ") + choices.join(QStringLiteral(", ")));
         }
         Option option{key.name, key.help + QStringLiteral(" (") + notes.join(QStringLiteral("; ")) + u')',
@@ -250,11 +255,20 @@ Command commandFor(const ActionCommand& command) {
         return result;
     }
     result.summary = action->name().toLower();
+    QString runs = QStringLiteral("\"%1\"").arg(action->name());
+    if (const std::unique_ptr<TWAction> second = TWActionRegistry::make(command.secondClassName)) {
+        // A command of two actions: the option given chooses which one runs.
+        result.summary = QStringLiteral("%1 (--%2) or %3 (--%4)")
+                             .arg(action->name().toLower(), command.firstOption, second->name().toLower(),
+                                  command.secondOption);
+        runs = QStringLiteral("\"%1\" (with --%2) or \"%3\" (with --%4)")
+                   .arg(action->name(), command.firstOption, second->name(), command.secondOption);
+    }
     result.description =
-        QStringLiteral("Runs \"%1\" over each file (or each audio file in a folder), in place unless\n"
-                       "told otherwise, and prints the paths of the files produced, one a line. In-place\n"
-                       "changes can be undone with 'clipwright undo'.\n")
-            .arg(action->name());
+        QStringLiteral("Runs %1\nover each file (or each audio file in a folder), in place unless told "
+                       "otherwise,\nand prints the paths of the files produced, one a line. In-place changes "
+                       "can be\nundone with 'clipwright undo'.\n")
+            .arg(runs);
     result.options = actionOptions(command);
     result.notes =
         QStringLiteral("Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"

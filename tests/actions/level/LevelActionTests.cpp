@@ -3,6 +3,8 @@
 
 #include "EngineTestSupport.h"
 
+#include "lx/dsp/LXGain.h"
+
 #include <QDir>
 #include <QFileInfo>
 
@@ -42,7 +44,7 @@ TEST_F(LevelActions, ChangeGainAgreesWithSoxInPlaceAndToNewFiles) {
     const TWFileEntryPtr b = addFile("b.wav");
     const QString before = keepCopy(a->path());
     const QByteArray bBytes = bytesOf(b->path());
-    const float gain = TWGainForLevel(-6.0);
+    const float gain = LXAmplitudeOfLevel(-6.0);
     EXPECT_NEAR(gain, 0.501187, 1e-6);
 
     QList<TWFileEntryPtr> results;
@@ -84,7 +86,7 @@ TEST_F(LevelActions, NewFilesTakeTheFirstFreeNameInTheirDestination) {
     const QString fresh = makeDirectory("fresh");
     EXPECT_EQ(names(instructions(kGain, {{"level", 3.0}}, true, fresh), &counting), fresh + "/a-1.wav");
     EXPECT_EQ(QDir(fresh).entryList(QDir::Files), QStringList{"a-1.wav"}); // no temporary file left behind
-    expectScaled(soxSamples(a->path()), soxSamples(out + "/a.wav"), TWGainForLevel(3.0));
+    expectScaled(soxSamples(a->path()), soxSamples(out + "/a.wav"), LXAmplitudeOfLevel(3.0));
 }
 
 TEST_F(LevelActions, TinyGainsLeaveFilesAsTheyAre) {
@@ -146,7 +148,7 @@ TEST_F(LevelActions, NormalizeReachesPeakAndRmsTargets) {
     const std::vector<double> rmsIn = soxSamples(rms->path());
 
     ASSERT_FALSE(run(instructions(kNormalize, {{"level", -0.1}}), {peak}));
-    const double peakGain = TWGainForLevel(-0.1) / float(peakOf(peakIn));
+    const double peakGain = LXAmplitudeOfLevel(-0.1) / float(peakOf(peakIn));
     EXPECT_NEAR(peakGain, 1.977, 0.01);
     expectScaled(peakIn, soxSamples(peak->path()), peakGain);
     EXPECT_NEAR(peakOf(soxSamples(peak->path())), 0.98855, 1e-4);
@@ -169,7 +171,7 @@ TEST_F(LevelActions, GroupedNormalizeScalesEveryFileByTheLoudest) {
         group.append(addFile(QStringLiteral("g%1.wav").arg(amplitude), sine(amplitude)));
         before.push_back(soxSamples(group.last()->path()));
     }
-    const float target = TWGainForLevel(-1.0);
+    const float target = LXAmplitudeOfLevel(-1.0);
     ASSERT_FALSE(run(instructions(kNormalize, {{"level", -1.0}, {"grouping", true}}), group));
     const double factor = target / float(peakOf(before[2]));
     for (qsizetype i = 0; i < group.size(); ++i)
@@ -179,7 +181,7 @@ TEST_F(LevelActions, GroupedNormalizeScalesEveryFileByTheLoudest) {
     const TWFileEntryPtr single = addFile("single.wav", sine(0.5));
     const std::vector<double> in = soxSamples(single->path());
     ASSERT_FALSE(run(instructions(kNormalize, {{"level", -6.0}, {"grouping", true}}), {single}));
-    expectScaled(in, soxSamples(single->path()), -TWGainForLevel(-6.0));
+    expectScaled(in, soxSamples(single->path()), -LXAmplitudeOfLevel(-6.0));
 }
 
 // The panels, driven as the window drives them: the slider moves in half decibels, a typed gain stands, a

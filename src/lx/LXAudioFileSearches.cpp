@@ -1,0 +1,141 @@
+// Searches of a file's audio by level and for zero crossings, read in blocks from the end nearest to
+// what is sought.
+
+#include "lx/LXAudioFile.h"
+#include "lx/dsp/LXThreshold.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+constexpr int64_t kBlockFrames = 16384;
+
+LXStatus ask(LXAudioFile& file, int64_t done, int64_t total) {
+    LXProgressDelegate* delegate = file.progressDelegate();
+    if (!delegate || total <= 0) return {};
+    const int32_t code = delegate->update(float(double(done) / double(total)));
+    if (code != LXContinue) return LXProgressError::errorWithCode(code, QStringLiteral("Searching"));
+    return {};
+}
+
+// The mix of a file's channels frame by frame, read a block at a time in the direction of the search.
+class MixCursor {
+public:
+    MixCursor(LXAudioFile& file, bool forward) : m_file(file), m_forward(forward) {}
+
+    LXResult<double> at(int64_t frame) {
+        if (frame < m_start || frame >= m_start + int64_t(m_mix.size())) LX_TRY(load(frame));
+        return m_mix[size_t(frame - m_start)];
+    }
+
+private:
+    LXStatus load(int64_t frame) {
+        const int channels = m_file.numberOfChannels();
+        const int64_t start = m_forward ? frame : std::max<int64_t>(frame - kBlockFrames + 1, 0);
+        const int64_t count = std::min(kBlockFrames, m_file.frames() - start);
+        m_block.resize(size_t(count * channels));
+        const auto got = m_file.readFrames(start, count, m_block.data());
+        if (!got) return got.error();
+        m_mix.assign(size_t(count), 0.0);
+        for (int64_t f = 0; f < count; ++f)
+            for (int c = 0; c < channels; ++c)
+                m_mix[size_t(f)] += m_block[size_t(f * channels + c)];
+        m_start = start;
+        m_scanned += count;
+        return ask(m_file, m_scanned, m_file.frames());
+    }
+
+    LXAudioFile& m_file;
+    bool m_forward;
+    std::vector<float> m_block;
+    std::vector<double> m_mix;
+    int64_t m_start = 0;
+    int64_t m_scanned = 0;
+};
+
+} // namespace
+
+LXResult<int64_t> LXAudioFile::startAtThreshold(float level) {
+    const int channels = numberOfChannels();
+    std::vector<float> block(size_t(kBlockFrames * channels));
+    for (int64_t start = 0; start < frames(); start += kBlockFrames) {
+        const auto got = readFrames(start, std::min(kBlockFrames, frames() - start), block.data());
+        if (!got) return got.error();
+        if (const int64_t f = LXFirstFrameReaching(block.data(), *got, channels, level); f >= 0) return start + f;
+        LX_TRY(ask(*this, start + *got, frames()));
+    }
+    return frames();
+}
+
+LXResult<int64_t> LXAudioFile::endAtThreshold(float level) {
+    const int channels = numberOfChannels();
+    std::vector<float> block(size_t(kBlockFrames * channels));
+    for (int64_t end = frames(); end > 0; end -= kBlockFrames) {
+        const int64_t start = std::max<int64_t>(end - kBlockFrames, 0);
+        const auto got = readFrames(start, end - start, block.data());
+        if (!got) return got.error();
+        if (const int64_t f = LXLastFrameReaching(block.data(), *got, channels, level); f >= 0)
+            return start + f + 1;
+        LX_TRY(ask(*this, frames() - start, frames()));
+    }
+    return int64_t(0);
+}
+
+LXResult<double> LXAudioFile::firstPositionOverThreshold(float level) {
+    const auto frame = startAtThreshold(level);
+    if (!frame) return frame.error();
+    return double(*frame) / rate();
+}
+
+LXResult<double> LXAudioFile::lastPositionOverThreshold(float level) {
+    const auto frame = endAtThreshold(level);
+    if (!frame) return frame.error();
+    return double(*frame) / rate();
+}
+
+// Walks from a frame towards one end; each step reads one new frame of the mix.
+LXResult<int64_t> LXAudioFile::previousZeroCross(int64_t frame) {
+    int64_t b = std::clamp<int64_t>(frame, 0, frames());
+    if (b == 0 || b == frames()) return b;
+    MixCursor mix(*this, false);
+    auto after = mix.at(b);
+    if (!after) return after.error();
+    for (; b > 0; --b) {
+        const auto before = mix.at(b - 1);
+        if (!before) return before.error();
+        if (*before * *after <= 0) return b;
+        after = before;
+    }
+    return int64_t(0);
+}
+
+LXResult<int64_t> LXAudioFile::nextZeroCross(int64_t frame) {
+    int64_t b = std::clamp<int64_t>(frame, 0, frames());
+    if (b == 0 || b == frames()) return b;
+    MixCursor mix(*this, true);
+    auto before = mix.at(b - 1);
+    if (!before) return before.error();
+    for (; b < frames(); ++b) {
+        const auto after = mix.at(b);
+        if (!after) return after.error();
+        if (*before * *after <= 0) return b;
+        before = after;
+    }
+    return frames();
+}
+
+LXResult<double> LXAudioFile::positionOfZeroCrossingBefore(double seconds) {
+    const auto frame = previousZeroCross(LXFramesFromSeconds(std::max(seconds, 0.0), rate()));
+    if (!frame) return frame.error();
+    return double(*frame) / rate();
+}
+
+LXResult<double> LXAudioFile::positionOfZeroCrossingAfter(double seconds) {
+    // Outward means not before the position: a position between two frames starts the search at the later.
+    int64_t from = LXFramesFromSeconds(std::max(seconds, 0.0), rate());
+    if (seconds * rate() - double(from) > 1e-6) ++from;
+    const auto frame = nextZeroCross(from);
+    if (!frame) return frame.error();
+    return double(*frame) / rate();
+}
