@@ -3,7 +3,10 @@
 #   1. normalize (peak, -1 dB, in place) of FILES ten-second stereo files, against a sox loop doing the
 #      same (measure, scale into a new file, replace it);
 #   2. change gain (-6 dB, in place) of one large file (SIZE_MB), against sox and against cp of the bytes;
-#   3. a search (clipwright find) over 10,000 small files: the first scan, then a re-run with nothing changed.
+#   3. a search (clipwright find) over 10,000 small files: the first scan, then a re-run with nothing changed;
+#   4. the clean-up of FILES ten-second stereo recordings in place (trim silence below -48 dB at both ends,
+#      fade in 10 ms and out 50 ms: the factory workflow "Clean up recordings"), against a sox loop doing
+#      the same (silence, reverse, silence, reverse, fade); then our peak memory on a 2 GB file.
 # Each job runs ROUNDS times, ours and the peers' in turn, each from a synced disk with fresh copies of the
 # input; the medians are compared. Prints the times, the ratios and our peak memory.
 # Usage: bench/commands.sh [FILES] [SIZE_MB] [ROUNDS]
@@ -92,3 +95,37 @@ first=$(timed "$clipwright" find "$work/many" Name contains "tick 1" AudioSample
 again=$(timed "$clipwright" find "$work/many" Name contains "tick 1" AudioSampleRate = 44100)
 found=$("$clipwright" find "$work/many" Name contains "tick 1" AudioSampleRate = 44100 | wc -l)
 echo "   first scan and query ${first} s   re-run ${again} s   ${found} found"
+
+echo
+echo "4. Clean up $files recordings in place: trims below -48 dB, fades 10 ms in and 50 ms out ($rounds rounds)"
+mkdir -p "$work/takes"
+for i in $(seq -w 1 "$files"); do
+    # Half a second of silence on either side of nine seconds of signal.
+    sox -D -n -r 44100 -b 16 -c 2 "$work/takes/take$i.wav" synth 9 pinknoise vol 0.3 pad 0.5 0.5 2>/dev/null
+done
+sox_cleanup() {
+    for f in "$1"/*.wav; do
+        sox -D "$f" "$1/out.wav" silence 1 1s -48d fade t 0.01 reverse silence 1 1s -48d fade t 0.05 reverse
+        mv "$1/out.wav" "$f"
+    done
+}
+ours=() theirs=()
+for _ in $(seq "$rounds"); do
+    fresh "$work/takes" "$work/ours"
+    ours+=("$(timed "$clipwright" run "Clean up recordings" "$work/ours/")")
+    "$clipwright" flush-undo --yes >/dev/null 2>&1
+    fresh "$work/takes" "$work/sox"
+    theirs+=("$(timed sox_cleanup "$work/sox")")
+done
+o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
+echo "   clipwright ${o} s   sox loop ${t} s   ratio $(ratio "$o" "$t") (target <= 0.40)"
+echo "   frames kept, first file: clipwright $(soxi -s "$work/ours/take$(seq -w 1 "$files" | head -1).wav")" \
+    "  sox $(soxi -s "$work/sox/take$(seq -w 1 "$files" | head -1).wav")"
+rm -rf "$work/ours" "$work/sox" "$work/takes"
+# Peak memory stays flat: the same clean-up of a 2 GB file.
+big_frames=$(( 2048 * 1024 * 1024 / 4 ))
+sox -D -n -r 44100 -b 16 -c 2 "$work/huge.wav" synth "${big_frames}s" sine 440 vol 0.5 pad 1 1 2>/dev/null
+memory=$(/usr/bin/time -f %M "$clipwright" run "Clean up recordings" "$work/huge.wav" 2>&1 >/dev/null | tail -1)
+"$clipwright" flush-undo --yes >/dev/null 2>&1
+rm -f "$work/huge.wav"
+echo "   clipwright peak memory on a 2 GB file ${memory} kB"

@@ -81,20 +81,23 @@ QString LXWaveformCache::entryPath(const QString& audioPath) const {
     return m_directory + u'/' + QString::fromLatin1(hash) + QStringLiteral(".wfc");
 }
 
-bool LXWaveformCache::read(const QString& audioPath, Entry* entry) const {
+bool LXWaveformCache::read(const QString& audioPath, Entry* entry, bool withOverview) const {
     QFile file(entryPath(audioPath));
     if (!file.open(QIODevice::ReadOnly)) return false;
     QDataStream in(&file);
     quint32 magic = 0, version = 0;
     in >> magic >> version;
     if (magic != kMagic || version != kVersion) return false;
-    in >> entry->path >> entry->stamp >> entry->analysis >> entry->overview.channels >>
-        entry->overview.framesPerPoint >> entry->overview.minima >> entry->overview.maxima;
+    in >> entry->path >> entry->stamp >> entry->analysis;
+    // The overview's arrays, read a float at a time, cost more than all the rest.
+    if (withOverview)
+        in >> entry->overview.channels >> entry->overview.framesPerPoint >> entry->overview.minima >>
+            entry->overview.maxima;
     return in.status() == QDataStream::Ok && entry->path == audioPath;
 }
 
-bool LXWaveformCache::load(const QString& audioPath, Entry* entry) const {
-    if (!read(audioPath, entry)) return false;
+bool LXWaveformCache::load(const QString& audioPath, Entry* entry, bool withOverview) const {
+    if (!read(audioPath, entry, withOverview)) return false;
     return LXFile::versionOfPath(audioPath) == entry->stamp.version;
 }
 
@@ -111,14 +114,14 @@ bool LXWaveformCache::write(const Entry& entry) const {
 QVariantMap LXWaveformCache::analysisForPath(const QString& path) const {
     QMutexLocker lock(&m_mutex);
     Entry entry;
-    if (!m_enabled || !load(path, &entry)) return {};
+    if (!m_enabled || !load(path, &entry, false)) return {};
     return entry.analysis;
 }
 
 bool LXWaveformCache::hasEntryForPath(const QString& path) const {
     QMutexLocker lock(&m_mutex);
     Entry entry;
-    return m_enabled && load(path, &entry);
+    return m_enabled && load(path, &entry, false);
 }
 
 bool LXWaveformCache::overviewForPath(const QString& path, LXWaveformOverview* overview) const {

@@ -58,8 +58,9 @@ private:
     LXWaveformCache();
     QString entryPath(const QString& audioPath) const;
     struct Entry;
-    bool read(const QString& audioPath, Entry* entry) const; // whatever is kept, current or not
-    bool load(const QString& audioPath, Entry* entry) const; // only a current entry
+    // Whatever is kept, current or not; without the overview, its arrays are left unread.
+    bool read(const QString& audioPath, Entry* entry, bool withOverview = true) const;
+    bool load(const QString& audioPath, Entry* entry, bool withOverview = true) const; // only a current entry
     bool write(const Entry& entry) const;
 
     mutable QMutex m_mutex;

@@ -5,6 +5,7 @@
 #include "shell/cli/TWCommandLine.h"
 #include "shell/cli/TWRunner.h"
 
+#include "engine/TWActionRegistry.h"
 #include "engine/TWRunController.h"
 #include "engine/TWWorkflowFile.h"
 #include "engine/TWWorkflowLibrary.h"
@@ -74,11 +75,12 @@ int listWorkflows(const Arguments& arguments, Context& context) {
         context.out << group.title << (group.items.isEmpty() ? QStringLiteral(" (none)") : QString()) << '\n';
         for (const TWWorkflowLibrary::Item& item : group.items) {
             QStringList names;
-            for (const QVariant& state : item.workflow)
-                names.append(state.toMap()
-                                 .value(QStringLiteral("class"))
-                                 .toString()
-                                 .remove(QStringLiteral("TWAction")));
+            for (const QVariant& state : item.workflow) {
+                // An action this version lacks is named by its class.
+                const QString className = state.toMap().value(QStringLiteral("class")).toString();
+                const std::unique_ptr<TWAction> action = TWActionRegistry::make(className);
+                names.append(action ? action->name() : QString(className).remove(QStringLiteral("TWAction")));
+            }
             context.out << "  " << item.title.leftJustified(32) << ' ' << names.join(QStringLiteral(", "));
             if (!item.problem.isEmpty()) context.out << "  (" << item.problem << ')';
             context.out << '\n';
