@@ -66,12 +66,14 @@ protected:
         EXPECT_TRUE(decoded) << file.toStdString();
         return decoded ? decoded->samples : std::vector<double>{};
     }
-    static QString labels(const QString& file) {
-        const QString reader = QStringLiteral(E2E_SOURCE_DIR "/label_positions.py");
+    // The label positions of each file, one line a file, as label_positions.py prints them.
+    static QStringList labels(const QStringList& files) {
         int exitCode = -1;
         QString error;
-        const QString line = TestAudio::runTool("python3", {reader, file}, &exitCode, &error).trimmed();
-        return exitCode == 0 ? line : error;
+        const QString out = TestAudio::runTool(
+            "python3", QStringList(E2E_SOURCE_DIR "/label_positions.py") + files, &exitCode, &error);
+        EXPECT_EQ(exitCode, 0) << error.toStdString();
+        return out.split(u'\n', Qt::SkipEmptyParts);
     }
 };
 
@@ -210,17 +212,24 @@ TEST_F(EditCommands, LabelsFollowTheAudioInWaveAndAiff) {
         {{"pad", "--startFor", "0.005", "--endFor", "0.01"}, "M:90,340,740 R:240+300 L:640-840", -40},
         {{"extend", "--length", "0.13", "--edge", "0.25"}, "M:80,330,730 R:230+300 L:630-830", -30},
         {{"shorten", "--length", "0.1", "--edge", "0.75"}, "M:0,250,650 R:150+300 L:550-750", 50},
+        {{"trim-around-loop", "--beforeLoopStart", "yes", "--afterLoopEnd", "yes"}, "M:100 R: L:0-200", 600},
     };
     for (uint32_t format : {LXFormat::WAVE, LXFormat::AIFF}) {
         const QString extension = format == LXFormat::WAVE ? ".wav" : ".aif";
         const QString source = makeLabelled("labelled" + extension, format);
+        QStringList files;
         for (const auto& c : cases) {
-            SCOPED_TRACE((extension + " " + c.edit.join(' ')).toStdString());
-            const QString file = copy(source, "edited" + extension);
-            if (!c.edit.isEmpty()) edit(c.edit, file);
-            const QString reference =
-                format == LXFormat::WAVE ? QStringLiteral(" T:%1").arg(1000000 + c.reference) : QString();
-            EXPECT_EQ(labels(file).toStdString(), (c.labels + reference).toStdString());
+            files.append(copy(source, QStringLiteral("edited%1").arg(files.size()) + extension));
+            if (!c.edit.isEmpty()) edit(c.edit, files.last());
+        }
+        const QStringList found = labels(files);
+        ASSERT_EQ(found.size(), files.size());
+        for (qsizetype i = 0; i < files.size(); ++i) {
+            const QString reference = format == LXFormat::WAVE
+                                          ? QStringLiteral(" T:%1").arg(1000000 + cases[i].reference)
+                                          : QString();
+            EXPECT_EQ(found[i].toStdString(), (cases[i].labels + reference).toStdString())
+                << extension.toStdString() << " " << cases[i].edit.join(' ').toStdString();
         }
     }
 }
@@ -245,6 +254,16 @@ TEST_F(EditCommands, TrimsByLevelCutAtTheFirstAndLastSampleThatReachIt) {
         const auto crossing = [&](int64_t f) {
             return f <= 0 || f >= n || speech[size_t(f - 1)] * speech[size_t(f)] <= 0;
         };
+        // Fades by level ramp up to the first sample that reaches it and down from the one after the last.
+        const QString faded = copy(sounds.filePath(name), "faded.wav");
+        edit({"fade-in", "--below", "-30"}, faded);
+        edit({"fade-out", "--below", "-30"}, faded);
+        ASSERT_TRUE(TestAudio::generateWithSox(
+            path("sox.wav"), {sounds.filePath(name)},
+            {"fade", "t", QStringLiteral("%1s").arg(first), "0", QStringLiteral("%1s").arg(n - last - 1)}));
+        const std::vector<double> fadedSamples = samples(faded);
+        ASSERT_EQ(fadedSamples.size(), speech.size());
+        EXPECT_LE(largestDifference(fadedSamples, samples(path("sox.wav"))), 1.0 / 32768);
         for (const QStringList& extra :
              QList<QStringList>{{}, {"--offset", "-0.01"}, {"--zeroCross", "yes"}}) {
             SCOPED_TRACE(extra.join(' ').toStdString());

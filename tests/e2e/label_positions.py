@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints the label positions of a WAV or AIFF file, in frames, on one line:
+"""Prints the label positions of each WAV or AIFF file named, in frames, one line a file:
 M:<marker>,...  R:<start>+<length>,...  L:<start>-<end>,...  T:<time reference>
 (loop ends exclusive; T only for a WAV with a bext chunk). Read from the chunks with nothing but struct,
 so that the tests check the program's labels against a reader that shares none of its code."""
@@ -78,4 +78,5 @@ def main(path):
 
 
 if __name__ == "__main__":
-    main(sys.argv[1])
+    for name in sys.argv[1:]:
+        main(name)
