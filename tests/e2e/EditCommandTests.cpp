@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
+#include <numeric>
 
 namespace {
 
@@ -236,54 +237,69 @@ TEST_F(EditCommands, LabelsFollowTheAudioInWaveAndAiff) {
     }
 }
 
-// On recorded speech (mono, 8 kHz) the kept audio starts at the first sample that reaches the level and
-// ends after the last one, moved by the offset; a zero-crossing snap only ever keeps more.
-TEST_F(EditCommands, TrimsByLevelCutAtTheFirstAndLastSampleThatReachIt) {
+// On recorded speech (mono, 8 kHz), and on a stereo file whose left channel starts (and ends) 160 frames
+// after its right, the kept audio starts at the first frame in which a channel reaches the level and ends
+// after the last one, moved by the offset; a fade by level ramps up to the one and down from the other. A
+// zero-crossing snap moves each cut outward to the nearest crossing of the channels' sum.
+TEST_F(EditCommands, TrimsAndFadesByLevelFindTheFirstAndLastFrameThatReachIt) {
     const QDir sounds("/usr/share/asterisk/sounds/en_US_f_Allison");
     if (!sounds.exists()) GTEST_SKIP() << "asterisk-core-sounds-en-wav is not installed";
+    ASSERT_TRUE(TestAudio::generateWithSox(path("late.wav"), {"-r", "8000", "-c", "2", "-n", "-b", "16"},
+                                           {"synth", "2000s", "sine", "440", "vol", "0.5", "fade", "t",
+                                            "1000s", "0", "1000s", "delay", "0.02", "0"}));
     const float level = float(std::pow(10.0, -30.0 / 20));
-    for (const char* name : {"vm-goodbye.wav", "beep.wav", "vm-intro.wav"}) {
-        SCOPED_TRACE(name);
-        const std::vector<double> speech = samples(sounds.filePath(name));
-        ASSERT_FALSE(speech.empty());
-        const int64_t n = int64_t(speech.size());
+    for (const QString& source : {sounds.filePath("vm-goodbye.wav"), sounds.filePath("beep.wav"),
+                                  sounds.filePath("vm-intro.wav"), path("late.wav")}) {
+        SCOPED_TRACE(source.toStdString());
+        const auto decoded = TestAudio::readWithSox(source);
+        ASSERT_TRUE(decoded);
+        const std::vector<double>& before = decoded->samples;
+        const int channels = decoded->channels;
+        const int64_t n = decoded->frames();
+        const auto reaches = [&](int64_t f) {
+            for (int c = 0; c < channels; ++c)
+                if (std::fabs(float(before[size_t(f * channels + c)])) >= level) return true;
+            return false;
+        };
+        const auto sum = [&](int64_t f) {
+            return std::accumulate(&before[size_t(f * channels)], &before[size_t(f * channels + channels)],
+                                   0.0);
+        };
+        const auto crossing = [&](int64_t f) { return f <= 0 || f >= n || sum(f - 1) * sum(f) <= 0; };
         int64_t first = 0, last = n - 1;
-        while (first < n && std::fabs(float(speech[size_t(first)])) < level)
+        while (first < n && !reaches(first))
             ++first;
-        while (last >= 0 && std::fabs(float(speech[size_t(last)])) < level)
+        while (last >= 0 && !reaches(last))
             --last;
         ASSERT_LT(first, last);
-        const auto crossing = [&](int64_t f) {
-            return f <= 0 || f >= n || speech[size_t(f - 1)] * speech[size_t(f)] <= 0;
-        };
-        // Fades by level ramp up to the first sample that reaches it and down from the one after the last.
-        const QString faded = copy(sounds.filePath(name), "faded.wav");
+
+        const QString faded = copy(source, "faded.wav");
         edit({"fade-in", "--below", "-30"}, faded);
         edit({"fade-out", "--below", "-30"}, faded);
         ASSERT_TRUE(TestAudio::generateWithSox(
-            path("sox.wav"), {sounds.filePath(name)},
+            path("sox.wav"), {source},
             {"fade", "t", QStringLiteral("%1s").arg(first), "0", QStringLiteral("%1s").arg(n - last - 1)}));
         const std::vector<double> fadedSamples = samples(faded);
-        ASSERT_EQ(fadedSamples.size(), speech.size());
+        ASSERT_EQ(fadedSamples.size(), before.size());
         EXPECT_LE(largestDifference(fadedSamples, samples(path("sox.wav"))), 1.0 / 32768);
+
         for (const QStringList& extra :
              QList<QStringList>{{}, {"--offset", "-0.01"}, {"--zeroCross", "yes"}}) {
             SCOPED_TRACE(extra.join(' ').toStdString());
             const int64_t offset = extra.contains("--offset") ? -80 : 0;
-            const QString start = copy(sounds.filePath(name), "start.wav"), end = copy(start, "end.wav");
+            const QString start = copy(source, "start.wav"), end = copy(source, "end.wav");
             edit(QStringList{"trim-beginning", "--beginningBelow", "-30"} + extra, start);
             edit(QStringList{"trim-end", "--endBelow", "-30"} + extra, end);
             const std::vector<double> head = samples(start), tail = samples(end);
-            ASSERT_TRUE(head.size() <= speech.size() && tail.size() <= speech.size());
-            const int64_t cut = n - int64_t(head.size()), kept = int64_t(tail.size());
-            EXPECT_TRUE(std::equal(head.begin(), head.end(), speech.begin() + cut));
-            EXPECT_TRUE(std::equal(tail.begin(), tail.end(), speech.begin()));
+            ASSERT_TRUE(head.size() <= before.size() && tail.size() <= before.size());
+            const int64_t cut = n - int64_t(head.size()) / channels, kept = int64_t(tail.size()) / channels;
+            EXPECT_TRUE(std::equal(head.begin(), head.end(), before.begin() + cut * channels));
+            EXPECT_TRUE(std::equal(tail.begin(), tail.end(), before.begin()));
             if (!extra.contains("--zeroCross")) {
                 EXPECT_EQ(cut, std::max<int64_t>(first + offset, 0));
                 EXPECT_EQ(kept, last + 1 + offset);
                 continue;
             }
-            // The nearest crossing at or before the first sample, at or after the one past the last.
             EXPECT_LE(cut, first);
             EXPECT_TRUE(crossing(cut));
             for (int64_t f = cut + 1; f <= first; ++f)
