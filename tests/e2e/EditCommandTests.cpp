@@ -101,7 +101,8 @@ ino_t inodeOf(const QString& file) {
 
 } // namespace
 
-// Every cut is bit-exact and every straight fade within one step of the integer scale, in 16 and 24 bits.
+// Every cut is bit-exact and every straight fade within one step of the integer scale, in a 16-bit WAV and a
+// 24-bit AIFF.
 TEST_F(EditCommands, CutsPadsAndStraightFadesMatchSox) {
     const struct {
         QStringList edit;
@@ -125,10 +126,11 @@ TEST_F(EditCommands, CutsPadsAndStraightFadesMatchSox) {
         {{"shorten", "--length", "0.5", "--edge", "0.25"}, {"trim", "12000s", "4000s"}},
     };
     for (int bits : {16, 24}) {
-        const QString source = makeStereo(QStringLiteral("source%1.wav").arg(bits), bits);
+        const QString extension = bits == 16 ? ".wav" : ".aif";
+        const QString source = makeStereo("source" + extension, bits);
         for (const auto& c : cases) {
             SCOPED_TRACE(QStringLiteral("%1 bits: %2").arg(bits).arg(c.edit.join(' ')).toStdString());
-            const QString ours = copy(source, "ours.wav");
+            const QString ours = copy(source, "ours" + extension);
             edit(c.edit, ours);
             ASSERT_TRUE(TestAudio::generateWithSox(path("sox.wav"), {source}, c.sox));
             const std::vector<double> got = samples(ours), want = samples(path("sox.wav"));
@@ -229,6 +231,8 @@ TEST_F(EditCommands, LabelsFollowTheAudioInWaveAndAiff) {
         {{"extend", "--length", "0.13", "--edge", "0.25"}, "M:80,330,730 R:230+300 L:630-830", -30},
         {{"shorten", "--length", "0.1", "--edge", "0.75"}, "M:0,250,650 R:150+300 L:550-750", 50},
         {{"trim-around-loop", "--beforeLoopStart", "yes", "--afterLoopEnd", "yes"}, "M:100 R: L:0-200", 600},
+        {{"fade-in", "--for", "100", "--units", "2"}, "M:50,300,700 R:200+300 L:600-800", 0},
+        {{"compact", "--removeNonstandard", "yes"}, "M:50,300,700 R:200+300 L:600-800", 0},
     };
     for (uint32_t format : {LXFormat::WAVE, LXFormat::AIFF}) {
         const QString extension = format == LXFormat::WAVE ? ".wav" : ".aif";
