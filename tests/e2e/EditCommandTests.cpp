@@ -119,7 +119,7 @@ TEST_F(EditCommands, CutsPadsAndStraightFadesMatchSox) {
         {{"trim-end", "--endFor", "5", "--units", "3"}, {"trim", "0", "19000s"}},
         {{"crop", "--start", "0.0125", "--end", "2.25"}, {"trim", "100s", "17900s"}},
         {{"snip", "--start", "0.0125", "--end", "2.25"}, {"trim", "0", "=100s", "=18000s"}},
-        {{"pad", "--startFor", "0.00125", "--endFor", "0.0025"}, {"pad", "10s", "20s"}},
+        {{"pad", "--startFor", "2.5", "--endFor", "2.0025"}, {"pad", "20000s", "16020s"}},
         // 20003.04 frames: three more, the edge in the middle, one each side and the third lost to
         // truncation.
         {{"extend", "--length", "2.50038", "--edge", "0.5"}, {"pad", "1s", "1s"}},
