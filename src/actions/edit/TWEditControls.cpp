@@ -45,6 +45,10 @@ int64_t TWTruncatedFrames(double seconds, double rate) {
     const double frames = seconds * rate;
     constexpr double limit = 9.0e18; // within int64_t, far beyond any file
     if (std::isnan(frames)) return 0;
+    // 0.7 s at 44100 Hz is 30869.999999999996 frames in double: a product within a millionth of a whole
+    // frame is that frame, as LXFramesFromSeconds takes it, so that a duration gives its whole frames.
+    const double nearest = std::round(frames);
+    if (std::abs(frames - nearest) < 1e-6) return int64_t(std::clamp(nearest, -limit, limit));
     return int64_t(std::clamp(frames, -limit, limit));
 }
 

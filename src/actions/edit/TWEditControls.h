@@ -18,7 +18,8 @@ int64_t TWDurationFrames(double value, int unit, double rate, int64_t frames);
 // The same duration in seconds, untruncated: what a preview shows.
 double TWDurationSeconds(double value, int unit, double rate, double length);
 
-// Frames for seconds, truncated toward zero (a value beyond any file saturates).
+// Frames for seconds, truncated toward zero (a product within a millionth of a whole frame counts as
+// that frame; a value beyond any file saturates).
 int64_t TWTruncatedFrames(double seconds, double rate);
 
 // An action set by a duration in a unit. Its panel has a unit pop-up, a slider for the duration as a

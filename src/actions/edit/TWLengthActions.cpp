@@ -112,14 +112,14 @@ public:
 
 protected:
     // The silence added is split by the edge, each side truncated by itself, so the two may fall a frame
-    // short of the target.
+    // short of the target. In double: a float would lose frames past 2^24 (six minutes at 44.1 kHz).
     TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap& instructions,
                                LXAudioFileWriter& writer, int) override {
         const int64_t target = TWTruncatedFrames(kExtendLength(instructions), file.rate());
         if (target <= file.frames()) return TWOutcome::unchanged();
-        const float added = float(target - file.frames());
-        const float edge = float(kEdge(instructions));
-        return file.pad(int64_t((1.0f - edge) * added), int64_t(added * edge), writer);
+        const double added = double(target - file.frames());
+        const double edge = double(float(kEdge(instructions)));
+        return file.pad(int64_t((1.0 - edge) * added), int64_t(added * edge), writer);
     }
 };
 
@@ -141,6 +141,8 @@ protected:
         const auto kept = keptRange(file, kShortenLength(instructions), kEdge(instructions), kZeroCross(instructions));
         if (!kept) return kept.error();
         if (!*kept) return TWOutcome::unchanged();
+        // As a trim, it never cuts everything.
+        if ((*kept)->isEmpty()) return TWOutcome::unchanged().withNote(QStringLiteral("it would leave nothing"));
         return file.copyRange(**kept, writer);
     }
     // The two cuts, start and end, in seconds.
@@ -207,7 +209,7 @@ protected:
         const LXRange range = stretchOf(file, instructions);
         if (range.isEqualToRange(file.range())) return TWOutcome::unchanged();
         if (range.isEmpty())
-            return TWOutcome::unchanged().withNote(QStringLiteral("the stretch lies outside the file"));
+            return TWOutcome::unchanged().withNote(QStringLiteral("the stretch is empty or lies outside the file"));
         return file.copyRange(range, writer);
     }
 };
