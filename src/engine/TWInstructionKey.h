@@ -99,9 +99,12 @@ private:
         else
             return TWValueType::Dictionary;
     }
+    // As a property list holds it: integers as 64-bit, lists as lists of values.
     static QVariant toVariant(const T& value) {
         if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>)
             return QVariant(qint64(value));
+        else if constexpr (std::is_same_v<T, QStringList>)
+            return QVariantList(value.cbegin(), value.cend());
         else
             return QVariant::fromValue(value);
     }
@@ -114,6 +117,8 @@ private:
             return value.toBool();
         else if constexpr (std::is_integral_v<T>)
             return T(value.toLongLong());
+        else if constexpr (std::is_same_v<T, QStringList>)
+            return value.toStringList();
         else
             return value.value<T>();
     }

@@ -105,6 +105,12 @@ public:
     LXResult<int64_t> nextZeroCross(int64_t frame);
     LXResult<double> positionOfZeroCrossingBefore(double seconds);
     LXResult<double> positionOfZeroCrossingAfter(double seconds);
+    // The nearer of the two (the earlier when both are as near).
+    LXResult<int64_t> nearestZeroCross(int64_t frame);
+    LXResult<double> positionOfZeroCrossingNearestTo(double seconds);
+
+    // The tempo the file states (acid chunk, tags), in beats per minute; 0 when it states none.
+    float tempo() const { return metadata().value(QStringLiteral("tempo")).toFloat(); }
 
     // Whether the cache holds a current overview of this file (see LXAnalyze in lx/LXAnalysis.h).
     bool hasWaveformsOfType(int type) const;

@@ -139,3 +139,19 @@ LXResult<double> LXAudioFile::positionOfZeroCrossingAfter(double seconds) {
     if (!frame) return frame.error();
     return double(*frame) / rate();
 }
+
+LXResult<int64_t> LXAudioFile::nearestZeroCross(int64_t frame) {
+    frame = std::clamp<int64_t>(frame, 0, frames());
+    const auto before = previousZeroCross(frame);
+    if (!before) return before.error();
+    if (*before == frame) return frame;
+    const auto after = nextZeroCross(frame);
+    if (!after) return after.error();
+    return frame - *before <= *after - frame ? *before : *after;
+}
+
+LXResult<double> LXAudioFile::positionOfZeroCrossingNearestTo(double seconds) {
+    const auto frame = nearestZeroCross(LXFramesFromSeconds(std::max(seconds, 0.0), rate()));
+    if (!frame) return frame.error();
+    return double(*frame) / rate();
+}

@@ -153,7 +153,7 @@ QVariant TWLevelEditAction::valueFromControl(const TWControl& control, const QVa
 
 QVariant TWLevelEditAction::controlValue(const TWControl& control) const {
     const QVariant value = TWAction::controlValue(control);
-    if (control.key == kSearchOffset.name) return std::trunc(value.toDouble() * 1000.0);
+    if (control.key == kSearchOffset.name) return double(TWTruncatedFrames(value.toDouble(), 1000.0));
     return value;
 }
 
