@@ -112,6 +112,16 @@ public:
     // The tempo the file states (acid chunk, tags), in beats per minute; 0 when it states none.
     float tempo() const { return metadata().value(QStringLiteral("tempo")).toFloat(); }
 
+    // The regions of the file that rise to a level and fall back below another,
+    // in the order of the file, in seconds with the file's rate set. Levels are linear amplitudes and reached
+    // as lx/dsp/LXThreshold.h defines it. A region opens at the first frame that reaches `attack`; it closes
+    // once the level has stayed below `release` for `interval` seconds (an interval of 0 closes it at the
+    // first frame below), and ends just after the last frame that reached `release` (or the file's end).
+    // With zeroCross each start moves back to previousZeroCross and each end forward to nextZeroCross, never
+    // into the region before or after. A file that never reaches `attack` gives no region. Read in blocks
+    // from the start, reporting progress and stopping as the searches above do.
+    LXResult<QList<LXRange>> thresholdArray(float attack, float release, double interval, bool zeroCross);
+
     // Whether the cache holds a current overview of this file (see LXAnalyze in lx/LXAnalysis.h).
     bool hasWaveformsOfType(int type) const;
 

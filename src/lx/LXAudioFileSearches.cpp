@@ -1,5 +1,5 @@
 // Searches of a file's audio by level and for zero crossings, read in blocks from the end nearest to
-// what is sought.
+// what is sought, and the regions between an attack and a release level.
 
 #include "lx/LXAudioFile.h"
 #include "lx/dsp/LXThreshold.h"
@@ -154,4 +154,60 @@ LXResult<double> LXAudioFile::positionOfZeroCrossingNearestTo(double seconds) {
     const auto frame = nearestZeroCross(LXFramesFromSeconds(std::max(seconds, 0.0), rate()));
     if (!frame) return frame.error();
     return double(*frame) / rate();
+}
+
+// One pass from the start: while no region is open, look for the first frame that reaches the attack
+// level; while one is, follow the last frame that reaches the release level and close the region once the
+// frames since then have lasted the interval.
+LXResult<QList<LXRange>> LXAudioFile::thresholdArray(float attack, float release, double interval,
+                                                     bool zeroCross) {
+    const int channels = numberOfChannels();
+    const double holdFrames = interval > 0 ? interval * rate() : 0.0; // NaN too
+    // At least one frame below the release level; an interval longer than the file never closes a region.
+    const int64_t hold = std::max<int64_t>(
+        holdFrames > double(frames()) ? frames() + 1 : LXFramesFromSeconds(holdFrames, 1.0), 1);
+    std::vector<std::pair<int64_t, int64_t>> regions;
+    bool open = false;
+    int64_t start = 0, lastReach = 0;
+    std::vector<float> block(size_t(kBlockFrames * channels));
+    for (int64_t at = 0; at < frames(); at += kBlockFrames) {
+        const auto got = readFrames(at, std::min(kBlockFrames, frames() - at), block.data());
+        if (!got) return got.error();
+        for (int64_t f = 0; f < *got; ++f) {
+            const float* frame = block.data() + f * channels;
+            if (open) {
+                if (LXFrameReaches(frame, channels, release))
+                    lastReach = at + f;
+                else if (at + f - lastReach >= hold) {
+                    regions.emplace_back(start, lastReach + 1);
+                    open = false;
+                }
+            }
+            if (!open) {
+                const int64_t next = LXFirstFrameReaching(frame, *got - f, channels, attack);
+                if (next < 0) break;
+                f += next;
+                open = true;
+                start = lastReach = at + f;
+            }
+        }
+        LX_TRY(ask(*this, at + *got, frames()));
+    }
+    if (open) regions.emplace_back(start, lastReach + 1);
+
+    // Outward to the crossings, each edge kept clear of its neighbour's audio.
+    if (zeroCross) {
+        for (size_t i = 0; i < regions.size(); ++i) {
+            const auto before = previousZeroCross(regions[i].first);
+            if (!before) return before.error();
+            const auto after = nextZeroCross(regions[i].second);
+            if (!after) return after.error();
+            regions[i].first = std::max(*before, i > 0 ? regions[i - 1].second : int64_t(0));
+            regions[i].second = std::min(*after, i + 1 < regions.size() ? regions[i + 1].first : frames());
+        }
+    }
+    QList<LXRange> ranges;
+    for (const auto& [from, to] : regions)
+        ranges.append(LXRange::fromFrames(from, to, rate()));
+    return ranges;
 }
