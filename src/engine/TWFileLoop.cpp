@@ -17,6 +17,7 @@
 #include "lx/LXProcess.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QLocale>
 
 const QString kUndoFolderLimit = QStringLiteral("Undo Folder Limit"); // megabytes, 0 for none
@@ -94,6 +95,12 @@ public:
     }
 
     void takeBack() override {
+        // New files are the run's own: they go, every member of a split set.
+        for (const QString& made : std::as_const(m_made)) {
+            const QStringList members = LXAudioFile::splitSetMembers(made);
+            for (const QString& member : members.isEmpty() ? QStringList{made} : members)
+                QFile::remove(member);
+        }
         // In the order the files were replaced.
         for (TWSaveInfo& info : m_saves) {
             if (info.undoPaths().isEmpty()) continue; // kept no copy: nothing to put back
@@ -130,9 +137,9 @@ private:
     }
 
     // A new file made (from the writer, or a copy of an unchanged source).
-    static TWOutcome keep(const LXResult<TWFileEntryPtr>& made, QList<TWFileEntryPtr>& results,
-                          TWFileReport& report) {
+    TWOutcome keep(const LXResult<TWFileEntryPtr>& made, QList<TWFileEntryPtr>& results, TWFileReport& report) {
         if (!made) return made.error();
+        m_made.append((*made)->path());
         results.append(*made);
         report.outputs.append((*made)->path());
         return TWOutcome::success();
@@ -181,6 +188,7 @@ private:
     const bool m_keepUndo;
     std::optional<qint64> m_step; // the journal's step of this run's in-place saves
     QList<TWSaveInfo> m_saves;
+    QStringList m_made; // the new files, which a cancel removes
     TWFileLocks m_locks; // the files this run changes in place, held until it ends
     bool m_readied = false;
 };
