@@ -12,44 +12,33 @@
 
 #include <cmath>
 
-namespace {
-
-// 0.3 s of silence before, between and after the hits.
-constexpr int64_t kGap = 13230;
-
-struct Hit {
-    int64_t start = 0, end = 0; // in the joined file: the first frame at -30 dB, after the last at -50 dB
-};
-
-} // namespace
-
 TEST(ThresholdCommands, EachHitBecomesOneFileAndOneLabel) {
     const QDir samples("/usr/share/sonic-pi/samples");
     if (!samples.exists()) GTEST_SKIP() << "sonic-pi-samples is not installed";
     CommandLineRunner cli;
     const QDir work(cli.work());
+    const int64_t gap = 13230; // 0.3 s of silence before, between and after the hits
     ASSERT_TRUE(TestAudio::generateWithSox(work.filePath("gap.wav"), {"-r", "44100", "-c", "1", "-n", "-b", "16"},
-                                           {"trim", "0", QStringLiteral("%1s").arg(kGap)}));
+                                           {"trim", "0", QStringLiteral("%1s").arg(gap)}));
     const float attack = float(std::pow(10.0, -30.0 / 20)), release = float(std::pow(10.0, -50.0 / 20));
     QStringList joined{work.filePath("gap.wav")};
-    QList<Hit> hits;
-    std::vector<double> all;
-    int64_t offset = kGap;
+    QList<std::pair<int64_t, int64_t>> hits; // the first frame at -30 dB, and after the last at -50 dB
+    int64_t offset = gap;
     for (const char* name : {"drum_bass_hard", "drum_snare_hard", "drum_cowbell"}) {
         const QString hit = samples.filePath(QStringLiteral("%1.flac").arg(name));
         const auto decoded = TestAudio::readWithSox(hit);
         ASSERT_TRUE(decoded && decoded->channels == 1) << name;
         const std::vector<double>& x = decoded->samples;
-        Hit found{-1, -1};
+        std::pair<int64_t, int64_t> found{-1, -1};
         for (int64_t f = 0; f < decoded->frames(); ++f) {
             const float level = std::fabs(float(x[size_t(f)]));
-            if (found.start < 0 && level >= attack) found.start = offset + f;
-            if (level >= release) found.end = offset + f + 1;
+            if (found.first < 0 && level >= attack) found.first = offset + f;
+            if (level >= release) found.second = offset + f + 1;
         }
-        ASSERT_GE(found.start, 0) << name;
+        ASSERT_GE(found.first, 0) << name;
         hits.append(found);
         joined << hit << work.filePath("gap.wav");
-        offset += decoded->frames() + kGap;
+        offset += decoded->frames() + gap;
     }
     const QString source = work.filePath("hits.wav");
     ASSERT_TRUE(TestAudio::generateWithSox(source, joined));
@@ -67,9 +56,8 @@ TEST(ThresholdCommands, EachHitBecomesOneFileAndOneLabel) {
         EXPECT_EQ(QFileInfo(files[i]).fileName(), QStringLiteral("hits-%1.wav").arg(i + 1)) << "numbered from 1";
         const auto piece = TestAudio::readWithSox(files[i]);
         ASSERT_TRUE(piece);
-        EXPECT_EQ(piece->frames(), hits[i].end - hits[i].start);
-        EXPECT_TRUE(std::equal(piece->samples.begin(), piece->samples.end(),
-                               decoded->samples.begin() + hits[i].start));
+        EXPECT_EQ(piece->frames(), hits[i].second - hits[i].first);
+        EXPECT_TRUE(std::equal(piece->samples.begin(), piece->samples.end(), decoded->samples.begin() + hits[i].first));
     }
 
     // The same regions as labels of the file itself: markers at their starts, or regions over them.
@@ -81,9 +69,9 @@ TEST(ThresholdCommands, EachHitBecomesOneFileAndOneLabel) {
         ASSERT_EQ(made.exitCode, 0) << made.err.toStdString();
     }
     QStringList starts, spans;
-    for (const Hit& hit : hits) {
-        starts << QString::number(hit.start);
-        spans << QStringLiteral("%1+%2").arg(hit.start).arg(hit.end - hit.start);
+    for (const auto& [start, end] : hits) {
+        starts << QString::number(start);
+        spans << QStringLiteral("%1+%2").arg(start).arg(end - start);
     }
     int exitCode = -1;
     const QString printed =
@@ -94,13 +82,11 @@ TEST(ThresholdCommands, EachHitBecomesOneFileAndOneLabel) {
     EXPECT_EQ(TestAudio::readWithSox(marked)->samples, decoded->samples) << "the audio is copied as it is";
 
     // Levels above full scale and negative intervals are refused before any file is touched; 0 is allowed.
-    for (const QStringList& bad : {QStringList{"--attack", "0.1", "--release", "-50", "--interval", "0"},
-                                   QStringList{"--attack", "-30", "--release", "-50", "--interval", "-0.01"}}) {
-        const auto refused = cli.run(QStringList{"extract-thresholds"} + bad + QStringList{source});
-        EXPECT_EQ(refused.exitCode, 8) << refused.err.toStdString();
-        EXPECT_TRUE(refused.err.contains(bad[1] == "0.1" ? "above full scale" : "negative")) << refused.err.toStdString();
+    for (const char* bad : {"--attack=0.1", "--interval=-0.01"}) {
+        const auto refused = cli.run(QStringList{"extract-thresholds"} + levels + QStringList{bad, source});
+        EXPECT_EQ(refused.exitCode, 8) << bad;
+        EXPECT_TRUE(refused.err.contains(QString(bad).contains("attack") ? "above full scale" : "negative"));
     }
-    const auto zero = cli.run({"make-labels-at-thresholds", "--attack", "0", "--release", "0", "--interval", "0",
-                               "--type", "0", source});
+    const auto zero = cli.run({"extract-thresholds", "--attack", "0", "--release", "0", "--interval", "0", source});
     EXPECT_EQ(zero.exitCode, 0) << zero.err.toStdString();
 }

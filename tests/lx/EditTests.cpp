@@ -106,51 +106,33 @@ TEST(Edit, ZeroCrossingsAreFoundOutwardInTheMix) {
 
 // Regions open at the first frame that reaches the attack level and close once the level has stayed below
 // the release level for the interval, ending after the last frame that reached it; a region may span the
-// search's blocks. A silent file has none.
+// search's blocks or end with the file. A zero-crossing snap widens a region up to its neighbour only.
 TEST(Edit, ThresholdRegionsOpenAtTheAttackAndCloseAfterTheInterval) {
     QTemporaryDir dir;
-    std::vector<float> samples(40000, 0.0f);
-    const auto fill = [&](int64_t from, int64_t to, float value) {
-        std::fill(samples.begin() + from, samples.begin() + to, value);
-    };
-    fill(1000, 2000, -0.5f);  // reaches the attack (negative counts by its magnitude)
-    fill(2000, 2100, 0.05f);  // under the attack, over the release: the region goes on
-    fill(2200, 2210, 0.05f);  // after 100 frames under the release
-    fill(5000, 5100, 0.5f);
-    fill(16300, 16500, 0.5f); // across the first block's end
-    fill(39990, 40000, 0.5f); // still open at the file's end
-    const auto file = fileOf(dir, samples);
-    ASSERT_TRUE(file);
     using Regions = QList<std::pair<int64_t, int64_t>>;
-    const auto regions = [](LXAudioFile& of, int64_t interval, bool zeroCross = false) {
-        const auto found = of.thresholdArray(0.1f, 0.01f, double(interval) / 44100.0, zeroCross);
+    const auto regions = [&](Regions spans, const QList<float>& levels, int64_t length, int64_t interval,
+                             bool zeroCross = false) {
+        std::vector<float> samples(size_t(length), 0.0f);
+        for (qsizetype i = 0; i < spans.size(); ++i)
+            std::fill(samples.begin() + spans[i].first, samples.begin() + spans[i].second, levels[i]);
+        const auto found = fileOf(dir, samples)->thresholdArray(0.1f, 0.01f, double(interval) / 44100.0, zeroCross);
         EXPECT_TRUE(found);
         Regions frames;
-        for (const LXRange& range : found ? *found : QList<LXRange>{}) {
-            EXPECT_EQ(range.rate(), 44100.0);
+        for (const LXRange& range : found ? *found : QList<LXRange>{})
             frames.append({range.sampleStart(), range.sampleEnd()});
-        }
         return frames;
     };
+    // Under the attack but over the release from 2000, and again after 100 frames under it at 2200.
+    const Regions bursts{{1000, 2000}, {2000, 2100}, {2200, 2210}, {5000, 5100}, {16300, 16500}, {39990, 40000}};
+    const QList<float> levels{-0.5f, 0.05f, 0.05f, 0.5f, 0.5f, 0.5f};
     const Regions rest{{5000, 5100}, {16300, 16500}, {39990, 40000}};
-    EXPECT_EQ(regions(*file, 0), (Regions{{1000, 2100}} + rest)) << "an interval of 0 closes at the first frame below";
-    EXPECT_EQ(regions(*file, 100), (Regions{{1000, 2100}} + rest)) << "100 frames below last the interval";
-    EXPECT_EQ(regions(*file, 101), (Regions{{1000, 2210}} + rest));
-    EXPECT_EQ(regions(*file, 5000), (Regions{{1000, 5100}, {16300, 16500}, {39990, 40000}}))
-        << "quiet stretches shorter than the interval stay inside the region";
+    EXPECT_EQ(regions(bursts, levels, 40000, 0), (Regions{{1000, 2100}} + rest)) << "0 closes at once";
+    EXPECT_EQ(regions(bursts, levels, 40000, 100), (Regions{{1000, 2100}} + rest));
+    EXPECT_EQ(regions(bursts, levels, 40000, 101), (Regions{{1000, 2210}} + rest));
+    EXPECT_EQ(regions(bursts, levels, 40000, 5000), (Regions{{1000, 5100}, {16300, 16500}, {39990, 40000}}));
+    EXPECT_EQ(regions({}, {}, 20000, 0, true), Regions{}) << "silence";
 
-    // Zero crossings outward: back over the faint lead-in, forward over the faint tail, but never into the
-    // region that follows.
-    std::vector<float> faint(1000, 0.0f);
-    std::fill(faint.begin() + 100, faint.begin() + 600, 0.001f);
-    std::fill(faint.begin() + 200, faint.begin() + 300, 0.5f);
-    std::fill(faint.begin() + 400, faint.begin() + 500, 0.5f);
-    const auto snapped = fileOf(dir, faint);
-    ASSERT_TRUE(snapped);
-    EXPECT_EQ(regions(*snapped, 0), (Regions{{200, 300}, {400, 500}}));
-    EXPECT_EQ(regions(*snapped, 0, true), (Regions{{100, 400}, {400, 600}}));
-
-    const auto silent = fileOf(dir, std::vector<float>(20000, 0.0f));
-    ASSERT_TRUE(silent);
-    EXPECT_EQ(regions(*silent, 0, true), Regions{});
+    const Regions faint{{100, 600}, {200, 300}, {400, 500}}; // two bursts within a faint stretch
+    EXPECT_EQ(regions(faint, {0.001f, 0.5f, 0.5f}, 1000, 0), (Regions{{200, 300}, {400, 500}}));
+    EXPECT_EQ(regions(faint, {0.001f, 0.5f, 0.5f}, 1000, 0, true), (Regions{{100, 400}, {400, 600}}));
 }
