@@ -81,7 +81,7 @@ TEST(ThresholdCommands, EachHitBecomesOneFileAndOneLabel) {
               (QStringList{"M:" + starts.join(',') + " R: L:", "M: R:" + spans.join(',') + " L:"}));
     EXPECT_EQ(TestAudio::readWithSox(marked)->samples, decoded->samples) << "the audio is copied as it is";
 
-    // Levels above full scale and negative intervals are refused before any file is touched; 0 is allowed.
+    // Levels above full scale and negative intervals are refused; 0 dB and 0 s are allowed.
     for (const char* bad : {"--attack=0.1", "--interval=-0.01"}) {
         const auto refused = cli.run(QStringList{"extract-thresholds"} + levels + QStringList{bad, source});
         EXPECT_EQ(refused.exitCode, 8) << bad;
