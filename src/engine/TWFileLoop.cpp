@@ -50,8 +50,8 @@ public:
                 results.append(entry); // the next action sees the file as it is
                 return TWOutcome::success();
             }
-            return m_run.toNewFile() ? keep(m_run.newEntryFromSource(writer, entry), results, report)
-                                     : saveInPlace(writer, file, entry, results, report);
+            if (!m_run.toNewFile()) return saveInPlace(writer, file, entry, results, report);
+            return keepNew(writer, entry, results, report);
         case TWOutcome::Kind::Unchanged:
             report.after.merge(report.before);
             if (!m_run.toNewFile()) {
@@ -63,7 +63,7 @@ public:
                 results.append(entry);
                 return TWOutcome::success();
             }
-            return keep(m_run.newEntryFromSource(file, entry), results, report);
+            return keepCopy(file, entry, results, report);
         case TWOutcome::Kind::Stopped:
         case TWOutcome::Kind::Cancelled:
         case TWOutcome::Kind::Failed:
@@ -95,12 +95,9 @@ public:
     }
 
     void takeBack() override {
-        // New files are the run's own: they go, every member of a split set.
-        for (const QString& made : std::as_const(m_made)) {
-            const QStringList members = LXAudioFile::splitSetMembers(made);
-            for (const QString& member : members.isEmpty() ? QStringList{made} : members)
-                QFile::remove(member);
-        }
+        // New files are the run's own: they go (only those it made: a split set's other members may not be).
+        for (const QString& made : std::as_const(m_made))
+            QFile::remove(made);
         // In the order the files were replaced.
         for (TWSaveInfo& info : m_saves) {
             if (info.undoPaths().isEmpty()) continue; // kept no copy: nothing to put back
@@ -136,10 +133,28 @@ private:
                            path, why.errnum());
     }
 
-    // A new file made (from the writer, or a copy of an unchanged source).
-    TWOutcome keep(const LXResult<TWFileEntryPtr>& made, QList<TWFileEntryPtr>& results, TWFileReport& report) {
+    // The writer saved as a new file, or a copy of an unchanged source; kept with every file it is.
+    TWOutcome keepNew(LXAudioFileWriter& writer, const TWFileEntryPtr& entry, QList<TWFileEntryPtr>& results,
+                      TWFileReport& report) {
+        const LXResult<TWFileEntryPtr> made = m_run.newEntryFromSource(writer, entry);
+        QStringList files;
+        for (int i = 0; made && i < writer.numberOfFiles(); ++i)
+            files.append(writer.savedPath(i));
+        return keep(made, files, results, report);
+    }
+    TWOutcome keepCopy(LXAudioFile& file, const TWFileEntryPtr& entry, QList<TWFileEntryPtr>& results,
+                       TWFileReport& report) {
+        const LXResult<TWFileEntryPtr> made = m_run.newEntryFromSource(file, entry);
         if (!made) return made.error();
-        m_made.append((*made)->path());
+        // A split set's copy took free names for all its members, so the members beside its lead are its own.
+        const QString lead = (*made)->path();
+        return keep(made, file.isInterleaved() ? QStringList{lead} : LXAudioFile::splitSetMembers(lead), results,
+                    report);
+    }
+    TWOutcome keep(const LXResult<TWFileEntryPtr>& made, const QStringList& files, QList<TWFileEntryPtr>& results,
+                   TWFileReport& report) {
+        if (!made) return made.error();
+        m_made += files;
         results.append(*made);
         report.outputs.append((*made)->path());
         return TWOutcome::success();
@@ -188,7 +203,7 @@ private:
     const bool m_keepUndo;
     std::optional<qint64> m_step; // the journal's step of this run's in-place saves
     QList<TWSaveInfo> m_saves;
-    QStringList m_made; // the new files, which a cancel removes
+    QStringList m_made; // the new files (each member of a split set), which a cancel removes
     TWFileLocks m_locks; // the files this run changes in place, held until it ends
     bool m_readied = false;
 };
