@@ -2,6 +2,7 @@
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXProcess.h"
+#include "lx/dsp/LXLoudnessMeter.h"
 #include "lx/dsp/LXMeanMeter.h"
 #include "lx/dsp/LXPeakMeter.h"
 #include "lx/dsp/LXRmsMeter.h"
@@ -46,4 +47,16 @@ LXResult<std::vector<double>> LXBalanceGains(LXAudioFile& file, LXLevelMeasure m
     for (int c = 0; c < channels; ++c)
         if (levels[size_t(c)] > 0) gains[size_t(c)] = reference / levels[size_t(c)];
     return gains;
+}
+
+LXResult<LXLoudness> LXLoudnessOf(LXAudioFile& file) {
+    LXLoudnessMeter meter;
+    LX_TRY(LXMeasure(file, meter, 0, file.frames(), file.channelSet()));
+    if (!meter.isValid())
+        return LXError(LXErrInvalidParameter,
+                       QStringLiteral("the loudness of %1 channels at %2 Hz cannot be measured")
+                           .arg(file.numberOfChannels())
+                           .arg(file.rate()),
+                       file.path());
+    return LXLoudness{meter.integrated(), meter.range(), meter.truePeak()};
 }

@@ -25,3 +25,13 @@ enum class LXLevelMeasure { Peak, RMS };
 // is brought to the loudest channel's level. By peak this never clips, and no channel gets quieter.
 // Silent channels keep a gain of 1. One pass over the file.
 LXResult<std::vector<double>> LXBalanceGains(LXAudioFile& file, LXLevelMeasure measure);
+
+// Loudness of a whole file (LXLoudnessMeter): integrated in LUFS (-inf for silence), range in LU, true
+// peak as an amplitude. Fails as the measurements above, or with LXErrInvalidParameter when the file's
+// rate or channels cannot be measured.
+struct LXLoudness {
+    double integrated = 0.0;
+    double range = 0.0;
+    double truePeak = 0.0;
+};
+LXResult<LXLoudness> LXLoudnessOf(LXAudioFile& file);

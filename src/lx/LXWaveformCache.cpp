@@ -9,7 +9,7 @@
 
 namespace {
 constexpr quint32 kMagic = 0x43575746; // "CWWF"
-constexpr quint32 kVersion = 2;        // 2: the stamp replaced size and modification date
+constexpr quint32 kVersion = 3;        // 2: the stamp replaced size and modification date; 3: loudness
 
 // The same file, whatever its change time says.
 bool sameFile(const LXFile::LXFileVersion& a, const LXFile::LXFileVersion& b) {

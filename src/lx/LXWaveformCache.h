@@ -41,7 +41,8 @@ public:
     void setEnabled(bool enabled);
     bool isEnabled() const;
 
-    // "max", "rms", "clipped", "difference" of a current entry; empty when there is none.
+    // "max", "rms", "clipped", "difference", "loudness" (LUFS), "loudnessRange" (LU) and "truePeak" (an
+    // amplitude) of a current entry; empty when there is none.
     QVariantMap analysisForPath(const QString& path) const;
     bool hasEntryForPath(const QString& path) const;
     bool overviewForPath(const QString& path, LXWaveformOverview* overview) const;

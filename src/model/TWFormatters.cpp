@@ -347,6 +347,8 @@ struct TWFormatters::Private {
     std::unique_ptr<TWFormatter> channels = makeChannelsFormatter();
     std::unique_ptr<TWFormatter> samples = makeSamplesFormatter();
     std::unique_ptr<TWFormatter> decibel = makeDecibelFormatter();
+    std::unique_ptr<TWFormatter> loudness = makeLoudnessFormatter();
+    std::unique_ptr<TWFormatter> loudnessRange = makeLoudnessRangeFormatter();
     std::unique_ptr<TWFormatter> difference = makeDifferenceFormatter();
     std::unique_ptr<TWFormatter> clipped = makeClippedFormatter();
     std::unique_ptr<TWFormatter> midiNote = makeMidiNoteFormatter();
@@ -394,6 +396,12 @@ const TWFormatter& TWFormatters::samplesFormatter() const {
 }
 const TWFormatter& TWFormatters::decibelFormatter() const {
     return *d->decibel;
+}
+const TWFormatter& TWFormatters::loudnessFormatter() const {
+    return *d->loudness;
+}
+const TWFormatter& TWFormatters::loudnessRangeFormatter() const {
+    return *d->loudnessRange;
 }
 const TWFormatter& TWFormatters::differenceFormatter() const {
     return *d->difference;
@@ -467,6 +475,8 @@ constexpr Named kNamed[] = {
     {"channelsFormatter", &TWFormatters::channelsFormatter},
     {"samplesFormatter", &TWFormatters::samplesFormatter},
     {"decibelFormatter", &TWFormatters::decibelFormatter},
+    {"loudnessFormatter", &TWFormatters::loudnessFormatter},
+    {"loudnessRangeFormatter", &TWFormatters::loudnessRangeFormatter},
     {"differenceFormatter", &TWFormatters::differenceFormatter},
     {"clippedFormatter", &TWFormatters::clippedFormatter},
     {"midiNoteFormatter", &TWFormatters::midiNoteFormatter},
@@ -499,6 +509,9 @@ constexpr Keyed kKeyed[] = {
     {"samples", &TWFormatters::samplesFormatter},
     {"max", &TWFormatters::decibelFormatter},
     {"rms", &TWFormatters::decibelFormatter},
+    {"loudness", &TWFormatters::loudnessFormatter},
+    {"loudnessRange", &TWFormatters::loudnessRangeFormatter},
+    {"truePeak", &TWFormatters::decibelFormatter},
     {"difference", &TWFormatters::differenceFormatter},
     {"clipped", &TWFormatters::clippedFormatter},
     {"baseNote", &TWFormatters::midiNoteFormatter},

@@ -53,6 +53,8 @@ bool TWSecondsFromString(const QString& text, double* seconds, QString* error = 
 //   channels       count                          "Mono", "Stereo", "6 channels"
 //   samples        frames                         "1,234,567"                             <-
 //   decibel        linear amplitude               "-6.02 dB", "-inf dB"                   <-
+//   loudness       LUFS, -inf for silence         "-23.0 LUFS"
+//   loudnessRange  LU                             "5.2 LU"
 //   difference     DC offset, fraction of full scale   "0.125 %"
 //   clipped        count                          "1,234"
 //   midiNote       0-127                          "C3" = 60, "F#4"; parses sharps and flats <-
@@ -84,6 +86,8 @@ public:
     const TWFormatter& channelsFormatter() const;
     const TWFormatter& samplesFormatter() const;
     const TWFormatter& decibelFormatter() const;
+    const TWFormatter& loudnessFormatter() const;
+    const TWFormatter& loudnessRangeFormatter() const;
     const TWFormatter& differenceFormatter() const;
     const TWFormatter& clippedFormatter() const;
     const TWFormatter& midiNoteFormatter() const;

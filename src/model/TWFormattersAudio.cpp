@@ -216,6 +216,21 @@ public:
     }
 };
 
+// Loudness in LUFS, or a loudness range in LU, to a tenth (as loudness meters show it); silence is -inf.
+class LoudnessFormatter final : public TWFormatter {
+public:
+    explicit LoudnessFormatter(QString unit) : m_unit(std::move(unit)) {}
+    QString stringForObjectValue(const QVariant& value) const override {
+        if (value.typeId() == QMetaType::Double && value.toDouble() == -HUGE_VAL)
+            return QStringLiteral("-inf ") + m_unit;
+        const auto loudness = realValue(value);
+        return loudness ? fixed(*loudness, 1) + QLatin1Char(' ') + m_unit : QString();
+    }
+
+private:
+    QString m_unit;
+};
+
 // The DC offset, as a fraction of full scale, shown in percent.
 class DifferenceFormatter final : public TWFormatter {
 public:
@@ -299,6 +314,12 @@ std::unique_ptr<TWFormatter> makeSamplesFormatter() {
 }
 std::unique_ptr<TWFormatter> makeDecibelFormatter() {
     return std::make_unique<DecibelFormatter>();
+}
+std::unique_ptr<TWFormatter> makeLoudnessFormatter() {
+    return std::make_unique<LoudnessFormatter>(QStringLiteral("LUFS"));
+}
+std::unique_ptr<TWFormatter> makeLoudnessRangeFormatter() {
+    return std::make_unique<LoudnessFormatter>(QStringLiteral("LU"));
 }
 std::unique_ptr<TWFormatter> makeDifferenceFormatter() {
     return std::make_unique<DifferenceFormatter>();

@@ -41,6 +41,8 @@ std::unique_ptr<TWFormatter> makeSampleRateFormatter();
 std::unique_ptr<TWFormatter> makeChannelsFormatter();
 std::unique_ptr<TWFormatter> makeSamplesFormatter();
 std::unique_ptr<TWFormatter> makeDecibelFormatter();
+std::unique_ptr<TWFormatter> makeLoudnessFormatter();
+std::unique_ptr<TWFormatter> makeLoudnessRangeFormatter();
 std::unique_ptr<TWFormatter> makeDifferenceFormatter();
 std::unique_ptr<TWFormatter> makeClippedFormatter();
 std::unique_ptr<TWFormatter> makeDataFormatter();

@@ -37,6 +37,9 @@ const Row kRows[] = {
     {"RMS", "rms", &TWFormatters::decibelFormatter},
     {"Clipped", "clipped", &TWFormatters::clippedFormatter},
     {"DC offset", "difference", &TWFormatters::differenceFormatter},
+    {"Loudness", "loudness", &TWFormatters::loudnessFormatter},
+    {"Loudness range", "loudnessRange", &TWFormatters::loudnessRangeFormatter},
+    {"True peak", "truePeak", &TWFormatters::decibelFormatter},
     {"Creator", "creator", &TWFormatters::creatorFormatter},
     {"Base note", "baseNote", &TWFormatters::midiNoteFormatter},
     {"Low note", "lowNote", &TWFormatters::midiNoteFormatter},
@@ -173,8 +176,9 @@ Command infoCommand() {
         {QStringLiteral("[OPTIONS] FILE...")},
         QStringLiteral("Shows each file, and each audio file in a folder and its subfolders, as the file\n"
                        "list sees it: its status, format, bit depth, rate, channels, length, levels (peak,\n"
-                       "RMS, clipped samples, DC offset), musical properties and text metadata. Files not\n"
-                       "yet analysed are analysed first, and the results kept for next time.\n"),
+                       "RMS, clipped samples, DC offset, loudness in LUFS, loudness range, true peak),\n"
+                       "musical properties and text metadata. Files not yet analysed are analysed first,\n"
+                       "and the results kept for next time.\n"),
         {flag(QStringLiteral("json"),
               QStringLiteral(
                   "a JSON array of one object per file: the raw values, \"status\", the format's name "
