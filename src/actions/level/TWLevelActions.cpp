@@ -8,9 +8,11 @@
 #include "lx/LXAudioFileWriter.h"
 #include "lx/LXLevels.h"
 #include "lx/LXProcess.h"
+#include "lx/LXWaveformCache.h"
 #include "lx/dsp/LXChannelGains.h"
 #include "lx/dsp/LXGain.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -30,6 +32,12 @@ const TWKey<bool> kGrouping{QStringLiteral("grouping"), false,
                             QStringLiteral("scale all files by one common factor, set by the loudest"),
                             TWKeyDetails::oneOf({{false, QStringLiteral("Each file by itself")},
                                                  {true, QStringLiteral("All files together")}})};
+const TWKey<bool> kLoudness{QStringLiteral("loudness"), false,
+                            QStringLiteral("normalize the integrated loudness: the level is then in LUFS "
+                                           "(-23 for broadcast, -14 for streaming)")};
+const TWKey<double> kTruePeakCeiling{QStringLiteral("truePeakCeiling"), -1.0,
+                                     QStringLiteral("with loudness, the highest true peak the gain may leave"),
+                                     TWKeyDetails::inUnit(QStringLiteral("dBTP"))};
 
 bool isNearlyUnity(float gain) {
     return std::fabs(gain - 1.0f) < 0.01f;
@@ -113,7 +121,7 @@ TWOutcome TWActionBalance::processAudioFile(LXAudioFile& file, TWFileEntry&, con
 // ----------------------------------------------------------------------------------------------------
 
 QList<TWInstructionKey> TWActionNormalize::instructionKeys() const {
-    return {kTargetLevel, kNormalizeRms, kGrouping};
+    return {kTargetLevel, kNormalizeRms, kGrouping, kLoudness, kTruePeakCeiling};
 }
 
 QList<TWControl> TWActionNormalize::panelControls() const {
@@ -135,9 +143,10 @@ QVariant TWActionNormalize::valueFromControl(const TWControl& control, const QVa
 
 TWOutcome TWActionNormalize::preProcessWithEntries(const QList<TWFileEntryPtr>& entries,
                                                    const QVariantMap& instructions) {
+    m_unmeasured.clear();
+    if (kLoudness(instructions)) return measureLoudness(entries, instructions);
     const bool grouping = kGrouping(instructions);
     const bool rms = kNormalizeRms(instructions);
-    m_unmeasured.clear();
     for (const TWFileEntryPtr& entry : entries) {
         // A peak of exactly -1 and an RMS that is NaN mean "not measured yet"; a NaN peak counts as measured.
         const bool measured = rms ? !std::isnan(entry->rms()) : entry->max() != -1.0f;
@@ -172,6 +181,7 @@ TWOutcome TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& en
                                               int) {
     if (const auto unmeasured = m_unmeasured.constFind(&entry); unmeasured != m_unmeasured.cend())
         return TWOutcome::failure(*unmeasured);
+    if (kLoudness(instructions)) return applyLoudnessGain(file, entry, instructions, writer);
     const float target = LXAmplitudeOfLevel(kTargetLevel(instructions));
     // A grouped run of one file divides by the group level it never measured (-1): the file reaches the
     // target inverted. Kept deliberately: workflows rely on it.
@@ -182,6 +192,68 @@ TWOutcome TWActionNormalize::processAudioFile(LXAudioFile& file, TWFileEntry& en
     if (!std::isfinite(level))
         return TWOutcome::unchanged().withNote(QStringLiteral("it holds samples that are not numbers"));
     return applyGain(file, writer, target / level);
+}
+
+// The loudness and true peak of each file: from the analysis cache when it holds the file as it is now,
+// otherwise measured (one pass). With grouping, the group's loudness is the energy mean of the files'
+// loudness weighted by their lengths, which is close to the loudness of the files played one after the
+// other, and its true peak the highest; silent files take no part.
+TWOutcome TWActionNormalize::measureLoudness(const QList<TWFileEntryPtr>& entries,
+                                             const QVariantMap& instructions) {
+    m_loudness.clear();
+    for (const TWFileEntryPtr& entry : entries) {
+        const QVariantMap cached = LXWaveformCache::shared().analysisForPath(entry->path());
+        if (cached.contains(QStringLiteral("loudness")) && cached.contains(QStringLiteral("truePeak"))) {
+            m_loudness.insert(entry.get(), {cached.value(QStringLiteral("loudness")).toDouble(), 0.0,
+                                            cached.value(QStringLiteral("truePeak")).toDouble()});
+            continue;
+        }
+        auto opened = LXAudioFile::open(entry->path());
+        if (!opened) continue; // fails at its turn, as any file does
+        (*opened)->setProgressDelegate(entry.get());
+        auto loudness = LXLoudnessOf(**opened);
+        if (!loudness) {
+            const TWOutcome failed(loudness.error());
+            if (failed.isStopOrCancel()) return failed;
+            m_unmeasured.insert(entry.get(), loudness.error());
+            continue;
+        }
+        m_loudness.insert(entry.get(), *loudness);
+    }
+    m_groupLoudness = {};
+    if (!kGrouping(instructions)) return TWOutcome::success();
+    double energy = 0.0, seconds = 0.0, peak = 0.0;
+    for (const TWFileEntryPtr& entry : entries) {
+        const auto measured = m_loudness.constFind(entry.get());
+        if (measured == m_loudness.cend() || !std::isfinite(measured->integrated)) continue;
+        const double length = std::max(double(entry->length()), 1e-3);
+        energy += length * std::pow(10.0, measured->integrated / 10.0);
+        seconds += length;
+        peak = std::max(peak, measured->truePeak);
+    }
+    m_groupLoudness = {seconds > 0.0 ? 10.0 * std::log10(energy / seconds) : -HUGE_VAL, 0.0, peak};
+    return TWOutcome::success();
+}
+
+// The gain that brings the loudness to the target, lowered where the true peak would pass the ceiling.
+TWOutcome TWActionNormalize::applyLoudnessGain(LXAudioFile& file, TWFileEntry& entry,
+                                               const QVariantMap& instructions, LXAudioFileWriter& writer) {
+    const auto measured = m_loudness.constFind(&entry);
+    if (measured == m_loudness.cend()) return TWOutcome::unchanged().withNote(QStringLiteral("not measured"));
+    const LXLoudness& loudness = kGrouping(instructions) ? m_groupLoudness : *measured;
+    if (!std::isfinite(loudness.integrated))
+        return TWOutcome::unchanged().withNote(
+            std::isnan(loudness.integrated) ? QStringLiteral("it holds samples that are not numbers")
+                                            : QStringLiteral("it is silent"));
+    double gainDb = kTargetLevel(instructions) - loudness.integrated;
+    const double ceilingDb = kTruePeakCeiling(instructions);
+    const bool limited =
+        loudness.truePeak > 0.0 && 20.0 * std::log10(loudness.truePeak) + gainDb > ceilingDb;
+    if (limited) gainDb = ceilingDb - 20.0 * std::log10(loudness.truePeak);
+    TWOutcome outcome = applyGain(file, writer, LXAmplitudeOfLevel(gainDb));
+    if (!limited) return outcome;
+    return outcome.withNote(outcome.note() + QStringLiteral(" (held back by the true-peak ceiling of %1 dBTP)")
+                                                 .arg(ceilingDb));
 }
 
 TW_REGISTER_ACTION(TWActionChangeGain)

@@ -2,9 +2,12 @@
 
 #include "engine/TWAction.h"
 
+#include "lx/LXLevels.h"
+
 #include <QHash>
 
-// Level changes: a fixed gain, even channels, and a peak or RMS target for each file or a whole batch.
+// Level changes: a fixed gain, even channels, and a peak, RMS or loudness target for each file or a whole
+// batch.
 // Changes smaller than 1 % of the amplitude (about 0.09 dB) leave a file unchanged.
 
 class TWActionChangeGain : public TWAction {
@@ -55,6 +58,12 @@ protected:
                                LXAudioFileWriter& writer, int index) override;
 
 private:
+    TWOutcome measureLoudness(const QList<TWFileEntryPtr>& entries, const QVariantMap& instructions);
+    TWOutcome applyLoudnessGain(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
+                                LXAudioFileWriter& writer);
+
     float m_groupLevel = -1.0f;
+    QHash<const TWFileEntry*, LXLoudness> m_loudness; // with "loudness": each file's, measured first
+    LXLoudness m_groupLoudness;                       // and, with grouping, the group's
     QHash<const TWFileEntry*, LXError> m_unmeasured; // the files that could not be measured, and why
 };
