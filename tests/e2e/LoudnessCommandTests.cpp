@@ -115,16 +115,20 @@ TEST_F(LoudnessCommands, NormalizeBringsEachFileToTheTargetUnderTheCeiling) {
     EXPECT_EQ(readBytes(path("silence.wav")), silence);
 }
 
-// Grouped, every file gets the same gain, which brings their length-weighted energy mean to the target.
+// Grouped, every file gets the same gain, which brings their length-weighted energy mean to the target; a
+// silent file takes no part and stays as it is.
 TEST_F(LoudnessCommands, GroupedNormalizeGivesEveryFileTheSameGain) {
     const QStringList files = recordings();
     if (files.size() < 3) GTEST_SKIP() << "sonic-pi-samples or asterisk-core-sounds-en-wav is not installed";
+    ASSERT_TRUE(TestAudio::generateWithSox(path("silence.wav"), {"-n", "-r", "44100", "-c", "2"},
+                                           {"trim", "0", "30"}));
+    const QByteArray silence = readBytes(path("silence.wav"));
     std::vector<double> before;
     for (const QString& file : files)
         before.push_back(ffmpegLoudness(file).integrated);
     const auto result = cli.run(QStringList{"normalize", "--loudness", "yes", "--level", "-30", "--grouping",
                                             "yes", "--truePeakCeiling", "0"}
-                                << files);
+                                << files << path("silence.wav"));
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
     double energy = 0.0, seconds = 0.0, gain = NAN;
     for (qsizetype i = 0; i < files.size(); ++i) {
@@ -136,4 +140,5 @@ TEST_F(LoudnessCommands, GroupedNormalizeGivesEveryFileTheSameGain) {
         seconds += length;
     }
     EXPECT_NEAR(10.0 * std::log10(energy / seconds), -30.0, 0.1);
+    EXPECT_EQ(readBytes(path("silence.wav")), silence);
 }

@@ -240,11 +240,12 @@ TWOutcome TWActionNormalize::applyLoudnessGain(LXAudioFile& file, TWFileEntry& e
                                                const QVariantMap& instructions, LXAudioFileWriter& writer) {
     const auto measured = m_loudness.constFind(&entry);
     if (measured == m_loudness.cend()) return TWOutcome::unchanged().withNote(QStringLiteral("not measured"));
-    const LXLoudness& loudness = kGrouping(instructions) ? m_groupLoudness : *measured;
-    if (!std::isfinite(loudness.integrated))
+    // A silent file stays as it is, in a group too: no gain would change it.
+    if (!std::isfinite(measured->integrated))
         return TWOutcome::unchanged().withNote(
-            std::isnan(loudness.integrated) ? QStringLiteral("it holds samples that are not numbers")
-                                            : QStringLiteral("it is silent"));
+            std::isnan(measured->integrated) ? QStringLiteral("it holds samples that are not numbers")
+                                             : QStringLiteral("it is silent"));
+    const LXLoudness& loudness = kGrouping(instructions) ? m_groupLoudness : *measured;
     double gainDb = kTargetLevel(instructions) - loudness.integrated;
     const double ceilingDb = kTruePeakCeiling(instructions);
     const bool limited =
