@@ -17,18 +17,6 @@ rounds=${3:-3}
 source "$(dirname "${BASH_SOURCE[0]}")/isolated.sh"
 cd "$root"
 
-# Runs a command from a synced disk; prints its wall time in seconds.
-timed() {
-    sync
-    local start end
-    start=$(date +%s%N)
-    "$@" >/dev/null 2>&1
-    end=$(date +%s%N)
-    echo "scale=3; ($end - $start) / 1000000000" | bc
-}
-median() { printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
-ratio() { echo "scale=2; $1 / $2" | bc; }
-fresh() { rm -rf "$2"; cp -r "$1" "$2"; }
 sox_loop() {
     for f in "$1"/*.wav; do
         sox -D "$f" "$1/out.wav" gain -n -1

@@ -31,7 +31,6 @@ with open(with_list, "wb") as f:
     plistlib.dump({**settings, "Entries": root}, f)
 PY
 
-median() { printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 # Runs `clipwright info` once; prints "seconds kilobytes".
 once() {
     local start end memory

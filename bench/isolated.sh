@@ -1,6 +1,7 @@
 # Sourced by the command benchmarks: the program to measure (CLIPWRIGHT, or the default build, built
 # now) in $clipwright, and a temporary folder $work holding a home of its own, so that the benchmark's
-# undo copies, preferences and caches stay out of the user's. The folder goes when the script ends.
+# undo copies, preferences and caches stay out of the user's. The folder goes when the script ends. Also the
+# helpers the benchmarks share.
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 clipwright=${CLIPWRIGHT:-}
 if [ -z "$clipwright" ]; then
@@ -14,3 +15,16 @@ export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_DATA_HOME="$wo
        XDG_CACHE_HOME="$work/home/.cache"
 mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME/Clipwright"
 unset DBUS_SESSION_BUS_ADDRESS
+
+# Runs a command from a synced disk; prints its wall time in seconds.
+timed() {
+    sync
+    local start end
+    start=$(date +%s%N)
+    "$@" >/dev/null 2>&1
+    end=$(date +%s%N)
+    echo "scale=3; ($end - $start) / 1000000000" | bc
+}
+median() { printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+ratio() { echo "scale=2; $1 / $2" | bc; }
+fresh() { rm -rf "$2"; cp -r "$1" "$2"; }

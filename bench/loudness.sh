@@ -10,16 +10,6 @@ rounds=${2:-3}
 source "$(dirname "${BASH_SOURCE[0]}")/isolated.sh"
 cd "$root"
 
-timed() {
-    sync
-    local start end
-    start=$(date +%s%N)
-    "$@" >/dev/null 2>&1
-    end=$(date +%s%N)
-    echo "scale=3; ($end - $start) / 1000000000" | bc
-}
-median() { printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
-fresh() { rm -rf "$2"; cp -r "$1" "$2"; }
 # The value of one field of loudnorm's JSON report.
 field() { sed -n "s/.*\"$1\" : \"\\([^\"]*\\)\".*/\\1/p" <<<"$2"; }
 loudnorm_loop() {
@@ -54,6 +44,6 @@ for _ in $(seq "$rounds"); do
     theirs+=("$(timed loudnorm_loop "$work/ffmpeg")")
 done
 o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
-echo "   clipwright ${o} s   ffmpeg loudnorm two-pass ${t} s   ratio $(echo "scale=2; $o / $t" | bc) (target <= 0.50)"
+echo "   clipwright ${o} s   ffmpeg loudnorm two-pass ${t} s   ratio $(ratio "$o" "$t") (target <= 0.50)"
 echo "   take01 after (ffmpeg ebur128): clipwright $(loudness_of "$work/ours/take01.wav") LUFS," \
      "ffmpeg $(loudness_of "$work/ffmpeg/take01.wav") LUFS"
