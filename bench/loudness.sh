@@ -45,5 +45,5 @@ for _ in $(seq "$rounds"); do
 done
 o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
 echo "   clipwright ${o} s   ffmpeg loudnorm two-pass ${t} s   ratio $(ratio "$o" "$t") (target <= 0.50)"
-echo "   take01 after (ffmpeg ebur128): clipwright $(loudness_of "$work/ours/take01.wav") LUFS," \
-     "ffmpeg $(loudness_of "$work/ffmpeg/take01.wav") LUFS"
+echo "   take001 after (ffmpeg ebur128): clipwright $(loudness_of "$work/ours/take001.wav") LUFS," \
+     "ffmpeg $(loudness_of "$work/ffmpeg/take001.wav") LUFS"
