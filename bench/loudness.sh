@@ -45,5 +45,6 @@ for _ in $(seq "$rounds"); do
 done
 o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
 echo "   clipwright ${o} s   ffmpeg loudnorm two-pass ${t} s   ratio $(ratio "$o" "$t") (target <= 0.50)"
-echo "   take001 after (ffmpeg ebur128): clipwright $(loudness_of "$work/ours/take001.wav") LUFS," \
-     "ffmpeg $(loudness_of "$work/ffmpeg/take001.wav") LUFS"
+first=$(cd "$work/pristine" && ls | head -1)
+echo "   $first after (ffmpeg ebur128): clipwright $(loudness_of "$work/ours/$first") LUFS," \
+     "ffmpeg $(loudness_of "$work/ffmpeg/$first") LUFS"
