@@ -61,6 +61,12 @@ protected:
         }
         return copies;
     }
+    // 30 s of stereo silence: long enough to pull a length-weighted mean down if it took part.
+    QString makeSilence() const {
+        EXPECT_TRUE(TestAudio::generateWithSox(path("silence.wav"), {"-n", "-r", "44100", "-c", "2"},
+                                               {"trim", "0", "30"}));
+        return path("silence.wav");
+    }
 };
 
 } // namespace
@@ -89,9 +95,7 @@ TEST_F(LoudnessCommands, InfoShowsLoudnessRangeAndTruePeak) {
 TEST_F(LoudnessCommands, NormalizeBringsEachFileToTheTargetUnderTheCeiling) {
     const QStringList files = recordings();
     if (files.size() < 3) GTEST_SKIP() << "sonic-pi-samples or asterisk-core-sounds-en-wav is not installed";
-    ASSERT_TRUE(TestAudio::generateWithSox(path("silence.wav"), {"-n", "-r", "44100", "-c", "2"},
-                                           {"trim", "0", "1"}));
-    const QByteArray silence = readBytes(path("silence.wav"));
+    const QByteArray silence = readBytes(makeSilence());
     for (const double target : {-23.0, -12.0}) {
         SCOPED_TRACE(target);
         const auto result = cli.run(QStringList{"normalize", "--loudness", "yes", "--level",
@@ -116,9 +120,7 @@ TEST_F(LoudnessCommands, NormalizeBringsEachFileToTheTargetUnderTheCeiling) {
 TEST_F(LoudnessCommands, GroupedNormalizeGivesEveryFileTheSameGain) {
     const QStringList files = recordings();
     if (files.size() < 3) GTEST_SKIP() << "sonic-pi-samples or asterisk-core-sounds-en-wav is not installed";
-    ASSERT_TRUE(TestAudio::generateWithSox(path("silence.wav"), {"-n", "-r", "44100", "-c", "2"},
-                                           {"trim", "0", "30"}));
-    const QByteArray silence = readBytes(path("silence.wav"));
+    const QByteArray silence = readBytes(makeSilence());
     std::vector<double> before;
     for (const QString& file : files)
         before.push_back(ffmpegLoudness(file).integrated);
