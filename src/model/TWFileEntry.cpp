@@ -204,12 +204,12 @@ void TWFileEntry::popStatus() {
 
 // Analysis and reading ------------------------------------------------------------------------------------
 
-LXStatus TWFileEntry::analyze() {
+LXStatus TWFileEntry::analyze(LXLoudnessAnalysis loudness) {
     auto file = LXAudioFile::open(path());
     if (!file) return file.error();
     (*file)->setProgressDelegate(this);
     setStatus(TWStatus::Analyzing);
-    const LXStatus analysed = LXAnalyze(**file, 1);
+    const LXStatus analysed = LXAnalyze(**file, 1, loudness);
     (*file)->setProgressDelegate(nullptr);
     if (analysed)
         loadInfoFromAudioFile(**file);

@@ -2,6 +2,7 @@
 
 #include "model/TWEntry.h"
 
+#include "lx/LXAnalysis.h"
 #include "lx/LXError.h"
 #include "lx/LXFile.h"
 #include "lx/LXProgressDelegate.h"
@@ -76,9 +77,9 @@ public:
     void pushStatus(float status);
     void popStatus();
 
-    // Analyses the file (peak, RMS, overview); status 2 while it runs, then 3 (or 1 when it failed, and
-    // the error says why).
-    LXStatus analyze();
+    // Analyses the file (peak, RMS, overview; loudness when asked); status 2 while it runs, then 3 (or 1
+    // when it failed, and the error says why).
+    LXStatus analyze(LXLoudnessAnalysis loudness = LXLoudnessAnalysis::Skip);
     // The file opened for reading, or nullptr unless the entry's state is 1, 3, 5 or 7.
     std::unique_ptr<LXAudioFile> audioFile() const;
 

@@ -78,7 +78,7 @@ TEST_F(LoudnessCommands, InfoShowsLoudnessRangeAndTruePeak) {
                                            {"synth", "10", "sine", "1000", "vol", "-23dB"}));
     ASSERT_TRUE(TestAudio::generateWithSox(path("silence.wav"), {"-n", "-r", "48000", "-c", "2"},
                                            {"trim", "0", "2"}));
-    const auto result = cli.run({"info", "--json", path("tone.wav"), path("silence.wav")});
+    const auto result = cli.run({"info", "--json", "--loudness", path("tone.wav"), path("silence.wav")});
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
     const QJsonArray files = QJsonDocument::fromJson(result.out.toUtf8()).array();
     ASSERT_EQ(files.size(), 2) << result.out.toStdString();

@@ -122,6 +122,8 @@ QJsonObject jsonDocument(const TWFileEntry& entry) {
 int runInfo(const Arguments& arguments, Context& context) {
     const bool json = arguments.has(QStringLiteral("json"));
     const bool analyze = !arguments.has(QStringLiteral("no-analyze"));
+    const LXLoudnessAnalysis loudness =
+        arguments.has(QStringLiteral("loudness")) ? LXLoudnessAnalysis::Measure : LXLoudnessAnalysis::Skip;
     if (arguments.operands.isEmpty())
         return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
 
@@ -147,10 +149,13 @@ int runInfo(const Arguments& arguments, Context& context) {
             status = fail(context, TWRunner::reasonUnreadable(entry->path()));
             continue;
         }
-        if (analyze && TWStatus::state(entry->status()) == 1) {
+        // A file analysed without its loudness is analysed again when the loudness is asked for.
+        const bool lacksLoudness =
+            loudness == LXLoudnessAnalysis::Measure && !entry->info().contains(QStringLiteral("loudness"));
+        if (analyze && (TWStatus::state(entry->status()) == 1 || lacksLoudness)) {
             if (context.verbosity == TWRunner::Verbosity::Verbose)
                 context.err << "Analyzing " << entry->path() << Qt::endl;
-            if (const LXStatus analysed = entry->analyze(); !analysed)
+            if (const LXStatus analysed = entry->analyze(loudness); !analysed)
                 status = fail(context, analysed.error().description());
         }
         if (json) {
@@ -176,16 +181,19 @@ Command infoCommand() {
         {QStringLiteral("[OPTIONS] FILE...")},
         QStringLiteral("Shows each file, and each audio file in a folder and its subfolders, as the file\n"
                        "list sees it: its status, format, bit depth, rate, channels, length, levels (peak,\n"
-                       "RMS, clipped samples, DC offset, loudness in LUFS, loudness range, true peak),\n"
-                       "musical properties and text metadata. Files not yet analysed are analysed first,\n"
-                       "and the results kept for next time.\n"),
+                       "RMS, clipped samples, DC offset; with --loudness, loudness in LUFS, loudness range\n"
+                       "and true peak), musical properties and text metadata. Files not yet analysed are\n"
+                       "analysed first, and the results kept for next time.\n"),
         {flag(QStringLiteral("json"),
               QStringLiteral(
                   "a JSON array of one object per file: the raw values, \"status\", the format's name "
                   "under \"formatName\", the levels in dB under \"decibels\" (null for silence), "
                   "and the shown texts under \"display\"")),
          flag(QStringLiteral("no-analyze"),
-              QStringLiteral("do not measure levels of files not yet analysed"))},
+              QStringLiteral("do not measure levels of files not yet analysed")),
+         flag(QStringLiteral("loudness"),
+              QStringLiteral("also measure loudness (LUFS), loudness range and true peak, where not yet "
+                             "measured: several times slower"))},
         QStringLiteral(
             "A file that is missing, unreadable, damaged or not audio is named on stderr with the\n"
             "reason. Exit status: 0, 8 when there was such a file, 2 for a usage error.\n"),
