@@ -1,25 +1,13 @@
-// Edits that cut, keep or add audio: where labels and the time reference land, and the searches by level
-// and for zero crossings that place the cuts.
+// The searches that place cuts: zero crossings, and the regions between an attack and a release level.
+// (Where labels land after an edit, and the searches by level on recordings, are checked end to end.)
 
-#include "lx/LXAnnotations.h"
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
-#include "lx/LXPieces.h"
 
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 namespace {
-
-// Positions in frames at a rate of 1000 frames a second, so that seconds read as frames / 1000.
-constexpr double kRate = 1000;
-
-QList<double> startsOf(const LXLabelList& list) {
-    QList<double> starts;
-    for (const LXLabel& label : list.list())
-        starts.append(label.start * kRate);
-    return starts;
-}
 
 // A mono file of the given samples, opened.
 std::unique_ptr<LXAudioFile> fileOf(const QTemporaryDir& dir, const std::vector<float>& samples, int channels = 1) {
@@ -35,49 +23,6 @@ std::unique_ptr<LXAudioFile> fileOf(const QTemporaryDir& dir, const std::vector<
 }
 
 } // namespace
-
-// A snip of frames [200, 400) from 1000 frames, after 10 frames of silence were put before it.
-TEST(Edit, LabelsAndTheTimeReferenceFollowTheAudioThatStays) {
-    LXAnnotations a;
-    for (double at : {0.0, 100.0, 200.0, 300.0, 400.0, 1000.0})
-        a.labels.markers.addMarkerWithPosition(at / kRate);
-    a.labels.regions.addRegionWithRange(LXRange(50 / kRate, 600 / kRate));   // straddles the cut: shrinks
-    a.labels.regions.addRegionWithRange(LXRange(250 / kRate, 350 / kRate));  // inside it: dropped
-    a.labels.loops.addLoopWithType(LXLoopType::Forward, LXRange(150 / kRate, 250 / kRate)); // loses frames
-    a.labels.loops.addLoopWithType(LXLoopType::Forward, LXRange(500 / kRate, 600 / kRate)); // whole
-    a.metadata.setValue(QStringLiteral("timeReference"), 48000);
-
-    LXFollowPieces(a, {LXPiece::zeros(10), LXPiece::stretch(0, 200), LXPiece::stretch(400, 1000)}, kRate);
-
-    // A marker on the cut's edge stays on the join; one inside the cut goes.
-    EXPECT_EQ(startsOf(a.labels.markers), (QList<double>{10, 110, 210, 210, 810}));
-    ASSERT_EQ(a.labels.regions.count(), 1);
-    EXPECT_DOUBLE_EQ(a.labels.regions.labelAtIndex(0).start * kRate, 60);
-    EXPECT_DOUBLE_EQ(a.labels.regions.labelAtIndex(0).end() * kRate, 410);
-    EXPECT_EQ(startsOf(a.labels.loops), (QList<double>{310}));
-    // The first frame is now 10 frames of silence before the old one.
-    EXPECT_EQ(a.metadata.value(QStringLiteral("timeReference")).toLongLong(), 48000 - 10);
-
-    LXFollowPieces(a, {LXPiece::stretch(300, 810)}, kRate); // a trim of both ends
-    EXPECT_EQ(startsOf(a.labels.markers), (QList<double>{510}));
-    EXPECT_EQ(a.metadata.value(QStringLiteral("timeReference")).toLongLong(), 48000 - 10 + 300);
-}
-
-// A frame reaches a level through any one channel; the searches answer the first frame that does, the
-// frame after the last that does, and the file's edges when none does.
-TEST(Edit, SearchesByLevelLookAtEveryChannel) {
-    QTemporaryDir dir;
-    std::vector<float> stereo(2 * 5000, 0.001f);
-    stereo[2 * 1000 + 1] = 0.5f;  // right channel only
-    stereo[2 * 3000] = -0.5f;     // left, negative
-    const auto file = fileOf(dir, stereo, 2);
-    ASSERT_TRUE(file);
-    EXPECT_EQ(*file->startAtThreshold(0.5f), 1000) << "at the level counts as reaching it";
-    EXPECT_EQ(*file->endAtThreshold(0.5f), 3001);
-    EXPECT_DOUBLE_EQ(*file->firstPositionOverThreshold(0.5f), 1000 / 44100.0);
-    EXPECT_EQ(*file->startAtThreshold(0.6f), 5000);
-    EXPECT_EQ(*file->endAtThreshold(0.6f), 0);
-}
 
 // Crossings of the channels' mix: where it changes sign or touches zero, and the file's edges.
 TEST(Edit, ZeroCrossingsAreFoundOutwardInTheMix) {
