@@ -48,3 +48,12 @@ printf '  DC offset before: %s\n' "$(dc "$dir/offset/hum.wav")"
 "$clipwright" filter-dc "$dir/offset/hum.wav" > /dev/null
 printf '  DC offset after:  %s\n' "$(dc "$dir/offset/hum.wav")"
 "$clipwright" reverse --to-new-file "$dir/offset/hum.wav"
+echo
+echo "Cleaning up a take with silence around it (\"Clean up recordings\": trims below -48 dB, fades), and undoing:"
+mkdir -p "$dir/takes"
+sox -n -r 44100 -b 16 -c 2 "$dir/takes/take.wav" synth 2 pinknoise vol 0.3 pad 0.75 0.5
+printf '  length before: %s s\n' "$(soxi -D "$dir/takes/take.wav")"
+"$clipwright" run "Clean up recordings" "$dir/takes" > /dev/null
+printf '  length after:  %s s\n' "$(soxi -D "$dir/takes/take.wav")"
+for _ in 1 2 3 4; do "$clipwright" undo > /dev/null; done
+printf '  after four undos: %s s\n' "$(soxi -D "$dir/takes/take.wav")"
