@@ -169,6 +169,9 @@ float LXAudioFile::readSample(int64_t frame, int channel) {
 
 QVariantMap LXAudioFile::fileEntry() const {
     QVariantMap info = m_annotations.metadata.values();
+    // An acid chunk's beats are what the entry shows as bars and beats.
+    if (!info.contains(QStringLiteral("barsBeats")) && info.contains(QStringLiteral("beats")))
+        info.insert(QStringLiteral("barsBeats"), info.value(QStringLiteral("beats")));
     info.insert(QStringLiteral("format"), qint64(m_desc.format));
     info.insert(QStringLiteral("rate"), qint64(std::llround(m_desc.rate)));
     info.insert(QStringLiteral("channels"), m_desc.channels);

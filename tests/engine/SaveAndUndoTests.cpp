@@ -157,6 +157,7 @@ TEST_F(SaveAndUndo, EveryChunkSurvivesAGainInPlaceAndToANewFile) {
         ASSERT_TRUE(writer.saveFile(0, path("rich.wav")));
     }
     const TWFileEntryPtr entry = add(path("rich.wav"));
+    EXPECT_EQ(entry->barsBeats(), "2 bars") << "the acid chunk's beats";
     const QList<LXChunk> chunks = chunksBesideAudio(entry->path());
     QList<QByteArray> ids;
     for (const LXChunk& chunk : chunks)
