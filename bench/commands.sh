@@ -34,17 +34,10 @@ sox -D -n -r 44100 -b 16 -c 2 "$work/big-pristine.wav" synth "${frames}s" sine 4
 
 echo
 echo "1. Normalize $files files in place ($rounds rounds)"
-ours=() theirs=()
-for _ in $(seq "$rounds"); do
-    fresh "$work/pristine" "$work/ours"
-    ours+=("$(timed "$clipwright" normalize --level -1 "$work/ours/")")
-    "$clipwright" flush-undo --yes >/dev/null 2>&1
-    fresh "$work/pristine" "$work/sox"
-    theirs+=("$(timed sox_loop "$work/sox")")
-done
-o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
+normalize() { "$clipwright" normalize --level -1 "$1"; }
+versus "$work/pristine" normalize sox_loop
 echo "   clipwright ${o} s   sox loop ${t} s   ratio $(ratio "$o" "$t") (target <= 0.50)"
-rm -rf "$work/ours" "$work/sox" "$work/pristine"
+rm -rf "$work/ours" "$work/peer" "$work/pristine"
 
 echo
 echo "2. Change gain of one $size_mb MB file in place ($rounds rounds)"
@@ -97,19 +90,12 @@ sox_cleanup() {
         mv "$1/out.wav" "$f"
     done
 }
-ours=() theirs=()
-for _ in $(seq "$rounds"); do
-    fresh "$work/takes" "$work/ours"
-    ours+=("$(timed "$clipwright" run "Clean up recordings" "$work/ours/")")
-    "$clipwright" flush-undo --yes >/dev/null 2>&1
-    fresh "$work/takes" "$work/sox"
-    theirs+=("$(timed sox_cleanup "$work/sox")")
-done
-o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
+clean_up() { "$clipwright" run "Clean up recordings" "$1"; }
+versus "$work/takes" clean_up sox_cleanup
 echo "   clipwright ${o} s   sox loop ${t} s   ratio $(ratio "$o" "$t") (target <= 0.40)"
 echo "   frames kept, first file: clipwright $(soxi -s "$work/ours/take$(seq -w 1 "$files" | head -1).wav")" \
-    "  sox $(soxi -s "$work/sox/take$(seq -w 1 "$files" | head -1).wav")"
-rm -rf "$work/ours" "$work/sox" "$work/takes"
+    "  sox $(soxi -s "$work/peer/take$(seq -w 1 "$files" | head -1).wav")"
+rm -rf "$work/ours" "$work/peer" "$work/takes"
 # Peak memory stays flat: the same clean-up of a 2 GB file.
 big_frames=$(( 2048 * 1024 * 1024 / 4 ))
 sox -D -n -r 44100 -b 16 -c 2 "$work/huge.wav" synth "${big_frames}s" sine 440 vol 0.5 pad 1 1 2>/dev/null

@@ -28,3 +28,17 @@ timed() {
 median() { printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 ratio() { echo "scale=2; $1 / $2" | bc; }
 fresh() { rm -rf "$2"; cp -r "$1" "$2"; }
+# versus PRISTINE OURS PEER: runs the two jobs $rounds times in turn, each on a fresh copy of the folder
+# PRISTINE ($work/ours, $work/peer, left for a look afterwards), our undo copies flushed after each run;
+# sets o and t to the medians. A job is a command that takes the copy's folder as its last argument.
+versus() {
+    local pristine=$1 ours=() theirs=()
+    for _ in $(seq "$rounds"); do
+        fresh "$pristine" "$work/ours"
+        ours+=("$(timed $2 "$work/ours/")")
+        "$clipwright" flush-undo --yes >/dev/null 2>&1
+        fresh "$pristine" "$work/peer"
+        theirs+=("$(timed $3 "$work/peer")")
+    done
+    o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
+}

@@ -35,16 +35,9 @@ done
 
 echo
 echo "Loudness normalize $files files in place to -16 LUFS ($rounds rounds)"
-ours=() theirs=()
-for _ in $(seq "$rounds"); do
-    fresh "$work/pristine" "$work/ours"
-    ours+=("$(timed "$clipwright" normalize --loudness --level -16 --truePeakCeiling -1 "$work/ours/")")
-    "$clipwright" flush-undo --yes >/dev/null 2>&1
-    fresh "$work/pristine" "$work/ffmpeg"
-    theirs+=("$(timed loudnorm_loop "$work/ffmpeg")")
-done
-o=$(median "${ours[@]}") t=$(median "${theirs[@]}")
+loudness_normalize() { "$clipwright" normalize --loudness --level -16 --truePeakCeiling -1 "$1"; }
+versus "$work/pristine" loudness_normalize loudnorm_loop
 echo "   clipwright ${o} s   ffmpeg loudnorm two-pass ${t} s   ratio $(ratio "$o" "$t") (target <= 0.50)"
 first=$(cd "$work/pristine" && ls | head -1)
 echo "   $first after (ffmpeg ebur128): clipwright $(loudness_of "$work/ours/$first") LUFS," \
-     "ffmpeg $(loudness_of "$work/ffmpeg/$first") LUFS"
+     "ffmpeg $(loudness_of "$work/peer/$first") LUFS"
