@@ -7,6 +7,20 @@
 // "comments", "description", "originator", "codingHistory", ...) and musical properties ("baseNote",
 // "detune", "gain", "lowNote", "highNote", "lowVelocity", "highVelocity", "tempo", "timeSignature",
 // "key", "scale", "barsBeats", "playbackType"). Values are QString or numbers.
+// The categories of information keys, as bits of a mask. Text fields take the low bits and the file's
+// own properties and measured or musical values the bits from 7 on, so that a mask of every text field
+// leaves the values a property action cannot set.
+enum LXMetadataCategory : uint32_t {
+    LXMetadataGeneral = 1u << 0,   // title, artist, album, comments, ...
+    LXMetadataBroadcast = 1u << 1, // the broadcast chunk's fields
+    LXMetadataArchival = 1u << 2,  // the other RIFF INFO fields
+    LXMetadataFile = 1u << 7,      // format, rate, channels, length, size, creator
+    LXMetadataAnalysis = 1u << 8,  // measured levels and loudness
+    LXMetadataMIDI = 1u << 9,      // base note, detune, key and velocity ranges, gain
+    LXMetadataMusical = 1u << 10,  // tempo, beats, time signature, key, scale, playback
+    LXMetadataTextFields = 0x7ffff07f,
+};
+
 class LXMetadata {
 public:
     LXMetadata() = default;
@@ -28,6 +42,18 @@ public:
     // Every key this framework reads or writes, text keys and musical keys.
     static const QStringList& textKeys();
     static const QStringList& musicalKeys();
+
+    // What people call the information keys of a file entry (LXMetadataTitles.cpp): one table, so that
+    // every place that shows a key or takes one by its title (the details table, `clipwright info`, the
+    // property pop-ups, rename tokens such as "/Base Note/") agrees. Titles match exactly.
+    static QString keyForTitle(const QString& title); // empty when no key has that title
+    static QString titleForKey(const QString& key);   // the key itself when it has no title
+    // The titles of the keys in any of the categories of the mask, in the table's order.
+    static QStringList titlesForCategoryMask(uint32_t mask);
+    static uint32_t categoryOfKey(const QString& key); // 0 for a key without a title
+    // The name of the workspace formatter (TWFormatters::formatterNamed) that shows the key's values, or
+    // empty when they are shown as stored.
+    static QString formatterSelectorForKey(const QString& key);
 
     bool operator==(const LXMetadata&) const = default;
 

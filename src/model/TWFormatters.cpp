@@ -1,5 +1,7 @@
 #include "model/TWFormatters.h"
 
+#include "lx/LXMetadata.h"
+
 #include "lx/LXRange.h"
 #include "model/TWFormattersPrivate.h"
 
@@ -492,46 +494,10 @@ constexpr Named kNamed[] = {
     {"dateFormatter", &TWFormatters::dateFormatter},
 };
 
-struct Keyed {
-    const char* key;
-    Accessor accessor;
-};
-
-// Information keys whose stored value is not what a person reads. Keys left out are shown as stored.
-constexpr Keyed kKeyed[] = {
-    {"length", &TWFormatters::timeFormatter},
-    {"creator", &TWFormatters::creatorFormatter},
-    {"fileSize", &TWFormatters::fileSizeFormatter},
-    {"format", &TWFormatters::formatFormatter},
-    {"range", &TWFormatters::bitRangeFormatter},
-    {"rate", &TWFormatters::sampleRateFormatter},
-    {"channels", &TWFormatters::channelsFormatter},
-    {"samples", &TWFormatters::samplesFormatter},
-    {"max", &TWFormatters::decibelFormatter},
-    {"rms", &TWFormatters::decibelFormatter},
-    {"loudness", &TWFormatters::loudnessFormatter},
-    {"loudnessRange", &TWFormatters::loudnessRangeFormatter},
-    {"truePeak", &TWFormatters::decibelFormatter},
-    {"difference", &TWFormatters::differenceFormatter},
-    {"clipped", &TWFormatters::clippedFormatter},
-    {"baseNote", &TWFormatters::midiNoteFormatter},
-    {"lowNote", &TWFormatters::midiNoteFormatter},
-    {"highNote", &TWFormatters::midiNoteFormatter},
-    {"gain", &TWFormatters::gainFormatter},
-    {"detune", &TWFormatters::detuneFormatter},
-    {"tempo", &TWFormatters::tempoFormatter},
-    {"timeSignature", &TWFormatters::timeSignatureFormatter},
-    {"key", &TWFormatters::keyFormatter},
-    {"scale", &TWFormatters::scaleFormatter},
-    {"barsBeats", &TWFormatters::barsBeatsFormatter},
-    {"playbackType", &TWFormatters::playbackTypeFormatter},
-};
 } // namespace
 
 const TWFormatter* TWFormatters::formatterForKey(const QString& key) const {
-    for (const Keyed& k : kKeyed)
-        if (key == QLatin1String(k.key)) return &(this->*k.accessor)();
-    return nullptr;
+    return formatterNamed(LXMetadata::formatterSelectorForKey(key));
 }
 
 const TWFormatter* TWFormatters::formatterNamed(const QString& name) const {

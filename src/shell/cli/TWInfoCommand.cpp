@@ -19,41 +19,6 @@ namespace TWCommandLine {
 
 namespace {
 
-struct Row {
-    const char* label;
-    const char* key;
-    const TWFormatter& (TWFormatters::*formatter)() const;
-};
-
-const Row kRows[] = {
-    {"Format", "format", &TWFormatters::formatFormatter},
-    {"Bit depth", "range", &TWFormatters::bitRangeFormatter},
-    {"Sample rate", "rate", &TWFormatters::sampleRateFormatter},
-    {"Channels", "channels", &TWFormatters::channelsFormatter},
-    {"Length", "length", &TWFormatters::timeFormatter},
-    {"Samples", "samples", &TWFormatters::samplesFormatter},
-    {"File size", "fileSize", &TWFormatters::fileSizeFormatter},
-    {"Peak", "max", &TWFormatters::decibelFormatter},
-    {"RMS", "rms", &TWFormatters::decibelFormatter},
-    {"Clipped", "clipped", &TWFormatters::clippedFormatter},
-    {"DC offset", "difference", &TWFormatters::differenceFormatter},
-    {"Loudness", "loudness", &TWFormatters::loudnessFormatter},
-    {"Loudness range", "loudnessRange", &TWFormatters::loudnessRangeFormatter},
-    {"True peak", "truePeak", &TWFormatters::decibelFormatter},
-    {"Creator", "creator", &TWFormatters::creatorFormatter},
-    {"Base note", "baseNote", &TWFormatters::midiNoteFormatter},
-    {"Low note", "lowNote", &TWFormatters::midiNoteFormatter},
-    {"High note", "highNote", &TWFormatters::midiNoteFormatter},
-    {"Detune", "detune", &TWFormatters::detuneFormatter},
-    {"Gain", "gain", &TWFormatters::gainFormatter},
-    {"Tempo", "tempo", &TWFormatters::tempoFormatter},
-    {"Time signature", "timeSignature", &TWFormatters::timeSignatureFormatter},
-    {"Key", "key", &TWFormatters::keyFormatter},
-    {"Scale", "scale", &TWFormatters::scaleFormatter},
-    {"Bars and beats", "barsBeats", &TWFormatters::barsBeatsFormatter},
-    {"Playback", "playbackType", &TWFormatters::playbackTypeFormatter},
-};
-
 QString statusText(float status) {
     switch (TWStatus::state(status)) {
     case -3:
@@ -79,19 +44,19 @@ QString statusText(float status) {
     }
 }
 
-// The rows that have a value, formatted; text metadata last, in key order.
+// The rows that have a value, under their titles and formatted, in the order of the metadata table.
 QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
     const QVariantMap info = entry.info();
     const TWFormatters& formatters = TWWorkspace::workspace().formatters();
     QList<QPair<QString, QString>> rows;
-    for (const Row& row : kRows) {
-        const QVariant value = info.value(QLatin1String(row.key));
+    for (const QString& title : LXMetadata::titlesForCategoryMask(~0u)) {
+        const QString key = LXMetadata::keyForTitle(title);
+        const QVariant value = info.value(key);
         if (!value.isValid()) continue;
-        const QString text = (formatters.*row.formatter)().stringForObjectValue(value);
-        if (!text.isEmpty()) rows.append({QLatin1String(row.label), text});
+        const TWFormatter* formatter = formatters.formatterForKey(key);
+        const QString text = formatter ? formatter->stringForObjectValue(value) : value.toString();
+        if (!text.isEmpty()) rows.append({title, text});
     }
-    for (const QString& key : LXMetadata::textKeys())
-        if (info.contains(key)) rows.append({key, info.value(key).toString()});
     return rows;
 }
 
@@ -105,9 +70,10 @@ QJsonObject jsonDocument(const TWFileEntry& entry) {
         document.insert(QStringLiteral("formatName"),
                         LXFormat::name(uint32_t(info.value(QStringLiteral("format")).toLongLong())));
     QJsonObject decibels;
-    for (const Row& row : kRows) {
-        const QString key = QLatin1String(row.key);
-        if (row.formatter != &TWFormatters::decibelFormatter || !info.contains(key)) continue;
+    for (const QString& title : LXMetadata::titlesForCategoryMask(LXMetadataAnalysis)) {
+        const QString key = LXMetadata::keyForTitle(title);
+        if (LXMetadata::formatterSelectorForKey(key) != QLatin1String("decibelFormatter") || !info.contains(key))
+            continue;
         const double amplitude = std::fabs(info.value(key).toDouble());
         decibels.insert(key, amplitude > 0.0 ? QJsonValue(20.0 * std::log10(amplitude)) : QJsonValue());
     }
