@@ -20,8 +20,9 @@
 
 namespace {
 
-// One in-place action run on the undo stack. The action has already happened when the step is pushed, so
-// the first redo does nothing; after that undo and redo are the same switch of files.
+// One in-place action run on the undo stack, a step of the undo journal: files switched with their kept
+// copies, or descriptive changes set back by running instructions. The action has already happened when
+// the step is pushed, so the first redo does nothing; after that undo and redo are the same switch.
 class TWUndoProcessCommand : public QUndoCommand {
 public:
     TWUndoProcessCommand(TWRunController& controller, qint64 step, const QString& name)
@@ -35,25 +36,6 @@ public:
 private:
     TWRunController& m_controller;
     qint64 m_step;
-    bool m_pushed = false;
-};
-
-// One run of descriptive changes (names, metadata) on the undo stack: undoing runs the instructions that
-// set the old values back, which leave the instructions that set the new ones again, and so on.
-class TWUndoInstructionsCommand : public QUndoCommand {
-public:
-    using Runner = std::function<QVariantList(const QVariantList&)>;
-    TWUndoInstructionsCommand(Runner run, QVariantList undo, const QString& name)
-        : QUndoCommand(name), m_run(std::move(run)), m_undo(std::move(undo)) {}
-    void undo() override { m_redo = m_run(m_undo); }
-    void redo() override {
-        if (m_pushed) m_undo = m_run(m_redo);
-        m_pushed = true;
-    }
-
-private:
-    Runner m_run;
-    QVariantList m_undo, m_redo;
     bool m_pushed = false;
 };
 
@@ -273,9 +255,7 @@ void TWRunController::didProcessWithAction(const TWActionEnded& ended) {
             if (m_recordedUndo)
                 m_recordedUndo->append(ended.undoInstructions);
             else if (undoEnabled)
-                undoStack().push(new TWUndoInstructionsCommand(
-                    [this](const QVariantList& list) { return runRecordingUndo(list, true); },
-                    ended.undoInstructions, ended.actionName));
+                recordInstructionsStep(ended.undoInstructions, ended.actionName);
         }
         if (ended.results.isEmpty()) return;
         m_scriptResults.append(ended.results);
@@ -303,6 +283,24 @@ QUndoStack& TWRunController::undoStack() {
     return *m_undoStack;
 }
 
+void TWRunController::recordInstructionsStep(const QVariantList& undo, const QString& actionName) {
+    const LXResult<qint64> step = m_context.journal.recordInstructions(actionName, undo);
+    if (step) {
+        undoStack().push(new TWUndoProcessCommand(*this, *step, actionName));
+        return;
+    }
+    // The changes are made; only their undo is lost, which the user must hear of.
+    TWAlert alert;
+    alert.style = TWAlertStyle::Warning;
+    alert.title = TWLocalizedString(QStringLiteral("Undo Failed"));
+    alert.message = QStringLiteral("'%1' cannot be undone: %2").arg(actionName, step.error().description());
+    m_context.interaction.runAlert(alert);
+}
+
+QVariantList TWRunController::runInstructionsForUndo(const QVariantList& instructions) {
+    return runRecordingUndo(instructions, false);
+}
+
 void TWRunController::undoProcess(qint64 step, bool undo) {
     TWWorkspace& workspace = m_context.workspace;
     const LXStatus switched = m_context.journal.switchStep(step, undo, false, [&workspace](const TWSaveInfo& record) {
@@ -314,7 +312,7 @@ void TWRunController::undoProcess(qint64 step, bool undo) {
                 entry->refresh();
             workspace.reloadEntry(entry.get());
         }
-    });
+    }, [this](const QVariantList& instructions) { return runRecordingUndo(instructions, true); });
     if (!switched) {
         TWAlert alert;
         alert.style = TWAlertStyle::Critical;

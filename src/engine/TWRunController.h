@@ -82,6 +82,9 @@ public:
     // Undo -----------------------------------------------------------------------------------------------
     QUndoStack& undoStack();
     void undoProcess(qint64 step, bool undo); // switches the step's files: undo and redo alike
+    // Runs the instructions of a step of descriptive changes here and now and returns those that set back
+    // what they changed (the undo journal's RunInstructions).
+    QVariantList runInstructionsForUndo(const QVariantList& instructions);
     // Runs instructions that set names or metadata back, here and now.
     void undoInstructions(const QVariantList& instructions) override;
     // Deletes every kept copy and forgets every step, after asking when interactive; false when the user
@@ -126,6 +129,8 @@ private:
     // the undo stack (an undo or redo of such changes, or a cancelled run put back); announce reports the
     // run's beginning and end.
     QVariantList runRecordingUndo(const QVariantList& instructions, bool announce);
+    // Puts a run's descriptive changes on the undo journal and the undo stack.
+    void recordInstructionsStep(const QVariantList& undo, const QString& actionName);
 
     TWEngineContext m_context;
     QThread* m_workThread = nullptr;

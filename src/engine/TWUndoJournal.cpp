@@ -114,7 +114,7 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
         const qint64 id = line.value(kStep).toLongLong();
         if (op == u"begin") {
             steps.append(
-                Step{id, line.value(QStringLiteral("name")).toString(), {}, false, lineNumber, lineNumber, false, {}});
+                Step{id, line.value(QStringLiteral("name")).toString(), {}, false, lineNumber, lineNumber, false, {}, {}});
             continue;
         }
         auto it = find(steps, id);
@@ -147,6 +147,8 @@ QList<TWUndoJournal::Step> TWUndoJournal::load() const {
             it->records.removeIf([](const TWSaveInfo& record) { return record.currentPaths().isEmpty(); });
         } else if (op == u"close") {
             it->closed = true;
+        } else if (op == u"instructions") {
+            it->instructions = line.value(kValue).toList();
         } else if (op == u"drop") {
             steps.erase(it);
         }
@@ -219,6 +221,15 @@ TWUndoJournal::Trim TWUndoJournal::closeStep(qint64 id, qint64 sizeLimit) {
     return trim;
 }
 
+LXResult<qint64> TWUndoJournal::recordInstructions(const QString& actionName, const QVariantList& undo) {
+    const LXResult<qint64> id = beginStep(actionName);
+    if (!id) return id;
+    QMutexLocker lock(&m_mutex);
+    LX_TRY(append({{kOp, QStringLiteral("instructions")}, {kStep, *id}, {kValue, undo}}));
+    LX_TRY(append({{kOp, QStringLiteral("close")}, {kStep, *id}}));
+    return id;
+}
+
 void TWUndoJournal::discardStep(qint64 step) {
     QMutexLocker lock(&m_mutex);
     (void)append({{kOp, QStringLiteral("drop")}, {kStep, step}});
@@ -232,7 +243,7 @@ QList<TWUndoJournal::Step> TWUndoJournal::steps() const {
 std::optional<TWUndoJournal::Step> TWUndoJournal::lastDoneStep() const {
     std::optional<Step> last;
     for (const Step& step : steps())
-        if (!step.undone && !step.records.isEmpty() && (!last || step.order > last->order)) last = step;
+        if (!step.undone && step.hasChanges() && (!last || step.order > last->order)) last = step;
     return last;
 }
 
@@ -243,13 +254,18 @@ std::optional<TWUndoJournal::Step> TWUndoJournal::firstUndoneStep() const {
     qint64 lastDone = 0;
     for (const Step& step : steps()) {
         if (step.undone && (!undone || step.order > undone->order)) undone = step;
-        if (!step.undone && !step.records.isEmpty()) lastDone = std::max(lastDone, step.runOrder);
+        if (!step.undone && step.hasChanges()) lastDone = std::max(lastDone, step.runOrder);
     }
     if (undone && undone->order < lastDone) return std::nullopt;
     return undone;
 }
 
-LXStatus TWUndoJournal::switchStep(qint64 id, bool undone, bool force, const Repoint& repoint) {
+LXStatus TWUndoJournal::switchStep(qint64 id, bool undone, bool force, const Repoint& repoint,
+                                   const RunInstructions& run) {
+    const QList<Step> now = steps();
+    if (auto it = std::find_if(now.begin(), now.end(), [id](const Step& step) { return step.id == id; });
+        it != now.end() && !it->instructions.isEmpty())
+        return it->undone == undone ? LXStatus() : switchInstructions(id, undone, run);
     QMutexLocker lock(&m_mutex);
     const ProcessLock processLock(m_path);
     QList<Step> steps = load();
@@ -308,6 +324,20 @@ LXStatus TWUndoJournal::switchStep(qint64 id, bool undone, bool force, const Rep
     plan.made = QList<bool>(plan.planned.size(), false);
     it->interrupted = plan;
     return finishSwitch(*it, force, repoint, locks);
+}
+
+LXStatus TWUndoJournal::switchInstructions(qint64 id, bool undone, const RunInstructions& run) {
+    if (!run)
+        return LXError(LXErrInvalidParameter, QStringLiteral("this step changed names or metadata, which only a "
+                                                             "run of actions can set back"), m_path);
+    QVariantList instructions;
+    for (const Step& step : steps())
+        if (step.id == id) instructions = step.instructions;
+    // What the run could not set back stays as it is; the step goes on with what it did set back.
+    const QVariantList reverse = run(instructions);
+    QMutexLocker lock(&m_mutex);
+    LX_TRY(append({{kOp, QStringLiteral("instructions")}, {kStep, id}, {kValue, reverse}}));
+    return append({{kOp, QStringLiteral("undone")}, {kStep, id}, {kValue, undone}});
 }
 
 LXResult<std::optional<TWUndoJournal::Step>> TWUndoJournal::finishInterrupted(bool force, const Repoint& repoint) {

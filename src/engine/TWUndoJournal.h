@@ -7,6 +7,7 @@
 #include <QList>
 #include <QMutex>
 #include <QString>
+#include <QVariantList>
 
 #include <functional>
 #include <optional>
@@ -46,6 +47,11 @@ public:
             QList<bool> made;
         };
         std::optional<Switch> interrupted;
+        // A step of descriptive changes (names, metadata) keeps no copies: it holds the instructions that
+        // switch it (while done, those that set the old values back; once undone, those that redo it).
+        QVariantList instructions;
+        bool hasChanges() const { return !records.isEmpty() || !instructions.isEmpty(); }
+        qsizetype fileCount() const { return records.isEmpty() ? instructions.size() : records.size(); }
     };
 
     explicit TWUndoJournal(const QString& path);
@@ -67,6 +73,8 @@ public:
         qint64 bytes = 0;
     };
     Trim closeStep(qint64 step, qint64 sizeLimit = 0);
+    // Records a closed step of descriptive changes with the instructions that set them back.
+    LXResult<qint64> recordInstructions(const QString& actionName, const QVariantList& undo);
     // Forgets a step whose saves were put back (a cancelled run).
     void discardStep(qint64 step);
 
@@ -75,6 +83,8 @@ public:
     std::optional<Step> firstUndoneStep() const; // what redo would redo: none once a later step is done
 
     using Repoint = std::function<void(const TWSaveInfo&)>;
+    // Runs instructions of descriptive changes and returns those that set back what they changed.
+    using RunInstructions = std::function<QVariantList(const QVariantList&)>;
     // Switches every file of the step (undo and redo alike) and records the new state, unless the step is
     // in the state wanted already. repoint is called
     // for each record switched, to show the entries the new paths. A switch interrupted earlier is finished
@@ -83,7 +93,10 @@ public:
     // still stop it, the others are switched, a file gone has its former version put back, and a file
     // whose kept copy is gone leaves the step as it is.
     // `undone`: the state wanted (undo: true), so that a switch asked twice does not go back and forth.
-    LXStatus switchStep(qint64 id, bool undone, bool force = false, const Repoint& repoint = {});
+    // A step of descriptive changes is switched by running its instructions through `run`, with no lock
+    // held (the actions they run take their own); the instructions they leave switch it back.
+    LXStatus switchStep(qint64 id, bool undone, bool force = false, const Repoint& repoint = {},
+                        const RunInstructions& run = {});
     // Finishes an interrupted undo or redo: the step as it now is, or nothing when none was interrupted.
     LXResult<std::optional<Step>> finishInterrupted(bool force = false, const Repoint& repoint = {});
 
@@ -95,6 +108,7 @@ private:
     LXStatus append(const QVariantMap& line);
     QList<Step>::iterator find(QList<Step>& steps, qint64 id) const;
     LXStatus finishSwitch(Step& step, bool force, const Repoint& repoint, TWFileLocks& locks);
+    LXStatus switchInstructions(qint64 id, bool undone, const RunInstructions& run);
 
     QString m_path;
     mutable QMutex m_mutex;

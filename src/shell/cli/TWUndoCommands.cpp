@@ -23,15 +23,31 @@ void tell(Context& context, bool undo, const TWUndoJournal::Step& step, const QS
           const char* prefix = "") {
     if (!context.isQuiet())
         context.err << prefix << (undo ? "Undid " : "Redid ") << '\'' << step.actionName << "' on "
-                    << step.records.size() << (step.records.size() == 1 ? " file" : " files") << Qt::endl;
+                    << step.fileCount() << (step.fileCount() == 1 ? " file" : " files") << Qt::endl;
     for (const QString& path : paths)
         context.out << path << '\n';
+}
+
+// The files a step of descriptive changes names: those its instructions would change next.
+QStringList instructionPaths(const QVariantList& instructions) {
+    QStringList paths;
+    for (const QVariant& instruction : instructions)
+        paths += instruction.toMap().value(QStringLiteral("paths")).toStringList();
+    return paths;
 }
 
 int switchStep(Context& context, bool undo, bool force) {
     TWUndoJournal& journal = context.session.journal();
     QStringList paths;
     const auto collect = [&paths](const TWSaveInfo& record) { paths += record.currentPaths(); };
+    // Descriptive changes are set back by running actions, whose own errors name the files they could not
+    // change; the paths printed are those of the files set back.
+    TWRunController& runs = context.session.runs();
+    const auto run = [&runs, &paths](const QVariantList& instructions) {
+        QVariantList reverse = runs.runInstructionsForUndo(instructions);
+        paths += instructionPaths(reverse);
+        return reverse;
+    };
     // An undo or redo killed half-way is finished first; when it went the way asked, that is the answer.
     const auto finished = journal.finishInterrupted(force, collect);
     if (!finished) return fail(context, finished.error().description());
@@ -44,7 +60,7 @@ int switchStep(Context& context, bool undo, bool force) {
     if (!step)
         return fail(context, undo ? QStringLiteral("there is nothing to undo")
                                   : QStringLiteral("there is nothing to redo"));
-    if (const LXStatus switched = journal.switchStep(step->id, undo, force, collect); !switched) {
+    if (const LXStatus switched = journal.switchStep(step->id, undo, force, collect, run); !switched) {
         QString why = switched.error().description();
         if (!force && switched.error().code() == LXErrWriteFailed && why.startsWith(QStringLiteral("nothing")))
             why += QStringLiteral("\n--force switches the others: a file changed since is kept for %1, a "
@@ -62,7 +78,7 @@ int listSteps(Context& context) {
     const QList<TWUndoJournal::Step> steps = context.session.journal().steps();
     bool any = false;
     for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
-        if (step->records.isEmpty()) continue; // a run that replaced nothing
+        if (!step->hasChanges()) continue; // a run that replaced nothing
         any = true;
         context.out << QDateTime::fromMSecsSinceEpoch(step->id).toString(
                            QStringLiteral("yyyy-MM-dd HH:mm:ss"))
@@ -82,6 +98,8 @@ int listSteps(Context& context) {
                 context.out << QLocale::c().formattedDataSize(bytes) << " kept";
             context.out << '\n';
         }
+        for (const QString& path : instructionPaths(step->instructions))
+            context.out << "  " << path << "  names or metadata\n";
     }
     if (!any && !context.isQuiet()) context.err << "There is nothing to undo or redo." << Qt::endl;
     return kSuccess;
