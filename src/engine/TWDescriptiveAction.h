@@ -2,6 +2,8 @@
 
 #include "engine/TWAction.h"
 
+class LXMetadata;
+
 // The base of actions that change what describes a file (its name, creator, metadata) and not its audio.
 // The loop confirms the instructions, lets the action change each entry in turn and collects, for each
 // change, the instructions that set the old value back: undoing the run runs those, which leave the
@@ -21,4 +23,19 @@ protected:
     // afterwards (the entry itself, or a new entry for a copy).
     virtual TWOutcome changeEntry(const TWFileEntryPtr& entry, const QVariantMap& instructions,
                                   QVariantList& undo, QList<TWFileEntryPtr>& results) = 0;
+
+    // What changeEntry answers for a file it cannot read: the file is skipped, as the per-file loop skips
+    // it, and the run goes on.
+    TWOutcome skip(const LXError& why);
+    // The run going on, while changeEntry is called.
+    TWActionRun& run() const { return *m_run; }
+    // Replaces the file with one whose metadata is `metadata` and whose audio is untouched (samples copied
+    // exactly, or a compressed file copied byte for byte with new tags), keeping the file's permissions,
+    // owner, attributes and links, and shows the change in every entry of the file. Fails, naming the
+    // file, when its format has no place for a key that changes or another run is changing it.
+    TWOutcome saveMetadata(LXAudioFile& file, const LXMetadata& metadata);
+
+private:
+    TWActionRun* m_run = nullptr;
+    std::optional<LXError> m_skipped; // why the entry being changed was skipped
 };

@@ -329,10 +329,13 @@ void TWRunController::undoInstructions(const QVariantList& instructions) {
 
 QVariantList TWRunController::runRecordingUndo(const QVariantList& instructions, bool announce) {
     std::optional<QVariantList> outer = std::exchange(m_recordedUndo, QVariantList());
+    // A file that cannot be set back must not keep the others from it.
+    const TWRunOptions options = std::exchange(m_options, TWRunOptions{true, false, false});
     if (announce)
         performInstructions(instructions, false);
     else
         (void)runHere(instructions);
+    m_options = options;
     QVariantList recorded = std::move(*m_recordedUndo);
     m_recordedUndo = std::move(outer);
     QTimer::singleShot(1000, this, [this] { m_context.workspace.refreshSmartGroupEntries(); });

@@ -283,6 +283,34 @@ LXStatus LXAudioFileWriter::endWrite() {
     return {};
 }
 
+LXStatus LXAudioFileWriter::copyVerbatim(const LXAudioFile& source) {
+    if (m_state != State::Setup || m_sourceFormat != source.format() || m_discarding)
+        return LXError(LXErrInvalidParameter, QStringLiteral("the writer cannot copy this file as it stands"),
+                       source.path());
+    m_state = State::Failed; // until the copies and their tags are complete
+    for (const QString& path : source.paths()) {
+        auto temp = LXCreateTemporaryFile(m_directory, m_baseName);
+        if (!temp) return temp.error();
+        m_tempPaths.append(temp->path);
+        m_tempLocks.push_back(std::move(temp->lock));
+        QFile::remove(temp->path); // copyPath makes its target itself, never over a file
+        LX_TRY(LXFile::copyPath(path, temp->path));
+    }
+    if (!m_tagSourcePath.isEmpty())
+        LX_TRY(LXTags::copy(m_tagSourcePath, m_sourceFormat, m_sourceMetadata, m_tempPaths.front(), m_desc.format,
+                            m_annotations.metadata));
+    for (const QString& temp : std::as_const(m_tempPaths))
+        LX_TRY(LXFile::syncPath(temp));
+    m_framesWritten = source.frames();
+    m_state = State::Finished;
+    return {};
+}
+
+bool LXAudioFileWriter::canHold(const QString& key) const {
+    if (LXFormat::isNative(m_desc.format)) return true;
+    return LXTags::holds(m_desc.format, key);
+}
+
 QString LXAudioFileWriter::temporaryPath(int file) const {
     return m_tempPaths.value(file);
 }

@@ -101,6 +101,15 @@ public:
     void writeSample(float sample, int channel);
     LXStatus endWrite(); // completes and syncs the temporary files
 
+    // A change of descriptive data alone: the source's files byte for byte, with the writer's metadata in
+    // their tags. For formats whose audio a rewrite would encode again (MP3, Ogg, Opus) or need not touch
+    // (FLAC). Only for a writer made from that source, before anything is written; the output is then
+    // finished, ready to save.
+    LXStatus copyVerbatim(const LXAudioFile& source);
+    // Whether the writer's format has a place for the metadata key: every key in WAV and AIFF files,
+    // the tag fields (lx/LXTags.h) in MP3, FLAC, Ogg and Opus files, none in the others.
+    bool canHold(const QString& key) const;
+
     // Saving: gives file i its final path (an atomic rename over whatever is there) and syncs the
     // folder. Call after endWrite, once per file.
     QString temporaryPath(int file) const;

@@ -268,6 +268,12 @@ bool mayHoldTags(uint32_t format, const LXAnnotations& annotations) {
     return false;
 }
 
+bool holds(uint32_t format, const QString& key) {
+    if (kindOf(format) == Kind::None) return false;
+    return std::any_of(std::begin(kKeys), std::end(kKeys),
+                       [&key](const KeyPair& pair) { return key == QLatin1String(pair.key); });
+}
+
 void readInto(const QString& path, uint32_t format, LXMetadata& metadata) {
     if (kindOf(format) == Kind::None) return;
     const TaggedFile file(path, format, TaggedFile::Access::ReadOnly);

@@ -19,6 +19,10 @@ namespace LXTags {
 // Ogg and Opus; for WAV and AIFF only with an ID3 chunk, so that plain WAV files cost no second parse.
 bool mayHoldTags(uint32_t format, const LXAnnotations& annotations);
 
+// Whether the tags of a file of this format have a place for the key (the keys above; nothing for a
+// format without tags of its own).
+bool holds(uint32_t format, const QString& key);
+
 // Adds the file's tags to metadata; keys already there (from the file's own chunks) keep their values,
 // and the ID3 chunk of a WAV or AIFF file gives no tempo or key. A file TagLib cannot read adds nothing.
 void readInto(const QString& path, uint32_t format, LXMetadata& metadata);

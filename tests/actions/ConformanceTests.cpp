@@ -24,7 +24,9 @@ protected:
         QVariantMap instructions = action->instructions();
         double given = 0.1;
         for (const TWInstructionKey& key : action->instructionKeys())
-            if (!key.defaultValue.isValid() && key.type == TWValueType::Number) {
+            if (!key.defaultValue.isValid() && !key.details.choices.isEmpty()) {
+                instructions.insert(key.name, key.details.choices.first().value);
+            } else if (!key.defaultValue.isValid() && key.type == TWValueType::Number) {
                 instructions.insert(key.name, given);
                 given += 0.1;
             }

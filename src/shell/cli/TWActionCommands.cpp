@@ -74,6 +74,11 @@ const QList<ActionCommand>& actionCommands() {
         one("filter-dc", "TWActionFilterDC");
         one("reverse", "TWActionReverse");
         one("compact", "TWActionCompact");
+        one("set-creator", "TWActionSetCreator");
+        one("set-property", "TWActionSetMetadata");
+        one("set-midi-property", "TWActionSetMIDIProperty");
+        one("set-musical-property", "TWActionSetMusicalProperty");
+        one("set-base-note-from-pitch", "TWActionSetBaseNoteFromPitch");
         two("rename", "textFile", "TWActionRenameFromTextFile", "expression", "TWActionRenameFromTokens",
             QStringLiteral(
                 "The 'Rename' command requires either an expression or a text file as a parameter."));

@@ -7,6 +7,7 @@
 #include "engine/TWRunController.h"
 #include "platform/TWSupportFolders.h"
 #include "shell/TWSession.h"
+#include "shell/cli/TWRunner.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -43,7 +44,17 @@ int switchStep(Context& context, bool undo, bool force) {
     // Descriptive changes are set back by running actions, whose own errors name the files they could not
     // change; the paths printed are those of the files set back.
     TWRunController& runs = context.session.runs();
-    const auto run = [&runs, &paths](const QVariantList& instructions) {
+    const auto run = [&context, &runs, &paths](const QVariantList& instructions) {
+        // The actions take their files from the workspace, which a command starts without.
+        QList<TWFileReport> refused;
+        TWRunner::addFiles(context.session.workspace(), instructionPaths(instructions), refused, false);
+        for (const TWFileReport& report : refused)
+            (void)fail(context, report.note);
+        QObject receiver;
+        QObject::connect(&runs, &TWRunController::fileReported, &receiver, [&context](const TWFileReport& report) {
+            if (report.outcome == TWFileReport::Outcome::Failed || report.outcome == TWFileReport::Outcome::Skipped)
+                (void)fail(context, QStringLiteral("'%1': %2").arg(report.input, report.note));
+        });
         QVariantList reverse = runs.runInstructionsForUndo(instructions);
         paths += instructionPaths(reverse);
         return reverse;
