@@ -112,6 +112,15 @@ public:
     // The tempo the file states (acid chunk, tags), in beats per minute; 0 when it states none.
     float tempo() const { return metadata().value(QStringLiteral("tempo")).toFloat(); }
 
+    // Estimates from the audio (LXAudioFileEstimates.cpp), read in blocks through LXMeasure (progress to
+    // the delegate, stopped when it says so; a read error fails them).
+    // The MIDI note nearest to the dominant pitch of frames [from, to) of those channels mixed (see
+    // lx/dsp/LXPitchDetector.h); none for silence or sound without a steady pitch.
+    LXResult<std::optional<int>> pitch(int64_t from, int64_t to, const LXChannelSet& channels);
+    // The tempo of the whole file's beats, in beats per minute (lx/dsp/LXTempoMeter.h); 0 when no steady
+    // beat is heard: silence, a single hit, or less than about four beats.
+    LXResult<double> tempoGuess();
+
     // The regions of the file that rise to a level and fall back below another,
     // in the order of the file, in seconds with the file's rate set. Levels are linear amplitudes and reached
     // as lx/dsp/LXThreshold.h defines it. A region opens at the first frame that reaches `attack`; it closes
