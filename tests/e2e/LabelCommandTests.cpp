@@ -53,3 +53,24 @@ TEST(LabelCommands, LabelsAreMadeRemovedAndCutAt) {
     EXPECT_EQ(labelsOf(file), "M:");
     EXPECT_TRUE(run({"extract-labels", "--labelType", "MARK", file}).isEmpty()) << "no markers, no pieces";
 }
+
+// With tempo 0 and none stated, the beats are those heard: a click track at 120 BPM gets a marker
+// every half second (within 1 %, about 1 BPM); a single plucked note has no beat and is left alone.
+TEST(LabelCommands, LabelsForTempoHearTheBeatOfAFileThatStatesNone) {
+    CommandLineRunner cli;
+    const QDir work(cli.work());
+    const QString clicks = work.filePath("clicks.wav"), pluck = work.filePath("pluck.wav");
+    ASSERT_TRUE(
+        TestAudio::generateWithSox(clicks, {"-n", "-r", "44100", "-c", "1"},
+                                   {"synth", "0.01", "whitenoise", "pad", "0", "0.49", "repeat", "19"}));
+    ASSERT_TRUE(
+        TestAudio::generateWithSox(pluck, {"-n", "-r", "44100", "-c", "1"}, {"synth", "1", "pluck", "220"}));
+    const auto result =
+        cli.run({"make-labels-for-tempo", "--tempo", "0", "--beat", "QRTR", "--type", "MARK", clicks, pluck});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+
+    const QStringList markers = labelsOf(clicks).mid(2).split(',');
+    ASSERT_GE(markers.size(), 20) << markers.join(',').toStdString();
+    EXPECT_NEAR(markers[19].toDouble(), 19 * 22050.0, 19 * 22050.0 * 0.01);
+    EXPECT_EQ(labelsOf(pluck), "M:");
+}

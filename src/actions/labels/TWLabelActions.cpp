@@ -24,7 +24,8 @@ const TWKey<int> kPointType{QStringLiteral("type"), int(LXLabelKind::Marker),
                             TWKeyDetails::oneOf(kindChoices().mid(0, 2))};
 const TWKey<int> kDivisions{QStringLiteral("divisions"), 4, QStringLiteral("how many equal parts, at least 2")};
 const TWKey<double> kTempo{QStringLiteral("tempo"), 0.0,
-                           QStringLiteral("beats per minute, 40 to 400; 0 takes the tempo the file states"),
+                           QStringLiteral("beats per minute, 40 to 400; 0 takes the tempo the file states, "
+                                          "or else the tempo heard in its audio"),
                            TWKeyDetails::inUnit(QStringLiteral("BPM"))};
 const TWKey<int> kBeat{QStringLiteral("beat"), 4, QStringLiteral("the note value of each label"),
                        TWKeyDetails::oneOf({{1, QStringLiteral("Whole notes"), LXFourCC("WHOL")},
@@ -143,10 +144,14 @@ protected:
         return TWOutcome::success();
     }
     // Labels every beat from the start, a quarter note lasting 60 / tempo seconds. A file that states no
-    // tempo, given none, gets none.
+    // tempo, given none, takes the tempo heard in its audio; one without a steady beat gets no labels.
     LXResult<QList<int64_t>> pointsOf(LXAudioFile& file, const QVariantMap& instructions) const override {
-        // FIXME: a tempo estimated from the audio when the file states none, once a tempo tracker is in.
-        const double tempo = kTempo(instructions) != 0.0 ? kTempo(instructions) : double(file.tempo());
+        double tempo = kTempo(instructions) != 0.0 ? kTempo(instructions) : double(file.tempo());
+        if (tempo == 0.0) {
+            const auto heard = file.tempoGuess();
+            if (!heard) return heard.error();
+            tempo = *heard;
+        }
         const int divisor = kBeat(instructions);
         if (!(tempo > 0) || divisor <= 0) return QList<int64_t>();
         const int64_t step = int64_t((60.0 / tempo) / (divisor * 0.25) * file.rate());
