@@ -27,6 +27,8 @@ constexpr Field kFields[] = {
     {"loudness", "Loudness", LXMetadataAnalysis, "loudnessFormatter"},
     {"loudnessRange", "Loudness Range", LXMetadataAnalysis, "loudnessRangeFormatter"},
     {"truePeak", "True Peak", LXMetadataAnalysis, "decibelFormatter"},
+    {"pitch", "Pitch", LXMetadataAnalysis, "midiNoteFormatter"},
+    {"tempoGuess", "Tempo Guess", LXMetadataAnalysis, "tempoFormatter"},
 
     {"baseNote", "Base Note", LXMetadataMIDI, "midiNoteFormatter"},
     {"detune", "Detune", LXMetadataMIDI, "detuneFormatter"},

@@ -106,3 +106,32 @@ TEST(Info, ARewriteThatKeepsSizeAndTimeIsAnalysedAgain) {
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
     EXPECT_NEAR(peakDecibels(take), -1.0, 0.05);
 }
+
+// --pitch and --tempo are measured only when asked: a plucked A3 reads "pitch" 57 and no tempo (null), a
+// click track at 120 BPM its tempo and no pitch; without the flags neither key is there.
+TEST(Info, PitchAndTempoAreEstimatedWhenAsked) {
+    CommandLineRunner runner;
+    const QDir work(runner.work());
+    const QString pluck = work.filePath("pluck.wav"), clicks = work.filePath("clicks.flac");
+    ASSERT_TRUE(
+        TestAudio::generateWithSox(pluck, {"-n", "-r", "48000", "-c", "2"}, {"synth", "2", "pluck", "220"}));
+    ASSERT_TRUE(
+        TestAudio::generateWithSox(clicks, {"-n", "-r", "44100", "-c", "1"},
+                                   {"synth", "0.01", "whitenoise", "pad", "0", "0.49", "repeat", "19"}));
+
+    const auto result = runner.run({"info", "--json", "--pitch", "--tempo", pluck, clicks});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    const QJsonArray files = QJsonDocument::fromJson(result.out.toUtf8()).array();
+    ASSERT_EQ(files.size(), 2) << result.out.toStdString();
+    EXPECT_EQ(files[0]["pitch"].toInt(), 57);
+    EXPECT_TRUE(files[0]["tempoGuess"].isNull());
+    EXPECT_EQ(files[0]["display"]["Tempo guess"].toString(), "none");
+    EXPECT_TRUE(files[1]["pitch"].isNull());
+    EXPECT_NEAR(files[1]["tempoGuess"].toDouble(), 120.0, 1.0);
+
+    const auto plain = runner.run({"info", pluck});
+    ASSERT_EQ(plain.exitCode, 0);
+    EXPECT_FALSE(plain.out.contains("Pitch"));
+    const auto text = runner.run({"info", "--pitch", pluck});
+    EXPECT_TRUE(text.out.contains(QRegularExpression("\n  Pitch +A")));
+}

@@ -1,5 +1,6 @@
 // clipwright info: each file's entry information, as the file list shows it.
 
+#include "lx/LXAudioFile.h"
 #include "lx/LXAudioFormat.h"
 #include "lx/LXFile.h"
 #include "lx/LXMetadata.h"
@@ -44,9 +45,9 @@ QString statusText(float status) {
     }
 }
 
-// The rows that have a value, under their titles and formatted, in the order of the metadata table.
-QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
-    const QVariantMap info = entry.info();
+// The rows that have a value, under their titles and formatted, in the order of the metadata table. An
+// estimate that found nothing (a null value) reads "none".
+QList<QPair<QString, QString>> formattedRows(const QVariantMap& info) {
     const TWFormatters& formatters = TWWorkspace::workspace().formatters();
     QList<QPair<QString, QString>> rows;
     for (const QString& title : LXMetadata::titlesForCategoryMask(~0u)) {
@@ -54,7 +55,9 @@ QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
         const QVariant value = info.value(key);
         if (!value.isValid()) continue;
         const TWFormatter* formatter = formatters.formatterForKey(key);
-        const QString text = formatter ? formatter->stringForObjectValue(value) : value.toString();
+        const QString text = value.typeId() == QMetaType::Nullptr ? QStringLiteral("none")
+                             : formatter                         ? formatter->stringForObjectValue(value)
+                                                                 : value.toString();
         if (!text.isEmpty()) rows.append({title, text});
     }
     return rows;
@@ -62,8 +65,7 @@ QList<QPair<QString, QString>> formattedRows(const TWFileEntry& entry) {
 
 // The entry's information for --json: the raw values, the format's name beside its code, the levels in
 // dB beside their amplitudes (null for silence: JSON has no infinity), and the shown texts.
-QJsonObject jsonDocument(const TWFileEntry& entry) {
-    const QVariantMap info = entry.info();
+QJsonObject jsonDocument(const TWFileEntry& entry, const QVariantMap& info) {
     QJsonObject document = QJsonObject::fromVariantMap(info);
     document.insert(QStringLiteral("status"), statusText(entry.status()));
     if (info.contains(QStringLiteral("format")))
@@ -79,10 +81,35 @@ QJsonObject jsonDocument(const TWFileEntry& entry) {
     }
     document.insert(QStringLiteral("decibels"), decibels);
     QJsonObject text;
-    for (const auto& [label, value] : formattedRows(entry))
+    for (const auto& [label, value] : formattedRows(info))
         text.insert(label, value);
     document.insert(QStringLiteral("display"), text);
     return document;
+}
+
+enum class Estimates { Pitch = 1, Tempo = 2 };
+
+// The entry's information with the estimates asked for, measured now (they are not cached): "pitch" the
+// MIDI note, null when none is heard; "tempoGuess" in beats per minute, null when no beat is heard.
+LXResult<QVariantMap> infoWithEstimates(const TWFileEntry& entry, int estimates) {
+    QVariantMap info = entry.info();
+    if (!estimates) return info;
+    const std::unique_ptr<LXAudioFile> file = entry.audioFile();
+    if (!file) return info; // not readable: reported with the file's status
+    const auto orNull = [](auto value, bool found) {
+        return found ? QVariant(value) : QVariant::fromValue(nullptr);
+    };
+    if (estimates & int(Estimates::Pitch)) {
+        const auto note = file->pitch(0, file->frames(), file->channelSet());
+        if (!note) return note.error();
+        info.insert(QStringLiteral("pitch"), orNull(note->value_or(0), note->has_value()));
+    }
+    if (estimates & int(Estimates::Tempo)) {
+        const auto bpm = file->tempoGuess();
+        if (!bpm) return bpm.error();
+        info.insert(QStringLiteral("tempoGuess"), orNull(*bpm, *bpm > 0.0));
+    }
+    return info;
 }
 
 int runInfo(const Arguments& arguments, Context& context) {
@@ -90,6 +117,8 @@ int runInfo(const Arguments& arguments, Context& context) {
     const bool analyze = !arguments.has(QStringLiteral("no-analyze"));
     const LXLoudnessAnalysis loudness =
         arguments.has(QStringLiteral("loudness")) ? LXLoudnessAnalysis::Measure : LXLoudnessAnalysis::Skip;
+    const int estimates = (arguments.has(QStringLiteral("pitch")) ? int(Estimates::Pitch) : 0) |
+                          (arguments.has(QStringLiteral("tempo")) ? int(Estimates::Tempo) : 0);
     if (arguments.operands.isEmpty())
         return usageError(context, QStringLiteral("info"), QStringLiteral("no file given"));
 
@@ -124,14 +153,19 @@ int runInfo(const Arguments& arguments, Context& context) {
             if (const LXStatus analysed = entry->analyze(loudness); !analysed)
                 status = fail(context, analysed.error().description());
         }
+        auto info = infoWithEstimates(*entry, estimates);
+        if (!info) {
+            status = fail(context, info.error().description());
+            info = entry->info();
+        }
         if (json) {
-            documents.append(jsonDocument(*entry));
+            documents.append(jsonDocument(*entry, *info));
             continue;
         }
         context.out << entry->path() << '\n';
         context.out << "  " << QStringLiteral("Status").leftJustified(16) << statusText(entry->status())
                     << '\n';
-        for (const auto& [label, value] : formattedRows(*entry))
+        for (const auto& [label, value] : formattedRows(*info))
             context.out << "  " << label.leftJustified(16) << value << '\n';
     }
     if (json) context.out << QJsonDocument(documents).toJson(QJsonDocument::Indented);
@@ -149,7 +183,8 @@ Command infoCommand() {
                        "list sees it: its status, format, bit depth, rate, channels, length, levels (peak,\n"
                        "RMS, clipped samples, DC offset; with --loudness, loudness in LUFS, loudness range\n"
                        "and true peak), musical properties and text metadata. Files not yet analysed are\n"
-                       "analysed first, and the results kept for next time.\n"),
+                       "analysed first, and the results kept for next time. With --pitch and --tempo, the\n"
+                       "note and the tempo heard in the audio, measured each time.\n"),
         {flag(QStringLiteral("json"),
               QStringLiteral(
                   "a JSON array of one object per file: the raw values, \"status\", the format's name "
@@ -159,7 +194,13 @@ Command infoCommand() {
               QStringLiteral("do not measure levels of files not yet analysed")),
          flag(QStringLiteral("loudness"),
               QStringLiteral("also measure loudness (LUFS), loudness range and true peak, where not yet "
-                             "measured: several times slower"))},
+                             "measured: several times slower")),
+         flag(QStringLiteral("pitch"),
+              QStringLiteral("also estimate the dominant pitch of the audio, as the nearest MIDI note "
+                             "(\"pitch\" in JSON, null when no steady pitch is heard)")),
+         flag(QStringLiteral("tempo"),
+              QStringLiteral("also estimate the tempo of the audio's beats (\"tempoGuess\" in JSON, in beats "
+                             "per minute, null when no steady beat is heard)"))},
         QStringLiteral(
             "A file that is missing, unreadable, damaged or not audio is named on stderr with the\n"
             "reason. Exit status: 0, 8 when there was such a file, 2 for a usage error.\n"),
