@@ -2,24 +2,10 @@
 
 #include "lx/LXChannelSet.h"
 
-#include <mutex>
 #include <vector>
 
-// What the meters built on aubio share.
-
-// Held while an aubio object is made or freed: aubio then plans or destroys FFTW transforms, and
-// FFTW's planner is not thread-safe.
-class LXAubioPlannerLock {
-public:
-    LXAubioPlannerLock() : m_lock(mutex()) {}
-
-private:
-    static std::mutex& mutex() {
-        static std::mutex m;
-        return m;
-    }
-    std::lock_guard<std::mutex> m_lock;
-};
+// What the meters built on aubio share. (aubio makes and frees its FFTW plans under a lock of its own,
+// so meters may be made on several threads at once.)
 
 // The channels of the selection that a frame of `channels` has.
 inline std::vector<int> LXAubioSelected(const LXChannelSet& selection, int channels) {

@@ -22,13 +22,11 @@ constexpr double kLevelFloor = 1e-3 * 1e-3; // mean square of a hop at -60 dBFS
 
 struct LXPitchDetector::State {
     State(uint_t window, uint_t hop, uint_t rate) {
-        LXAubioPlannerLock lock;
         pitch = new_aubio_pitch("yinfast", window, hop, rate);
         in = new_fvec(hop);
         out = new_fvec(1);
     }
     ~State() {
-        LXAubioPlannerLock lock;
         if (pitch) del_aubio_pitch(pitch);
         del_fvec(in);
         del_fvec(out);

@@ -15,13 +15,11 @@ constexpr int kBeatsToTrust = 4;
 
 struct LXTempoMeter::State {
     explicit State(uint_t rate) {
-        LXAubioPlannerLock lock;
         tempo = new_aubio_tempo("default", kWindow, kHop, rate);
         in = new_fvec(kHop);
         out = new_fvec(2);
     }
     ~State() {
-        LXAubioPlannerLock lock;
         if (tempo) del_aubio_tempo(tempo);
         del_fvec(in);
         del_fvec(out);
