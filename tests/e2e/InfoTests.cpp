@@ -125,7 +125,7 @@ TEST(Info, PitchAndTempoAreEstimatedWhenAsked) {
     ASSERT_EQ(files.size(), 2) << result.out.toStdString();
     EXPECT_EQ(files[0]["pitch"].toInt(), 57);
     EXPECT_TRUE(files[0]["tempoGuess"].isNull());
-    EXPECT_EQ(files[0]["display"]["Tempo guess"].toString(), "none");
+    EXPECT_EQ(files[0]["display"]["Tempo Guess"].toString(), "none");
     EXPECT_TRUE(files[1]["pitch"].isNull());
     EXPECT_NEAR(files[1]["tempoGuess"].toDouble(), 120.0, 1.0);
 
