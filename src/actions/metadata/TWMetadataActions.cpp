@@ -77,13 +77,50 @@ private:
 // Properties
 // -----------------------------------------------------------------------------------------------------
 
+// The change of one field of a file, and the record that sets it back. A field can bring others with it
+// (a tempo makes a loop chunk, which also states a meter), so the record names, under "restore", every
+// other field the file gained, lost or changed, with its old value ("" for none), and running the record
+// sets those too.
+class TWFieldAction : public TWDescriptiveAction {
+public:
+    bool onlyInPlace() const override { return true; }
+
+protected:
+    static inline const QString kRestore = QStringLiteral("restore");
+
+    TWOutcome changeField(LXAudioFile& file, const QString& key, const QVariant& value,
+                          const QVariantMap& restore, const QString& undoClass, QVariantList& undo) {
+        const LXMetadata before = file.metadata();
+        LXMetadata metadata = before;
+        metadata.setValue(key, value);
+        for (auto field = restore.cbegin(); field != restore.cend(); ++field)
+            metadata.setValue(field.key(), field.value());
+        if (metadata == before) return TWOutcome::unchanged();
+        if (const TWOutcome saved = saveMetadata(file, metadata); !saved.goesOn()) return saved;
+
+        auto reread = LXAudioFile::open(file.path());
+        const LXMetadata after = reread ? (*reread)->metadata() : metadata;
+        QVariantMap record = undoRecord(undoClass, file.path());
+        record.insert(QStringLiteral("key"), key);
+        if (before.contains(key)) record.insert(kValue.name, before.value(key));
+        QVariantMap changed;
+        QStringList keys = before.keys() + after.keys();
+        keys.removeDuplicates();
+        for (const QString& other : std::as_const(keys))
+            if (other != key && before.value(other) != after.value(other))
+                changed.insert(other, before.contains(other) ? before.value(other) : QVariant(QString()));
+        if (!changed.isEmpty()) record.insert(kRestore, changed);
+        undo.append(record);
+        return TWOutcome::success();
+    }
+};
+
 // The shape of the three property actions: a field out of a list, and a value typed as the details show
 // it. An unknown field or a value that does not read as one of the field's stops the run before a file
 // is touched; so does a field the file's format has no place for, for that file.
-class TWPropertyAction : public TWDescriptiveAction {
+class TWPropertyAction : public TWFieldAction {
 public:
     QString verb() const override { return QStringLiteral("Setting property..."); }
-    bool onlyInPlace() const override { return true; }
     QList<TWInstructionKey> instructionKeys() const override {
         QList<TWChoice> fields;
         for (const QString& title : titles())
@@ -111,43 +148,15 @@ protected:
         return TWOutcome::success();
     }
 
-    // A field can bring others with it (a tempo makes a loop chunk, which also states a meter), so the
-    // record that undoes a change names, under "restore", every other field the file gained, lost or
-    // changed, with its old value ("" for none), and running the record sets those too.
     TWOutcome changeEntry(const TWFileEntryPtr& entry, const QVariantMap& instructions, QVariantList& undo,
                           QList<TWFileEntryPtr>& results) override {
         results.append(entry);
-        const QString key = instructions.value(QStringLiteral("key")).toString();
         auto opened = openFile(entry);
         if (!opened) return skip(opened.error());
-        LXAudioFile& file = **opened;
-        const LXMetadata before = file.metadata();
-        LXMetadata metadata = before;
-        metadata.setValue(key, *valueFor(key, instructions.value(kValue.name, QString())));
-        const QVariantMap restore = instructions.value(kRestore).toMap();
-        for (auto field = restore.cbegin(); field != restore.cend(); ++field)
-            metadata.setValue(field.key(), field.value());
-        if (metadata == before) return TWOutcome::unchanged();
-        if (const TWOutcome saved = saveMetadata(file, metadata); !saved.goesOn()) return saved;
-
-        auto reread = LXAudioFile::open(file.path());
-        const LXMetadata after = reread ? (*reread)->metadata() : metadata;
-        QVariantMap record = undoRecord(className(), file.path());
-        record.insert(QStringLiteral("key"), key);
-        if (before.contains(key)) record.insert(kValue.name, before.value(key));
-        QVariantMap changed;
-        QStringList keys = before.keys() + after.keys();
-        keys.removeDuplicates();
-        for (const QString& other : std::as_const(keys))
-            if (other != key && before.value(other) != after.value(other))
-                changed.insert(other, before.contains(other) ? before.value(other) : QVariant(QString()));
-        if (!changed.isEmpty()) record.insert(kRestore, changed);
-        undo.append(record);
-        return TWOutcome::success();
+        const QString key = instructions.value(QStringLiteral("key")).toString();
+        return changeField(**opened, key, *valueFor(key, instructions.value(kValue.name, QString())),
+                           instructions.value(kRestore).toMap(), className(), undo);
     }
-
-private:
-    static inline const QString kRestore = QStringLiteral("restore");
 };
 
 class TWActionSetMetadata final : public TWPropertyAction {
@@ -205,9 +214,42 @@ protected:
     }
 };
 
+// Base note from pitch
+// -----------------------------------------------------------------------------------------------------
+
+// The note heard in the whole file (lx/dsp/LXPitchDetector.h) becomes its base note. A file in which no
+// steady pitch is heard (silence, noise, a drum) keeps the base note it has, and the run says so. Undoing
+// runs Set MIDI Property, which sets the old note back.
+class TWActionSetBaseNoteFromPitch final : public TWFieldAction {
+public:
+    QString className() const override { return QStringLiteral("TWActionSetBaseNoteFromPitch"); }
+    QString name() const override { return QStringLiteral("Set MIDI Base Note from Pitch"); }
+    QString verb() const override { return QStringLiteral("Setting base note..."); }
+    QStringList requiredInstructionKeys() const override { return {}; }
+
+protected:
+    TWOutcome changeEntry(const TWFileEntryPtr& entry, const QVariantMap&, QVariantList& undo,
+                          QList<TWFileEntryPtr>& results) override {
+        results.append(entry);
+        auto opened = openFile(entry);
+        if (!opened) return skip(opened.error());
+        LXAudioFile& file = **opened;
+        const auto note = file.pitch(0, file.frames(), file.channelSet());
+        if (!note) return note.error();
+        if (!*note) return TWOutcome::unchanged().withNote(QStringLiteral("no steady pitch is heard"));
+        const TWOutcome changed = changeField(file, QStringLiteral("baseNote"), **note, {},
+                                              QStringLiteral("TWActionSetMIDIProperty"), undo);
+        const QString shown = TWWorkspace::workspace().formatters().midiNoteFormatter().stringForObjectValue(**note);
+        return changed.goesOn() || changed.kind() == TWOutcome::Kind::Unchanged
+                   ? changed.withNote(QStringLiteral("base note %1").arg(shown))
+                   : changed;
+    }
+};
+
 } // namespace
 
 TW_REGISTER_ACTION(TWActionSetCreator)
 TW_REGISTER_ACTION(TWActionSetMetadata)
 TW_REGISTER_ACTION(TWActionSetMIDIProperty)
 TW_REGISTER_ACTION(TWActionSetMusicalProperty)
+TW_REGISTER_ACTION(TWActionSetBaseNoteFromPitch)
