@@ -3,6 +3,7 @@
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFilename.h"
 #include "lx/LXFile.h"
+#include "lx/LXWaveformCache.h"
 #include "platform/TWPredicate.h"
 
 #include <QCoreApplication>
@@ -16,8 +17,10 @@
 #include <QSqlRecord>
 #include <QStandardPaths>
 #include <chrono>
+#include <cmath>
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <sys/stat.h>
@@ -28,7 +31,7 @@
 namespace {
 
 // Raise when the columns change: an index of another version is dropped and rebuilt (it is a cache).
-constexpr int kSchemaVersion = 1;
+constexpr int kSchemaVersion = 2;
 // Rows written per transaction: one commit per row would cost a sync each; 500 keeps a cancelled scan's
 // work and the writer's lock short.
 constexpr int kRowsPerTransaction = 500;
@@ -47,7 +50,8 @@ const char* const kColumns[] = {
     "created",  "modified",   "mtime_ns",    "inode",        "format",   "rate",      "channels",
     "bits",     "samples",    "duration",    "tempo",        "root_key", "base_note", "title",
     "title_f",  "artist",     "artist_f",    "album",        "album_f",  "genre",     "genre_f",
-    "comments", "comments_f", "description", "description_f"};
+    "comments", "comments_f", "description", "description_f", "peak",    "rms",       "loudness",
+    "loudness_range", "true_peak"};
 constexpr int kColumnCount = int(std::size(kColumns));
 
 const char* const kSchema = R"(CREATE TABLE items (
@@ -76,7 +80,9 @@ const char* const kSchema = R"(CREATE TABLE items (
     album TEXT, album_f TEXT,
     genre TEXT, genre_f TEXT,
     comments TEXT, comments_f TEXT,
-    description TEXT, description_f TEXT
+    description TEXT, description_f TEXT,
+    peak REAL, rms REAL,
+    loudness REAL, loudness_range REAL, true_peak REAL
 ) WITHOUT ROWID)";
 
 LXError sqlError(int32_t code, const QString& what, const QSqlError& error, const QString& path) {
@@ -197,6 +203,21 @@ struct Stamp {
     int64_t inode = 0;
     bool operator==(const Stamp&) const = default;
 };
+
+// A row of an audio file whose loudness was not yet measured: analysing the file later changes the cache,
+// not the file, so the scan looks there again.
+struct Known {
+    Stamp stamp;
+    bool awaitsLoudness = false;
+};
+
+// A level as the index stores it: decibels, so that a query reads as the details show it; silence is
+// minus infinity, which every threshold exceeds.
+QVariant decibels(const QVariant& amplitude) {
+    if (!amplitude.isValid()) return {};
+    const double value = std::fabs(amplitude.toDouble());
+    return value > 0.0 ? 20.0 * std::log10(value) : -std::numeric_limits<double>::infinity();
+}
 
 double seconds(const statx_timestamp& t) {
     return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
@@ -384,7 +405,8 @@ private:
         QString upper = prefix;
         upper.back() = QChar(u'/' + 1);
         if (!query.prepare(
-                QStringLiteral("SELECT path, size, mtime_ns, inode FROM items WHERE path > ? AND path < ?")))
+                QStringLiteral("SELECT path, size, mtime_ns, inode, kind = 'public.audio' AND loudness IS NULL "
+                               "FROM items WHERE path > ? AND path < ?")))
             return sqlError(LXErrReadFailed, QStringLiteral("Cannot read the metadata index"),
                             query.lastError(), m_connection.path());
         query.addBindValue(prefix);
@@ -393,9 +415,10 @@ private:
             return sqlError(LXErrReadFailed, QStringLiteral("Cannot read the metadata index"),
                             query.lastError(), m_connection.path());
         while (query.next())
-            m_known.insert(
-                query.value(0).toString(),
-                Stamp{query.value(1).toLongLong(), query.value(2).toLongLong(), query.value(3).toLongLong()});
+            m_known.insert(query.value(0).toString(),
+                           Known{Stamp{query.value(1).toLongLong(), query.value(2).toLongLong(),
+                                       query.value(3).toLongLong()},
+                                 query.value(4).toBool()});
         return {};
     }
 
@@ -434,7 +457,10 @@ private:
                               int64_t(stx.stx_ino)};
             const auto known = m_known.constFind(path);
             if (known != m_known.cend()) {
-                const bool current = *known == stamp;
+                const bool current =
+                    known->stamp == stamp &&
+                    !(known->awaitsLoudness &&
+                      LXWaveformCache::shared().analysisForPath(path).contains(QStringLiteral("loudness")));
                 m_known.erase(known);
                 if (current) continue;
             }
@@ -483,6 +509,8 @@ private:
           << value("tempo") << value("key") << value("baseNote");
         for (const char* key : {"title", "artist", "album", "genre", "comments", "description"})
             r << text(key) << folded(key);
+        r << decibels(value("max")) << decibels(value("rms")) << value("loudness") << value("loudnessRange")
+          << decibels(value("truePeak"));
         return r;
     }
 
@@ -491,7 +519,7 @@ private:
     const std::atomic<bool>* m_cancel;
     QString m_databasePath;
     QString m_databaseDirectory;
-    QHash<QString, Stamp> m_known; // rows under the scope not yet seen on disk
+    QHash<QString, Known> m_known; // rows under the scope not yet seen on disk
     TWIndexScanStatistics m_stats;
 };
 

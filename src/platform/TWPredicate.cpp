@@ -50,6 +50,11 @@ constexpr Attribute kAttributes[] = {
     {"Genre", "genre", "genre_f", ValueType::Text, false},
     {"Comment", "comments", "comments_f", ValueType::Text, false},
     {"Description", "description", "description_f", ValueType::Text, false},
+    {"Peak", "peak", nullptr, ValueType::Number, false},
+    {"RMS", "rms", nullptr, ValueType::Number, false},
+    {"Loudness", "loudness", nullptr, ValueType::Number, false},
+    {"LoudnessRange", "loudness_range", nullptr, ValueType::Number, false},
+    {"TruePeak", "true_peak", nullptr, ValueType::Number, false},
 };
 
 const Attribute* attributeForKey(const QString& key) {

@@ -1,5 +1,7 @@
 #include "IsolatedHome.h"
 #include "TestAudio.h"
+#include "lx/LXAnalysis.h"
+#include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
 #include "platform/TWHandOver.h"
 #include "platform/TWMetadataIndex.h"
@@ -342,6 +344,23 @@ TEST_F(MetadataIndexScan, ARescanOpensOnlyWhatChanged) {
     auto row = TWMetadataIndex().record(m_folder + "/new loop.wav");
     ASSERT_TRUE(row);
     EXPECT_TRUE(row->isEmpty());
+}
+
+// Levels and loudness are found once measured, also in files indexed before: measuring changes the
+// analysis cache, not the file, and the next search looks there again.
+TEST_F(MetadataIndexScan, MeasuredLevelsAndLoudnessAreFoundOnceMeasured) {
+    for (const auto& [name, volume] : {std::pair{"loud.wav", "0.9"}, std::pair{"quiet.wav", "0.05"}})
+        ASSERT_TRUE(TestAudio::generateWithSox(m_folder + u'/' + QLatin1String(name), {"-n", "-r", "44100"},
+                                               {"synth", "2", "sine", "440", "vol", volume}));
+    const QString louderThan12 = audio("(Loudness > '-12')");
+    EXPECT_EQ(find(m_folder, louderThan12), QStringList());
+    for (const char* name : {"loud.wav", "quiet.wav"}) {
+        auto file = LXAudioFile::open(m_folder + u'/' + QLatin1String(name));
+        ASSERT_TRUE(file);
+        ASSERT_TRUE(LXAnalyze(**file, 0, LXLoudnessAnalysis::Measure));
+    }
+    EXPECT_EQ(find(m_folder, louderThan12), QStringList{"loud.wav"});
+    EXPECT_EQ(find(m_folder, audio("(Peak < '-20') AND (TruePeak < '-20')")), QStringList{"quiet.wav"});
 }
 
 TEST_F(MetadataIndexScan, ADamagedIndexIsRebuilt) {
