@@ -138,6 +138,9 @@ public:
     LXResult<QString> duplicateToPath(const QString& proposedPath); // copy under the first free name
     QStringList duplicatePaths(const QString& proposedPath) const;  // the names that copy would take
     LXStatus moveToPath(const QString& path);
+    // Renames every file of the set in its folder, never replacing a file: when a new name is taken, the
+    // files renamed already get their names back and the error says which name.
+    LXStatus renameToPath(const QString& path);
     LXStatus copyToPath(const QString& path);
     LXStatus moveToTrash();
     LXStatus deleteFiles();

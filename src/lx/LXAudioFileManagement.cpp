@@ -64,10 +64,31 @@ LXStatus LXAudioFile::moveToPath(const QString& path) {
     return {};
 }
 
+LXStatus LXAudioFile::renameToPath(const QString& path) {
+    const QStringList targets = pathsForLead(*this, LXFile::conformPath(path));
+    for (int i = 0; i < m_paths.size(); ++i) {
+        if (LXStatus renamed = LXFile::renameWithoutReplacing(m_paths.at(i), targets.at(i)); !renamed) {
+            for (int j = i - 1; j >= 0; --j)
+                (void)LXFile::renameWithoutReplacing(targets.at(j), m_paths.at(j));
+            return renamed;
+        }
+    }
+    for (int i = 0; i < m_paths.size(); ++i)
+        LXWaveformCache::shared().moveEntry(m_paths.at(i), targets.at(i));
+    adoptPaths(targets);
+    return {};
+}
+
+// A set copied in part is no copy: the members copied already are removed.
 LXStatus LXAudioFile::copyToPath(const QString& path) {
     const QStringList targets = pathsForLead(*this, LXFile::conformPath(path));
-    for (int i = 0; i < m_paths.size(); ++i)
-        LX_TRY(LXFile::copyPath(m_paths.at(i), targets.at(i)));
+    for (int i = 0; i < m_paths.size(); ++i) {
+        if (LXStatus copied = LXFile::copyPath(m_paths.at(i), targets.at(i)); !copied) {
+            for (int j = 0; j < i; ++j)
+                (void)LXFile::deleteFileAtPath(targets.at(j));
+            return copied;
+        }
+    }
     adoptPaths(targets);
     return {};
 }

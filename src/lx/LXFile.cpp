@@ -13,6 +13,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdio> // renameat2
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -461,6 +462,23 @@ LXStatus movePath(const QString& from, const QString& to) {
     }
     LX_TRY(syncParentDirectory(to));
     return deleteFileAtPath(from);
+}
+
+LXStatus renameWithoutReplacing(const QString& from, const QString& to) {
+    const QByteArray source = native(from), target = native(to);
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) != 0) {
+        if (errno != EINVAL && errno != ENOSYS)
+            return LXFileError::fromErrno(QStringLiteral("Cannot rename to '%1'").arg(to), from);
+        // A file system without the flag: a hard link takes the new name only while it is free.
+        if (::link(source.constData(), target.constData()) != 0)
+            return LXFileError::fromErrno(QStringLiteral("Cannot rename to '%1'").arg(to), from);
+        if (::unlink(source.constData()) != 0) {
+            const LXFileError error = LXFileError::fromErrno(QStringLiteral("Cannot rename"), from);
+            ::unlink(target.constData());
+            return error;
+        }
+    }
+    return syncParentDirectory(to);
 }
 
 LXStatus copyPath(const QString& from, const QString& to) {

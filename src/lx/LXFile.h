@@ -58,7 +58,7 @@ std::optional<LXFileVersion> versionOfPath(const QString& path); // following li
 // header, chunks at the end, the audio), and it costs the same for a short file and a long one. Empty
 // when the file cannot be read.
 QByteArray fingerprintOfPath(const QString& path);
-int64_t linkCountAtPath(const QString& path);                    // hard links, following symbolic ones
+int64_t linkCountAtPath(const QString& path); // hard links, following symbolic ones
 // Where a symbolic link finally leads, as an absolute path; the path itself when it is no link or
 // leads nowhere.
 QString resolvedLinkPath(const QString& path);
@@ -70,6 +70,9 @@ int64_t sizeOfFileAtPath(const QString& path); // -1 when missing
 // Moves a file or directory; an existing file at the target is replaced (atomically on the same file
 // system, by copy and delete across file systems).
 LXStatus movePath(const QString& from, const QString& to);
+// Renames a file, never replacing one: a name that is taken fails with EEXIST and leaves both files as
+// they were. Within one file system (EXDEV otherwise).
+LXStatus renameWithoutReplacing(const QString& from, const QString& to);
 // Copies a file or a directory tree; fails when the target exists.
 LXStatus copyPath(const QString& from, const QString& to);
 // Deletes a file, or a directory and everything in it. A missing path is not an error.
