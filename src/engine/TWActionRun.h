@@ -67,14 +67,15 @@ public:
     // Where those would put the output, without saving anything (a dry run).
     QString newFilePathFor(const LXAudioFileWriter& writer, const TWFileEntry& entry) const;
     QString newFilePathFor(const LXAudioFile& file, const TWFileEntry& entry) const;
+    // The entry of a new file at path (made by the action itself), joining the tree after its source
+    // unless "addToList" is NO.
+    TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source);
     // Shows every entry of the tree whose path is `from` at `to` (on the main thread).
     void repointEntries(const QString& from, const QString& to);
 
 private:
     void onMainThread(std::function<void()> work) const;
     QString proposedPathFor(const TWFileEntry& entry) const; // the entry's name in its destination
-    // The entry of a new file at path, joining the tree after its source.
-    TWFileEntryPtr adoptNewFile(const QString& path, const TWFileEntryPtr& source);
 
     TWAction& m_action;
     TWRunController& m_runs;

@@ -16,12 +16,12 @@ std::optional<TWActionError> TWDescriptiveAction::processEntries(TWRunController
                                                                  const QVariantMap& instructions,
                                                                  QList<TWFileEntryPtr>& results) {
     TWActionRun run(*this, runs, instructions);
-    m_run = &run;
     if (auto error = run.confirm(entries, false)) return error;
     if (run.options().dryRun) {
         run.reportUntried(entries, results);
         return std::nullopt;
     }
+    m_run = &run;
 
     run.willProcess(entries.size());
     TWOutcome outcome = preProcessWithEntries(entries, instructions);
@@ -30,17 +30,21 @@ std::optional<TWActionError> TWDescriptiveAction::processEntries(TWRunController
         if (!outcome.goesOn()) break;
         TWFileReport report;
         report.input = entry->path();
-        const qsizetype undoBefore = undo.size();
+        const qsizetype undoBefore = undo.size(), resultsBefore = results.size();
         {
             TWBusyEntry busy(*entry);
             run.willProcessEntry(entry);
             outcome = changeEntry(entry, instructions, undo, results);
         }
         run.didProcessEntry(entry);
-        report.outputs = {entry->path()};
+        for (qsizetype i = resultsBefore; i < results.size(); ++i)
+            report.outputs.append(results.at(i)->path());
+        report.outputs.removeDuplicates();
         report.note = outcome.note();
-        report.outcome =
-            undo.size() > undoBefore ? TWFileReport::Outcome::Changed : TWFileReport::Outcome::Unchanged;
+        const bool changed = undo.size() > undoBefore ||
+                             std::any_of(report.outputs.cbegin(), report.outputs.cend(),
+                                         [&report](const QString& path) { return path != report.input; });
+        report.outcome = changed ? TWFileReport::Outcome::Changed : TWFileReport::Outcome::Unchanged;
         if (m_skipped) {
             report.outcome = TWFileReport::Outcome::Skipped;
             report.note = std::exchange(m_skipped, std::nullopt)->description();
@@ -56,8 +60,8 @@ std::optional<TWActionError> TWDescriptiveAction::processEntries(TWRunController
                 report.outcome = TWFileReport::Outcome::Cancelled;
                 break;
             default:
-                report.outcome = run.options().keepGoing ? TWFileReport::Outcome::Skipped
-                                                         : TWFileReport::Outcome::Failed;
+                report.outcome = skipsFailedFiles() || run.options().keepGoing ? TWFileReport::Outcome::Skipped
+                                                                               : TWFileReport::Outcome::Failed;
             }
             report.note = TWActionRun::errorFor(outcome, processingPhase())->failureReason();
             if (report.outcome == TWFileReport::Outcome::Skipped) outcome = TWOutcome::success();
@@ -67,6 +71,7 @@ std::optional<TWActionError> TWDescriptiveAction::processEntries(TWRunController
     }
     run.didProcess(results, {}, undo, outcome.kind() == TWOutcome::Kind::Cancelled);
     postProcess();
+    m_run = nullptr;
     return TWActionRun::errorFor(outcome, processingPhase());
 }
 

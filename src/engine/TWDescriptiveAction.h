@@ -5,10 +5,10 @@
 class LXMetadata;
 
 // The base of actions that change what describes a file (its name, creator, metadata) and not its audio.
-// The loop confirms the instructions, lets the action change each entry in turn and collects, for each
-// change, the instructions that set the old value back: undoing the run runs those, which leave the
-// instructions that redo it. A cancel sets the changes made so far back at once; a stop keeps them,
-// undoable.
+// The loop confirms the instructions, lets the action change each entry in turn, reports what became of
+// each file and collects, for each change, the instructions that set the old value back: undoing the run
+// runs those, which leave the instructions that redo it. A cancel sets the changes made so far back at
+// once; a stop keeps them, undoable.
 class TWDescriptiveAction : public TWAction {
 public:
     std::optional<TWActionError> processEntries(TWRunController& runs, const QList<TWFileEntryPtr>& entries,
@@ -18,9 +18,12 @@ public:
 protected:
     // The words of an error of this action: "Renaming the files".
     virtual QString processingPhase() const { return TWActionPhase::ProcessingFiles; }
+    // Whether a file the hook fails on is skipped, with its reason, and the run goes on with the next one
+    // (as with --keep-going); otherwise the failure ends the run.
+    virtual bool skipsFailedFiles() const { return false; }
     // Changes one entry's file. Appends to undo the instructions that set it back ("source" 3, "class",
     // "paths" and the old value under the action's key) and to results the entries that show the file
-    // afterwards (the entry itself, or a new entry for a copy).
+    // afterwards (the entry itself, or a new entry for a copy). Unchanged goes on with the next entry.
     virtual TWOutcome changeEntry(const TWFileEntryPtr& entry, const QVariantMap& instructions,
                                   QVariantList& undo, QList<TWFileEntryPtr>& results) = 0;
 
