@@ -15,6 +15,8 @@ namespace {
 
 class Conformance : public Fixture, public ::testing::WithParamInterface<QString> {
 protected:
+    QTemporaryDir m_given;
+
     std::unique_ptr<TWAction> make() const { return TWActionRegistry::make(GetParam()); }
 
     // A new action's own instructions, in place where it may go there, for the entries named by paths.
@@ -29,6 +31,10 @@ protected:
             } else if (!key.defaultValue.isValid() && key.type == TWValueType::Number) {
                 instructions.insert(key.name, given);
                 given += 0.1;
+            } else if (!key.defaultValue.isValid() && key.type == TWValueType::Path) {
+                // A file the user must name (a list of names) is an empty one, outside the files' folder.
+                (void)QFile(m_given.filePath("given")).open(QIODevice::WriteOnly);
+                instructions.insert(key.name, m_given.filePath("given"));
             }
         instructions.insert("source", TWSource::Paths);
         QStringList paths;

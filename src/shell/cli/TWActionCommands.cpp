@@ -25,13 +25,13 @@ const QList<ActionCommand>& actionCommands() {
     static const QList<ActionCommand> list = [] {
         QList<ActionCommand> commands;
         const auto one = [&](const char* name, const char* className) {
-            commands.append({QString::fromLatin1(name), QString::fromLatin1(className), {}, {}, {}, {}});
+            commands.append({QString::fromLatin1(name), QString::fromLatin1(className), {}, {}, {}, {}, {}});
         };
         const auto two = [&](const char* name, const char* first, const char* firstClass, const char* second,
                              const char* secondClass, const QString& message) {
             commands.append({QString::fromLatin1(name), QString::fromLatin1(firstClass),
                              QString::fromLatin1(first), QString::fromLatin1(second),
-                             QString::fromLatin1(secondClass), message});
+                             QString::fromLatin1(secondClass), message, {}});
         };
         one("change-gain", "TWActionChangeGain");
         one("normalize", "TWActionNormalize");
@@ -82,6 +82,13 @@ const QList<ActionCommand>& actionCommands() {
         two("rename", "textFile", "TWActionRenameFromTextFile", "expression", "TWActionRenameFromTokens",
             QStringLiteral(
                 "The 'Rename' command requires either an expression or a text file as a parameter."));
+        commands.last().examples =
+            QStringLiteral("A name that exists already is never overwritten: that file keeps its name and\n"
+                           "is listed as skipped. Examples:\n"
+                           "  clipwright rename --expression 'Kick /Number/./Extension/' --numberStart 1 \\\n"
+                           "      --numberDigits 3 a.wav b.wav    (Kick 001.wav, Kick 002.wav)\n"
+                           "  clipwright rename --expression '/Artist/ - /Title/' *.flac\n"
+                           "  clipwright rename --textFile names.txt *.wav\n");
         one("create-archive", "TWActionCreateArchive");
         one("send-ftp", "TWActionSendFTP");
         one("send-idisk", "TWActionSendiDisk");
@@ -121,8 +128,10 @@ QList<Option> keyOptions(const QString& className) {
                                            : QStringLiteral("%1 (%2)").arg(key.describe(choice.value), choice.title));
             notes.append(QStringLiteral("one of ") + choices.join(QStringLiteral(", ")));
         }
-        Option option{key.name, key.help + QStringLiteral(" (") + notes.join(QStringLiteral("; ")) + u')',
-                      Option::Value::Required, TWInstructionKey::typeName(key.type).toUpper()};
+        const QString noted =
+            notes.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(notes.join(QStringLiteral("; ")));
+        Option option{key.name, key.help + noted, Option::Value::Required,
+                      TWInstructionKey::typeName(key.type).toUpper()};
         if (key.type == TWValueType::Boolean) { // "--rms" alone is "--rms yes"
             option.value = Option::Value::Optional;
             option.isValue = [key](const QString& text) { return bool(key.valueFromText(text)); };
@@ -156,7 +165,12 @@ QList<Option> actionOptions(const ActionCommand& command) {
     for (const QString& name : {command.firstOption, command.secondOption})
         if (!name.isEmpty() && !optionNamed(name, options))
             options.append(valued(name, QStringLiteral("NUMBER"), QStringLiteral("chooses the action")));
-    if (const std::unique_ptr<TWAction> action = firstAction(command); action && !action->onlyInPlace())
+    // Where new files go, when either action can make them.
+    bool makesNewFiles = false;
+    for (const QString& className : {command.className, command.secondClassName})
+        if (const std::unique_ptr<TWAction> action = TWActionRegistry::make(className))
+            makesNewFiles = makesNewFiles || !action->onlyInPlace();
+    if (makesNewFiles)
         options +=
             {flag(QStringLiteral("to-new-file"),
                   QStringLiteral("write new files beside the sources instead of replacing them (never "
@@ -276,6 +290,7 @@ Command commandFor(const ActionCommand& command) {
             .arg(runs);
     result.options = actionOptions(command);
     result.notes =
+        command.examples + (command.examples.isEmpty() ? "" : "\n") +
         QStringLiteral("Ctrl-C stops after the current file; a second Ctrl-C cancels and puts back the\n"
                        "files this command replaced. Exit status: 0 done, 3 some files skipped\n"
                        "(--keep-going), 8 failed, 2 usage error.\n");

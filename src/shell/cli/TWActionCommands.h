@@ -11,6 +11,7 @@ struct ActionCommand {
     // Commands that choose their action by which of two options is given, tested in this order.
     QString firstOption, secondOption, secondClassName;
     QString missingChoiceMessage;
+    QString examples; // lines of --help after the options, when the options alone do not show the use
 };
 
 const QList<ActionCommand>& actionCommands();
