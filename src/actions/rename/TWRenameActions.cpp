@@ -19,6 +19,7 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QRegularExpression>
 #include <QSet>
 
@@ -80,10 +81,34 @@ QString textOfValue(const QString& key, const QVariant& value, const TWFormatter
     }
 }
 
+struct TWRenamed {
+    QString path, name;
+};
+
+// Shows the renames of a run in one walk of the tree: each other entry of a renamed file takes its new path
+// and name, and each entry of a folder where files were renamed sorts its children again. A rename adds
+// and removes no file, so no folder is read again (which would open every file of it).
+void showRenames(TWEntry& parent, const QHash<QString, TWRenamed>& renamed, const QSet<QString>& folders,
+                 TWWorkspace& workspace) {
+    for (const TWEntryPtr& child : parent.entries()) {
+        if (const auto to = renamed.constFind(child->path()); to != renamed.cend()) {
+            child->setPath(to->path);
+            child->setName(to->name);
+            workspace.reloadEntry(child.get());
+        }
+        if (child->isLeaf()) continue;
+        showRenames(*child, renamed, folders, workspace);
+        if (folders.contains(child->path())) {
+            child->sortEntriesWithDescriptors(workspace.sortDescriptors());
+            workspace.reloadEntryAndChildren(child.get());
+        }
+    }
+}
+
 // Both actions rename through this: in place, never over an existing file, with the record that renames
 // back at the head of undo (a later rename may have taken a name an earlier one freed, so undo goes in
-// reverse), the entry and every other entry of the file repointed, and the folders' entries refreshed at
-// the end of the run.
+// reverse). The entry shows its new name at once; the tree's other entries of the file and its folder's
+// order follow at the end of the run, in one walk on the main thread.
 class TWRenameAction : public TWDescriptiveAction {
 public:
     QString verb() const override { return QStringLiteral("Renaming..."); }
@@ -92,20 +117,16 @@ protected:
     QString processingPhase() const override { return kPhase; }
     bool skipsFailedFiles() const override { return true; } // a taken name or a failed rename leaves one file
     void postProcess() override {
+        if (m_renamed.isEmpty()) return;
         TWWorkspace& workspace = run().context().workspace;
-        const QSet<QString> folders = std::exchange(m_folders, {});
-        if (folders.isEmpty()) return;
-        const auto refresh = [&workspace, folders] {
-            for (const QString& folder : folders)
-                for (const TWEntryPtr& entry : workspace.rootGroup()->entriesWithPath(folder)) {
-                    entry->refresh();
-                    workspace.reloadEntryAndChildren(entry.get());
-                }
+        const auto show = [&workspace, renamed = std::exchange(m_renamed, {}),
+                           folders = std::exchange(m_folders, {})] {
+            showRenames(*workspace.rootGroup(), renamed, folders, workspace);
         };
         if (isInMainThread())
-            refresh();
+            show();
         else
-            TWHandOver(&workspace, refresh);
+            TWHandOver(&workspace, show);
     }
 
     // A name a folder cannot hold as a file's is refused before it reaches the file system.
@@ -137,13 +158,14 @@ protected:
         entry->setPath(file.path());
         entry->setName(file.displayName());
         run().context().workspace.reloadEntry(entry.get());
-        run().repointEntries(oldPath, file.path());
+        m_renamed.insert(oldPath, {file.path(), file.displayName()});
         m_folders.insert(folder);
         return TWOutcome::success();
     }
 
 private:
-    QSet<QString> m_folders; // where files were renamed
+    QHash<QString, TWRenamed> m_renamed; // this run's renames, by old path
+    QSet<QString> m_folders;             // where they were made
 };
 
 // Rename From Tokens
