@@ -7,6 +7,7 @@
 #include "shell/cli/TWRunner.h"
 
 #include "engine/TWActionRegistry.h"
+#include "engine/TWDescriptiveAction.h"
 
 #include "lx/LXFile.h"
 
@@ -236,9 +237,11 @@ int runActionCommand(const ActionCommand& command, const Arguments& arguments, C
                 QStringLiteral("'%1' with this option is not available in this version.").arg(command.name));
     }
 
+    // Names and metadata change without the audio being written again: no codec is at stake.
+    const bool rewritesAudio = !dynamic_cast<TWDescriptiveAction*>(TWActionRegistry::make(className).get());
     QList<TWFileReport> refused;
     const QStringList paths = TWRunner::addFiles(context.session.workspace(), files, refused,
-                                                 arguments.has(QStringLiteral("accept-reencode")));
+                                                 !rewritesAudio || arguments.has(QStringLiteral("accept-reencode")));
     if (!refused.isEmpty() && !arguments.has(QStringLiteral("keep-going")))
         return TWRunner::refuse(context, refused);
     if (paths.isEmpty() && refused.isEmpty()) return fail(context, "no audio files to process");
