@@ -24,6 +24,7 @@ bench: setup
 	bench/run.sh
 	bench/commands.sh
 	bench/file_list.sh
+	bench/rename.sh
 
 fuzz: setup
 	scripts/fuzz.sh
