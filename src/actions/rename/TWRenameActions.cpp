@@ -43,8 +43,7 @@ const TWKey<qint64> kNumberStep{QStringLiteral("numberStep"), 1,
                                 QStringLiteral("what /Number/ grows by from one file to the next")};
 const TWKey<qint64> kNumberDigits{
     QStringLiteral("numberDigits"), 2,
-    QStringLiteral("digits of /Number/, zero-padded; below 1 counts as 1, above "
-                   "8 as 8")};
+    QStringLiteral("digits of /Number/, zero-padded; below 1 counts as 1, above 8 as 8")};
 const TWKey<bool> kAscending{QStringLiteral("ascending"), true,
                              QStringLiteral("count up; no counts down from numberStart")};
 const TWPathKey kTextFile{QStringLiteral("textFile"),
@@ -55,8 +54,9 @@ const TWPathKey kTextFile{QStringLiteral("textFile"),
 // Renaming the files (the run's phase, in its errors).
 const QString kPhase = QStringLiteral("Renaming the files");
 
-TWControl field(const TWInstructionKey& key, const QString& label) {
-    return {TWControlKind::Field, key.name, label, 0, 0, 0, {}, {}};
+TWControl control(const TWInstructionKey& key, const QString& label,
+                  TWControlKind kind = TWControlKind::Field, QList<TWChoice> choices = {}) {
+    return {kind, key.name, label, 0, 0, 0, {}, std::move(choices)};
 }
 
 // The name a file is shown under, without the extension: a split set's name has none.
@@ -180,22 +180,18 @@ public:
     }
     QStringList requiredInstructionKeys() const override { return {kExpression.name}; }
     QList<TWControl> panelControls() const override {
-        return {
-            field(kExpression, QStringLiteral("Name")), field(kNumberStart, QStringLiteral("Start")),
-            field(kNumberStep, QStringLiteral("Step")), field(kNumberDigits, QStringLiteral("Digits")),
-            TWControl{TWControlKind::Segmented,
-                      kAscending.name,
-                      {},
-                      0,
-                      0,
-                      0,
-                      {},
-                      {{true, QStringLiteral("Ascending"), 0}, {false, QStringLiteral("Descending"), 0}}}};
+        const QList<TWChoice> directions{{true, QStringLiteral("Ascending"), 0},
+                                         {false, QStringLiteral("Descending"), 0}};
+        return {control(kExpression, QStringLiteral("Name")), control(kNumberStart, QStringLiteral("Start")),
+                control(kNumberStep, QStringLiteral("Step")),
+                control(kNumberDigits, QStringLiteral("Digits")),
+                control(kAscending, {}, TWControlKind::Segmented, directions)};
     }
     // Typed numbers are whole; the digits are held to what a name can use.
     QVariant valueFromControl(const TWControl& control, const QVariant& value) const override {
-        if (control.key == kNumberDigits.name) return qint64(std::clamp(value.toLongLong(), 1LL, 8LL));
-        if (control.key == kNumberStart.name || control.key == kNumberStep.name) return value.toLongLong();
+        if (control.key == kNumberDigits.name) return std::clamp<qint64>(qRound64(value.toDouble()), 1, 8);
+        if (control.key == kNumberStart.name || control.key == kNumberStep.name)
+            return qRound64(value.toDouble());
         return value;
     }
 
@@ -298,7 +294,7 @@ public:
     QList<TWInstructionKey> instructionKeys() const override { return {kTextFile}; }
     // The text file is asked for before the first file, in the run's own words.
     QStringList requiredInstructionKeys() const override { return {}; }
-    QList<TWControl> panelControls() const override { return {field(kTextFile, QStringLiteral("Names"))}; }
+    QList<TWControl> panelControls() const override { return {control(kTextFile, QStringLiteral("Names"))}; }
 
 protected:
     TWOutcome preProcessWithEntries(const QList<TWFileEntryPtr>&, const QVariantMap& instructions) override {
