@@ -466,12 +466,15 @@ LXStatus movePath(const QString& from, const QString& to) {
 
 LXStatus renameWithoutReplacing(const QString& from, const QString& to) {
     const QByteArray source = native(from), target = native(to);
+    // A name that is taken is the error of the file that holds it.
+    const auto failed = [&] {
+        if (errno == EEXIST) return LXFileError(QStringLiteral("The name is taken"), to, EEXIST);
+        return LXFileError::fromErrno(QStringLiteral("Cannot rename to '%1'").arg(to), from);
+    };
     if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) != 0) {
-        if (errno != EINVAL && errno != ENOSYS)
-            return LXFileError::fromErrno(QStringLiteral("Cannot rename to '%1'").arg(to), from);
+        if (errno != EINVAL && errno != ENOSYS) return failed();
         // A file system without the flag: a hard link takes the new name only while it is free.
-        if (::link(source.constData(), target.constData()) != 0)
-            return LXFileError::fromErrno(QStringLiteral("Cannot rename to '%1'").arg(to), from);
+        if (::link(source.constData(), target.constData()) != 0) return failed();
         if (::unlink(source.constData()) != 0) {
             const LXFileError error = LXFileError::fromErrno(QStringLiteral("Cannot rename"), from);
             ::unlink(target.constData());

@@ -70,8 +70,8 @@ int64_t sizeOfFileAtPath(const QString& path); // -1 when missing
 // Moves a file or directory; an existing file at the target is replaced (atomically on the same file
 // system, by copy and delete across file systems).
 LXStatus movePath(const QString& from, const QString& to);
-// Renames a file, never replacing one: a name that is taken fails with EEXIST and leaves both files as
-// they were. Within one file system (EXDEV otherwise).
+// Renames a file, never replacing one: a name that is taken fails with EEXIST and the taken path, leaving
+// both files as they were. Within one file system (EXDEV otherwise).
 LXStatus renameWithoutReplacing(const QString& from, const QString& to);
 // Copies a file or a directory tree; fails when the target exists.
 LXStatus copyPath(const QString& from, const QString& to);

@@ -147,7 +147,8 @@ protected:
         if (const LXStatus renamed = file.renameToPath(folder + u'/' + name); !renamed) {
             if (renamed.error().errnum() == EEXIST)
                 return LXError(LXErrWriteFailed,
-                               QStringLiteral("'%1' keeps its name: '%2' exists").arg(oldPath, name));
+                               QStringLiteral("'%1' keeps its name: '%2' exists")
+                                   .arg(oldPath, QFileInfo(renamed.error().path()).fileName()));
             return renamed.error();
         }
         undo.prepend(QVariantMap{{TWKeys::source.name, qint64(TWSource::Paths)},
