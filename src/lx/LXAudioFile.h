@@ -18,6 +18,17 @@
 
 class LXAudioFileWriter;
 
+// Rubber Band's engines: the finer one (R3, the better sound), the faster one (R2), and the finer one
+// keeping formants, so that a voice shifted in pitch keeps its timbre.
+enum class LXTimePitchEngine { Finer = 0, Faster = 1, FinerFormants = 2 };
+
+// A change of duration and pitch: the output lasts `factor` times as long, `cents` higher.
+struct LXTimePitch {
+    double factor = 1.0;
+    int cents = 0;
+    LXTimePitchEngine engine = LXTimePitchEngine::Finer;
+};
+
 // An audio file opened for reading: one file, or a split set of mono files (name.L, name.R, ...) seen
 // as one file of several channels. Signal processing is not here: whole-file operations run a kernel
 // (lx/dsp) over the file's blocks with LXProcess or LXMeasure (lx/LXProcess.h), which report progress
@@ -85,6 +96,11 @@ public:
     // The whole file with a gain ramp (lx/dsp/LXFade.h): a fade in over frames [0, anchor), or a fade out
     // over [anchor, frames()).
     LXStatus fade(LXAudioFileWriter& writer, LXFadeType type, int64_t anchor, double curve);
+
+    // The whole file stretched in time and shifted in pitch (LXAudioFileTimePitch.cpp), exactly
+    // round(frames() x factor) frames long, its labels stretched with it. Reports progress and stops as
+    // LXProcess does.
+    LXStatus changeTimePitch(const LXTimePitch& change, LXAudioFileWriter& writer);
 
     // Searches (LXAudioFileSearches.cpp). They read in blocks from the nearest end, report progress to the
     // delegate and stop when it says so; a read error fails them.

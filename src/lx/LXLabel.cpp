@@ -60,6 +60,13 @@ void LXLabelList::mirror(double length) {
     std::reverse(m_labels.begin(), m_labels.end());
 }
 
+void LXLabelList::stretch(double factor) {
+    for (LXLabel& label : m_labels) {
+        label.start *= factor;
+        label.length *= factor;
+    }
+}
+
 void LXLabelList::sortByPosition() {
     std::stable_sort(m_labels.begin(), m_labels.end(),
                      [](const LXLabel& a, const LXLabel& b) { return a.start < b.start; });
@@ -102,4 +109,9 @@ const LXLabelList& LXLabels::list(LXLabelKind kind) const {
 void LXLabels::mirror(double length) {
     for (LXLabelList* list : {&markers, &slices, &regions, &loops})
         list->mirror(length);
+}
+
+void LXLabels::stretch(double factor) {
+    for (LXLabelList* list : {&markers, &slices, &regions, &loops})
+        list->stretch(factor);
 }

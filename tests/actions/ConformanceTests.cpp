@@ -31,6 +31,9 @@ protected:
             } else if (!key.defaultValue.isValid() && key.type == TWValueType::Number) {
                 instructions.insert(key.name, given);
                 given += 0.1;
+            } else if (!key.defaultValue.isValid() && key.type == TWValueType::Integer) {
+                instructions.insert(key.name, qint64(given * 10));
+                given += 0.1;
             } else if (!key.defaultValue.isValid() && key.type == TWValueType::Path) {
                 // A file the user must name (a list of names) is an empty one, outside the files' folder.
                 (void)QFile(m_given.filePath("given")).open(QIODevice::WriteOnly);
