@@ -265,7 +265,7 @@ LXStatus TWUndoJournal::switchStep(qint64 id, bool undone, bool force, const Rep
     const QList<Step> now = steps();
     if (auto it = std::find_if(now.begin(), now.end(), [id](const Step& step) { return step.id == id; });
         it != now.end() && !it->instructions.isEmpty())
-        return it->undone == undone ? LXStatus() : switchInstructions(id, undone, force, run);
+        return it->undone == undone ? LXStatus() : switchInstructions(*it, undone, force, run);
     QMutexLocker lock(&m_mutex);
     const ProcessLock processLock(m_path);
     QList<Step> steps = load();
@@ -326,13 +326,12 @@ LXStatus TWUndoJournal::switchStep(qint64 id, bool undone, bool force, const Rep
     return finishSwitch(*it, force, repoint, locks);
 }
 
-LXStatus TWUndoJournal::switchInstructions(qint64 id, bool undone, bool force, const RunInstructions& run) {
+LXStatus TWUndoJournal::switchInstructions(const Step& step, bool undone, bool force, const RunInstructions& run) {
     if (!run)
         return LXError(LXErrInvalidParameter, QStringLiteral("this step changed names or metadata, which only a "
                                                              "run of actions can set back"), m_path);
-    QVariantList instructions;
-    for (const Step& step : steps())
-        if (step.id == id) instructions = step.instructions;
+    const QVariantList& instructions = step.instructions;
+    const qint64 id = step.id;
     // What the run could not set back stays as it is; the step goes on with what it did set back. When it
     // set nothing back the step stays as it was, unless forced: then it is left behind.
     const QVariantList reverse = run(instructions);

@@ -108,7 +108,7 @@ private:
     LXStatus append(const QVariantMap& line);
     QList<Step>::iterator find(QList<Step>& steps, qint64 id) const;
     LXStatus finishSwitch(Step& step, bool force, const Repoint& repoint, TWFileLocks& locks);
-    LXStatus switchInstructions(qint64 id, bool undone, bool force, const RunInstructions& run);
+    LXStatus switchInstructions(const Step& step, bool undone, bool force, const RunInstructions& run);
 
     QString m_path;
     mutable QMutex m_mutex;
