@@ -112,7 +112,7 @@ QList<Option> keyOptions(const QString& className) {
         QStringList notes;
         if (required.contains(key.name))
             notes.append(QStringLiteral("required"));
-        else if (key.defaultValue.isValid())
+        else if (key.defaultValue.isValid() && !key.describe(key.defaultValue).isEmpty()) // not empty text
             notes.append(QStringLiteral("default %1").arg(key.describe(key.defaultValue)));
         if (key.details.range)
             notes.append(
