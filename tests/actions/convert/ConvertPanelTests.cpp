@@ -1,0 +1,32 @@
+// The panels of the conversions, and Convert Channels' matrices as the program brings them.
+
+#include "EngineTestSupport.h"
+#include "PanelTestSupport.h"
+
+using namespace EngineTest;
+
+namespace {
+
+const qint64 kNone = LXFourCC("NONE");
+const qint64 kTriangular = LXFourCC("TPDF");
+
+class MatrixRuns : public Fixture {};
+
+} // namespace
+
+TEST(ConvertPanels, DitherIsOfferedOnlyForDepthsItCanImprove) {
+    Panel panel("TWActionConvertRange");
+    panel.set(TWControlKind::PopUp, "dither", kTriangular);
+    EXPECT_EQ(panel.model.control(panel.find(TWControlKind::PopUp, "dither")).choices.size(), 3);
+    panel.set(TWControlKind::PopUp, "depth", 32);
+    EXPECT_EQ(panel.model.control(panel.find(TWControlKind::PopUp, "dither")).choices.size(), 1);
+    EXPECT_EQ(panel.value(TWControlKind::PopUp, "dither").toLongLong(), kNone);
+    panel.set(TWControlKind::PopUp, "depth", 24); // the choice comes back with the depth
+    EXPECT_EQ(panel.value(TWControlKind::PopUp, "dither").toLongLong(), kTriangular);
+
+    // A workflow of an older version names the depth "range".
+    panel.action->setInstructions({{"range", 8}});
+    EXPECT_EQ(panel.instruction("depth").toInt(), 8);
+    panel.action->setInstructions({{"range", 8}, {"depth", 20}});
+    EXPECT_EQ(panel.instruction("depth").toInt(), 20);
+}

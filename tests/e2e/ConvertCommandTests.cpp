@@ -1,0 +1,106 @@
+// The format conversions through the clipwright program, with sox as the oracle: bit depths and dither,
+// sample rates, channel matrices.
+
+#include "CommandLineRunner.h"
+#include "TestAudio.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace {
+
+class ConvertCommands : public testing::Test {
+protected:
+    CommandLineRunner cli;
+
+    QString path(const QString& name) const { return QDir(cli.work()).filePath(name); }
+    QString make(const QString& name, const QStringList& format, const QStringList& synth) const {
+        EXPECT_TRUE(TestAudio::generateWithSox(path(name), QStringList{"-n"} + format, synth));
+        return path(name);
+    }
+    QString copy(const QString& from, const QString& to) const {
+        QFile::remove(to);
+        EXPECT_TRUE(QFile::copy(from, to));
+        return to;
+    }
+    void convert(const QStringList& arguments, const QString& file) const {
+        const auto result = cli.run(QStringList(arguments) << "-q" << file);
+        ASSERT_EQ(result.exitCode, 0) << arguments.join(' ').toStdString() << ": " << result.err.toStdString();
+    }
+    static std::vector<double> samples(const QString& file) {
+        const auto decoded = TestAudio::readWithSox(file);
+        EXPECT_TRUE(decoded) << file.toStdString();
+        return decoded ? decoded->samples : std::vector<double>{};
+    }
+    static QString soxi(const QString& option, const QString& file) {
+        return TestAudio::runTool("soxi", {option, file}).trimmed();
+    }
+};
+
+// The largest difference between two files' samples, in steps of a 16-bit integer (the lengths must agree).
+double largestDifference(const std::vector<double>& a, const std::vector<double>& b) {
+    EXPECT_EQ(a.size(), b.size());
+    double largest = 0;
+    for (size_t i = 0; i < std::min(a.size(), b.size()); ++i)
+        largest = std::max(largest, std::fabs(a[i] - b[i]));
+    return largest * 32768;
+}
+
+const QStringList kStereoSines = {"synth", "1", "sine", "440", "sine", "1000", "vol", "0.7"};
+
+} // namespace
+
+TEST_F(ConvertCommands, BitDepthsRoundTripExactlyAndDitherIsTheSameOnEveryRun) {
+    const QString source = make("s16.wav", {"-r", "44100", "-b", "16", "-c", "2"}, kStereoSines);
+    const std::vector<double> original = samples(source);
+    const QString file = copy(source, path("round.wav"));
+    convert({"convert-range", "--depth", "24"}, file);
+    EXPECT_EQ(soxi("-b", file), "24");
+    EXPECT_EQ(samples(file), original);
+    convert({"convert-range", "--depth", "FL32"}, file);
+    EXPECT_EQ(soxi("-e", file), "Floating Point PCM");
+    EXPECT_EQ(samples(file), original);
+    convert({"convert-range", "--depth", "16"}, file);
+    EXPECT_EQ(soxi("-b", file), "16");
+    EXPECT_EQ(samples(file), original);
+    // Already 16 bits and no dither: nothing to do, the file is not touched.
+    const QByteArray before = readBytes(file);
+    convert({"convert-range", "--depth", "16"}, file);
+    EXPECT_EQ(readBytes(file), before);
+
+    // From 24 bits with dither, twice under the same name: the same noise, within 1.5 steps of the source.
+    const QString deep = make("deep.wav", {"-r", "44100", "-b", "24", "-c", "2"}, kStereoSines);
+    QDir(cli.work()).mkdir("again");
+    const QString again = copy(deep, path("again/deep.wav"));
+    const QString plain = copy(deep, path("plain.wav"));
+    for (const QString& dithered : {deep, again})
+        convert({"convert-range", "--depth", "16", "--dither", "SHAP"}, dithered);
+    convert({"convert-range", "--depth", "16", "--dither", "TPDF"}, plain);
+    EXPECT_EQ(samples(deep), samples(again));
+    EXPECT_NE(samples(deep), samples(plain));
+    EXPECT_LT(largestDifference(samples(plain), original), 1.5);
+
+    // 20 bits: stored in 24-bit words, every sample on the 20-bit grid.
+    const QString twenty = copy(source, path("twenty.wav"));
+    convert({"convert-range", "--depth", "20", "--dither", "TPDF"}, twenty);
+    EXPECT_EQ(soxi("-b", twenty), "24");
+    for (double sample : samples(twenty))
+        ASSERT_EQ(std::fmod(sample * 524288, 1.0), 0.0);
+}
+
+TEST_F(ConvertCommands, DepthsAFormatCannotHoldAreRefusedNamingTheFile) {
+    const QString flac = make("tone.flac", {"-r", "44100", "-b", "16", "-c", "1"}, {"synth", "0.1", "sine", "440"});
+    const QByteArray before = readBytes(flac);
+    const auto refused = cli.run({"convert-range", "--depth", "FL32", flac});
+    EXPECT_NE(refused.exitCode, 0);
+    EXPECT_TRUE(refused.err.contains("tone.flac")) << refused.err.toStdString();
+    EXPECT_TRUE(refused.err.contains("32-bit float")) << refused.err.toStdString();
+    EXPECT_EQ(readBytes(flac), before);
+    convert({"convert-range", "--depth", "24"}, flac);
+    EXPECT_EQ(TestAudio::runTool("flac", {"-t", "-s", flac}), "");
+    EXPECT_EQ(soxi("-b", flac), "24");
+}
