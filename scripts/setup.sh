@@ -7,7 +7,7 @@ packages=(
   # toolchain
   build-essential cmake ninja-build ccache pkg-config clang libfuzzer-14-dev libclang-rt-14-dev
   # libraries
-  qt6-base-dev libqt6sql6-sqlite libsndfile1-dev libplist-dev libtag1-dev libebur128-dev libaubio-dev librubberband-dev
+  qt6-base-dev libqt6sql6-sqlite libsndfile1-dev libplist-dev libtag1-dev libebur128-dev libaubio-dev librubberband-dev libsoxr-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   sox libsox-fmt-all ffmpeg flac sndfile-programs dbus bc time groff-base man-db zsh

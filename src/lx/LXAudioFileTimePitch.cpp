@@ -124,6 +124,6 @@ LXStatus LXAudioFile::changeTimePitch(const LXTimePitch& change, LXAudioFileWrit
         written += n;
     }
     writer.annotations().labels = annotations().labels;
-    writer.annotations().labels.stretch(frames > 0 ? double(wanted) / double(frames) : 1.0);
+    writer.annotations().labels.scale(frames > 0 ? double(wanted) / double(frames) : 1.0);
     return writer.endWrite();
 }

@@ -60,7 +60,7 @@ void LXLabelList::mirror(double length) {
     std::reverse(m_labels.begin(), m_labels.end());
 }
 
-void LXLabelList::stretch(double factor) {
+void LXLabelList::scale(double factor) {
     for (LXLabel& label : m_labels) {
         label.start *= factor;
         label.length *= factor;
@@ -111,7 +111,7 @@ void LXLabels::mirror(double length) {
         list->mirror(length);
 }
 
-void LXLabels::stretch(double factor) {
+void LXLabels::scale(double factor) {
     for (LXLabelList* list : {&markers, &slices, &regions, &loops})
-        list->stretch(factor);
+        list->scale(factor);
 }

@@ -51,8 +51,9 @@ public:
     // Where each label falls once the file of that length plays backwards: a point at t moves to
     // length - t, a range keeps its length and ends where it started from the end. The order reverses.
     void mirror(double length);
-    // Where each label falls once the file plays `factor` times as long: starts and lengths scale.
-    void stretch(double factor);
+    // Every position and length times factor: the same frames at another rate (factor old / new), or
+    // the same moments of audio stretched to factor times its length.
+    void scale(double factor);
     void sortByPosition();
 
     // Start of the earliest label and end of the latest; 0 for an empty list.
@@ -79,6 +80,6 @@ struct LXLabels {
         return markers.isEmpty() && slices.isEmpty() && regions.isEmpty() && loops.isEmpty();
     }
     void mirror(double length); // every list, as LXLabelList::mirror
-    void stretch(double factor); // every list, as LXLabelList::stretch
+    void scale(double factor);  // every list, as LXLabelList::scale
     bool operator==(const LXLabels&) const = default;
 };

@@ -66,7 +66,41 @@ LXStatus run(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer, con
     return writer.endWrite();
 }
 
+template <typename T> LXStatus runStream(LXAudioFile& file, LXStreamKernel& kernel, LXAudioFileWriter& writer) {
+    std::vector<T> in(size_t(kBlockFrames * file.numberOfChannels()));
+    LX_TRY(writer.beginWrite());
+    LXProgressDelegate* delegate = file.progressDelegate();
+    if (delegate) delegate->reset();
+    const int64_t total = file.frames();
+    const T* out = nullptr;
+    for (int64_t done = 0; done < total;) {
+        const int64_t n = std::min(kBlockFrames, total - done);
+        const auto read = file.readFrames(done, n, in.data());
+        if (!read) return read.error();
+        const auto made = kernel.process(in.data(), *read, &out);
+        if (!made) return made.error();
+        LX_TRY(writer.writeFrames(out, *made));
+        if (*read < n) break; // the stream ended before its header said
+        done += n;
+        LX_TRY(ask(delegate, done, total, QStringLiteral("Processing")));
+    }
+    for (;;) {
+        const auto made = kernel.process(static_cast<const T*>(nullptr), 0, &out);
+        if (!made) return made.error();
+        if (*made == 0) break;
+        LX_TRY(writer.writeFrames(out, *made));
+    }
+    return writer.endWrite();
+}
+
 } // namespace
+
+LXStatus LXProcess(LXAudioFile& file, LXStreamKernel& kernel, LXAudioFileWriter& writer) {
+    const bool wide = writer.needsDoublePrecision() || (!file.isFloat() && file.encoding().bytes == 4);
+    LX_TRY(kernel.prepare(file.numberOfChannels(), file.rate(), wide));
+    if (wide) return runStream<double>(file, kernel, writer);
+    return runStream<float>(file, kernel, writer);
+}
 
 LXStatus LXProcess(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer,
                    const LXProcessOptions& options) {

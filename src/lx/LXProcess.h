@@ -9,6 +9,7 @@
 class LXAudioFile;
 class LXAudioFileWriter;
 class LXKernel;
+class LXStreamKernel;
 class LXMeter;
 
 enum class LXDirection {
@@ -37,6 +38,12 @@ struct LXProcessOptions {
 // - LXErrInvalidParameter when the kernel cannot take the file's channels.
 LXStatus LXProcess(LXAudioFile& file, LXKernel& kernel, LXAudioFileWriter& writer,
                    const LXProcessOptions& options = {});
+
+// The same loop, forwards over the whole file, for a kernel whose output has another number of frames
+// (lx/dsp/LXKernel.h): each block's output is written as the kernel gives it, and what it holds at the
+// end is drained into the writer. The writer keeps its channels. Fails as above, or with the kernel's
+// error.
+LXStatus LXProcess(LXAudioFile& file, LXStreamKernel& kernel, LXAudioFileWriter& writer);
 
 // The same loop for a measurement: frames [from, to) of the file (clamped to its length), float blocks,
 // the given channels handed to the meter. Fails as LXProcess does.

@@ -104,3 +104,33 @@ TEST_F(ConvertCommands, DepthsAFormatCannotHoldAreRefusedNamingTheFile) {
     EXPECT_EQ(TestAudio::runTool("flac", {"-t", "-s", flac}), "");
     EXPECT_EQ(soxi("-b", flac), "24");
 }
+
+TEST_F(ConvertCommands, RatesMatchSoxAndARelabelKeepsEverySample) {
+    const QString source = make("s48.wav", {"-r", "48000", "-b", "24", "-c", "2"}, kStereoSines);
+    ASSERT_TRUE(TestAudio::generateWithSox(path("sox.wav"), {source}, {"rate", "-v", "44100"}));
+    const QString file = copy(source, path("resampled.wav"));
+    convert({"convert-rate", "--rate", "44100", "--quality", "1"}, file);
+    EXPECT_EQ(soxi("-r", file), "44100");
+    EXPECT_EQ(soxi("-s", file), "44100");
+    // Two very-high-quality converters from one author agree far below 16 bits, away from the edges.
+    std::vector<double> ours = samples(file), sox = samples(path("sox.wav"));
+    ASSERT_EQ(ours.size(), sox.size());
+    const size_t edge = 2 * 2000;
+    EXPECT_LT(largestDifference({ours.begin() + edge, ours.end() - edge}, {sox.begin() + edge, sox.end() - edge}),
+              0.1);
+
+    for (const QString convertor : {"1", "2", "3"}) {
+        const QString other = copy(source, path("convertor" + convertor + ".wav"));
+        convert({"convert-rate", "--rate", "44100", "--convertor", convertor, "--quality", "0.5"}, other);
+        EXPECT_EQ(soxi("-s", other), "44100") << convertor.toStdString();
+    }
+
+    const QString relabelled = copy(source, path("relabelled.wav"));
+    convert({"convert-rate", "--rate", "44100", "--resample", "no"}, relabelled);
+    EXPECT_EQ(soxi("-r", relabelled), "44100");
+    EXPECT_EQ(samples(relabelled), samples(source));
+
+    const QByteArray before = readBytes(file);
+    convert({"convert-rate", "--rate", "44100", "--convertor", "2", "--quality", "0"}, file);
+    EXPECT_EQ(readBytes(file), before);
+}

@@ -225,6 +225,9 @@ TEST_F(EditCommands, LabelsFollowTheAudioInWaveAndAiff) {
         {{"trim-around-loop", "--beforeLoopStart", "yes", "--afterLoopEnd", "yes"}, "M:100 R: L:0-200", 600},
         {{"fade-in", "--for", "100", "--units", "2"}, "M:50,300,700 R:200+300 L:600-800", 0},
         {{"compact", "--removeNonstandard", "yes"}, "M:50,300,700 R:200+300 L:600-800", 0},
+        // Resampled, each label stays at its time (the reference, in frames, doubles); relabelled, at its frame.
+        {{"convert-rate", "--rate", "16000"}, "M:100,600,1400 R:400+600 L:1200-1600", 1000000},
+        {{"convert-rate", "--rate", "16000", "--resample", "no"}, "M:50,300,700 R:200+300 L:600-800", 0},
     };
     for (uint32_t format : {LXFormat::WAVE, LXFormat::AIFF}) {
         const QString extension = format == LXFormat::WAVE ? ".wav" : ".aif";

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "lx/LXChannelSet.h"
+#include "lx/LXResult.h"
 
 #include <cstdint>
 
@@ -47,3 +48,18 @@ inline bool LXIsEveryChannel(const LXChannelSet& selection, int channels) {
         if (selection[c] != c) return false;
     return true;
 }
+
+// A kernel whose output runs at another pace than its input (a sample-rate converter), driven by the
+// LXProcess that takes one: prepare once, process once a block, then process with no input until it
+// gives no more frames (what its filters still hold). The output is the kernel's own buffer, valid until
+// the next call. Float or double as for LXKernel, chosen at prepare.
+class LXStreamKernel {
+public:
+    virtual ~LXStreamKernel() = default;
+
+    // Fails (an LXError saying why) when the kernel cannot run on that input.
+    virtual LXStatus prepare(int channels, double rate, bool doublePrecision) = 0;
+    // in: frames interleaved frames, or nullptr at the end. Answers the frames ready in *out.
+    virtual LXResult<int64_t> process(const float* in, int64_t frames, const float** out) = 0;
+    virtual LXResult<int64_t> process(const double* in, int64_t frames, const double** out) = 0;
+};

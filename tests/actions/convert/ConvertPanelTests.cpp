@@ -30,3 +30,15 @@ TEST(ConvertPanels, DitherIsOfferedOnlyForDepthsItCanImprove) {
     panel.action->setInstructions({{"range", 8}, {"depth", 20}});
     EXPECT_EQ(panel.instruction("depth").toInt(), 20);
 }
+
+TEST(ConvertPanels, RatesAreTypedOrPickedAndQualitySnapsToTheConvertersRecipes) {
+    Panel panel("TWActionConvertRate");
+    panel.set(TWControlKind::Field, "rate", "96000");
+    EXPECT_EQ(panel.instruction("rate").toDouble(), 96000.0);
+    panel.set(TWControlKind::Field, "rate", "fast"); // refused
+    panel.set(TWControlKind::Field, "rate", "-5");
+    EXPECT_EQ(panel.instruction("rate").toDouble(), 96000.0);
+    panel.set(TWControlKind::Slider, "quality", 0.6);
+    EXPECT_EQ(panel.instruction("quality").toDouble(), 0.5);
+    EXPECT_EQ(panel.action->requiredInstructionKeys(), QStringList{"rate"});
+}
