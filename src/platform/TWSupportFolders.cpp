@@ -26,6 +26,10 @@ QString tempDirectory() {
     return supportDirectory() + QStringLiteral("/Temp");
 }
 
+QString channelMatricesDirectory() {
+    return supportDirectory() + QStringLiteral("/Channel Matrices");
+}
+
 QString workflowsDirectory() {
     return supportDirectory() + QStringLiteral("/Workflows");
 }

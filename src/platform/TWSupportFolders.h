@@ -11,6 +11,7 @@ QString undoDirectory();
 QString tempDirectory();
 QString workflowsDirectory();
 QString scriptsDirectory();
+QString channelMatricesDirectory(); // the user's own, beside the ones the program brings
 LXStatus createStandardFolders();
 // Creates the folder (with missing parents) readable by its owner only, and tightens it when found
 // looser: the undo folder holds the earlier versions of the user's files and a list of their paths.

@@ -134,3 +134,37 @@ TEST_F(ConvertCommands, RatesMatchSoxAndARelabelKeepsEverySample) {
     convert({"convert-rate", "--rate", "44100", "--convertor", "2", "--quality", "0"}, file);
     EXPECT_EQ(readBytes(file), before);
 }
+
+TEST_F(ConvertCommands, MatricesMixWithinAStepOfSoxAndLeaveOtherLayoutsAlone) {
+    const QString stereo = make("stereo.wav", {"-r", "44100", "-b", "16", "-c", "2"}, kStereoSines);
+    const QString mono = make("mono.wav", {"-r", "44100", "-b", "16", "-c", "1"}, {"synth", "1", "sine", "300"});
+    const QString surround = make("surround.wav", {"-r", "44100", "-b", "24", "-c", "6"},
+                                  {"synth", "1", "sine", "100", "sine", "200", "sine", "300", "sine", "400",
+                                   "sine", "500", "sine", "600", "vol", "0.4"});
+    const struct {
+        QString matrix;
+        QString source;
+        QStringList remix;
+    } cases[] = {
+        {"1", stereo, {"1v0.5,2v0.5"}},
+        {"3", stereo, {"2", "1"}},
+        {"6", stereo, {"1v0.5,2v0.5", "1v0.5,2v-0.5"}},
+        {"8", surround, {"1v0.41421356,3v0.29289322,5v0.29289322", "2v0.41421356,3v0.29289322,6v0.29289322"}},
+        {"10", stereo, {"1", "2", "0", "0", "0", "0"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.matrix.toStdString());
+        const QString file = copy(c.source, path("matrix" + c.matrix + ".wav"));
+        const QString reference = path("remix" + c.matrix + ".wav");
+        ASSERT_TRUE(TestAudio::generateWithSox(reference, {c.source}, QStringList{"remix"} + c.remix));
+        convert({"convert-channels", "--matrix", c.matrix}, file);
+        EXPECT_EQ(soxi("-c", file), QString::number(c.remix.size()));
+        EXPECT_LE(largestDifference(samples(file), samples(reference)), c.source == surround ? 1.0 / 256 : 1.0);
+    }
+    const QByteArray before = readBytes(mono);
+    convert({"convert-channels", "--matrix", "1"}, mono);
+    EXPECT_EQ(readBytes(mono), before);
+
+    const auto unknown = cli.run({"convert-channels", "--matrix", "999", stereo});
+    EXPECT_NE(unknown.exitCode, 0);
+}

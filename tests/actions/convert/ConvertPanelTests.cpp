@@ -42,3 +42,18 @@ TEST(ConvertPanels, RatesAreTypedOrPickedAndQualitySnapsToTheConvertersRecipes) 
     EXPECT_EQ(panel.instruction("quality").toDouble(), 0.5);
     EXPECT_EQ(panel.action->requiredInstructionKeys(), QStringList{"rate"});
 }
+
+TEST_F(MatrixRuns, TheMatrixPopUpListsTheProgramsMatricesAndAnUnknownCodeStopsTheRun) {
+    Panel panel("TWActionConvertChannels");
+    const TWControl popUp = panel.model.control(panel.find(TWControlKind::PopUp, "matrix"));
+    ASSERT_GE(popUp.choices.size(), 10);
+    EXPECT_EQ(popUp.choices.first().title, "Stereo to Mono");
+    EXPECT_EQ(panel.instruction("matrix").toInt(), 1);
+    panel.set(TWControlKind::PopUp, "matrix", 8);
+    EXPECT_TRUE(panel.text(TWControlKind::Label, "matrix").contains("BS.775"));
+
+    const TWFileEntryPtr entry = addFile("stereo.wav");
+    const auto error = run(instructions("TWActionConvertChannels", {{"matrix", 999}}), {entry});
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), -2);
+}
