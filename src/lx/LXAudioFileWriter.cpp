@@ -102,9 +102,9 @@ void LXAudioFileWriter::setFormat(uint32_t format) {
     m_desc.format = format;
     m_desc.codec = LXCodec::None; // another container takes plain samples, unless told otherwise
     m_desc.bitRate = 0;
-    // Each container has its natural byte order; a RIFX source converted to AIFF and back is
-    // little-endian again.
-    m_desc.encoding.bigEndian = isAiff(format);
+    // Each container has its natural byte order (AU's is big-endian: FFmpeg reads no other); a RIFX
+    // source converted to AIFF and back is little-endian again.
+    m_desc.encoding.bigEndian = isAiff(format) || format == LXFormat::AU;
     if (m_desc.encoding.bytes == 1 && !m_desc.encoding.isFloat())
         m_desc.encoding.type =
             isAiff(format) ? LXSampleEncoding::Type::SignedInt : LXSampleEncoding::Type::UnsignedInt;

@@ -63,6 +63,7 @@ public:
         } else {
             const bool big = e.bigEndian; // RIFX keeps its byte order
             if (e.bytes == 1) e = LXSampleEncoding::pcm(8, big, true);
+            m_rf64 = desc.format == LXFormat::RF64; // asked for: RF64 from the first byte
             m_desc.format = LXFormat::WAVE;
         }
         m_blockAlign = e.bytes * m_desc.channels;
@@ -138,7 +139,7 @@ private:
     QByteArray waveHeader(int64_t total, int64_t dataBytes) const {
         const LXSampleEncoding& e = m_desc.encoding;
         const bool big = e.bigEndian;
-        const bool rf64 = total > g_riffSizeLimit;
+        const bool rf64 = m_rf64 || total > g_riffSizeLimit;
         // Plain PCM is what the most readers know. Big-endian files never use the extensible header: readers
         // disagree on the byte order of its GUID there (libsndfile swaps its fields, FFmpeg does not).
         const bool extensible = m_desc.channels > 2 && !big;
@@ -261,6 +262,7 @@ private:
     QString m_path;
     LXStreamDescription m_desc;
     bool m_aiff = false;
+    bool m_rf64 = false; // RF64 whatever the size
     int m_blockAlign = 0;
     int64_t m_dataOffset = 0;
     int64_t m_offset = 0;

@@ -676,6 +676,12 @@ LXResult<SF_INFO> sfInfoFor(const QString& path, const LXStreamDescription& desc
                        QStringLiteral("FLAC stores 8-, 16- or 24-bit integers, not %1 samples")
                            .arg(encodingName(desc)),
                        path);
+    // libsndfile's format check lets Opus through at any rate; its encoder then refuses all but these.
+    const int rate = int(std::lround(desc.rate));
+    if (desc.format == LXFormat::Opus && rate != 48000 && rate != 24000 && rate != 16000 && rate != 12000 &&
+        rate != 8000)
+        return LXError(LXErrInvalidParameter,
+                       QStringLiteral("Opus stores 48, 24, 16, 12 or 8 kHz, not %1 Hz").arg(desc.rate), path);
     const int subtype = subtypeFor(desc, major);
     // libsndfile reads MPEG Layers 1 and 2 but encodes Layer 3 only, and its format check does not know.
     if (subtype == 0 || (major == SF_FORMAT_MPEG && subtype != SF_FORMAT_MPEG_LAYER_III))

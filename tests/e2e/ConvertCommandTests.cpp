@@ -168,3 +168,53 @@ TEST_F(ConvertCommands, MatricesMixWithinAStepOfSoxAndLeaveOtherLayoutsAlone) {
     const auto unknown = cli.run({"convert-channels", "--matrix", "999", stereo});
     EXPECT_NE(unknown.exitCode, 0);
 }
+
+TEST_F(ConvertCommands, EveryFormatPassesItsValidatorAndKeepsWhatItCanHold) {
+    // 48 kHz, the one rate here that Opus takes; titled, with four markers.
+    const QString source = make("source.wav", {"-r", "48000", "-b", "16", "-c", "2"}, kStereoSines);
+    convert({"set-property", "--key", "title", "--value", "Morning take"}, source);
+    convert({"make-labels-at-divisions", "--divisions", "4", "--type", "MARK"}, source);
+    const std::vector<double> original = samples(source);
+    const struct {
+        QString format;
+        QString probed; // ffprobe's format name
+        bool lossless, title;
+    } cases[] = {{"RF64", "wav", true, true},     {"WV64", "w64", true, false},  {"AIFF", "aiff", true, true},
+                 {"AIFC", "aiff", true, true},    {"CAFF", "caf", true, true},   {"AU  ", "au", true, false},
+                 {"FLAC", "flac", true, true},    {"OGGV", "ogg", false, true},  {"OPUS", "ogg", false, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.format.toStdString());
+        const QString file = copy(source, path("to" + c.format.trimmed() + ".wav"));
+        const auto dry = cli.run({"convert-format", "--format", c.format, "--dry-run", file});
+        const auto result = cli.run({"convert-format", "--format", c.format, "-q", file});
+        ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+        const QString converted = result.lines().value(0);
+        int status = -1;
+        const QString probed = TestAudio::runTool(
+            "ffprobe", {"-v", "error", "-show_entries", "format=format_name:format_tags=title:stream_tags=title",
+                        "-of", "compact", converted},
+            &status);
+        EXPECT_EQ(status, 0);
+        EXPECT_TRUE(probed.contains("format_name=" + c.probed)) << probed.toStdString();
+        EXPECT_EQ(probed.contains("Morning take", Qt::CaseInsensitive), c.title) << probed.toStdString();
+        TestAudio::runTool("sndfile-info", {converted}, &status);
+        EXPECT_EQ(status, 0);
+        if (c.format == "FLAC") {
+            TestAudio::runTool("flac", {"-t", "-s", converted}, &status);
+            EXPECT_EQ(status, 0);
+        }
+        if (c.lossless) {
+            EXPECT_EQ(samples(converted), original);
+        }
+        // Labels stay where the format holds them; elsewhere the run names what it left behind.
+        const bool labelled = c.format == "RF64" || c.format.startsWith("AIF");
+        EXPECT_EQ(dry.out.contains("left behind: labels"), !labelled) << dry.out.toStdString();
+        if (c.format == "WV64") {
+            EXPECT_TRUE(dry.out.contains("title")) << dry.out.toStdString();
+        }
+    }
+    EXPECT_EQ(readBytes(path("toRF64.wav")).left(4), "RF64");
+    const auto opus = cli.run({"convert-format", "--format", "OPUS", make("cd.wav", {"-r", "44100"}, kStereoSines)});
+    EXPECT_NE(opus.exitCode, 0);
+    EXPECT_TRUE(opus.err.contains("cd.wav") && opus.err.contains("44100")) << opus.err.toStdString();
+}
