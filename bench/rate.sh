@@ -32,7 +32,7 @@ versus "$work/pristine" convert sox_loop
 echo "   clipwright ${o} s   sox rate -v ${t} s   ratio $(ratio "$o" "$t") (target <= 0.50)"
 
 # RMS level of a file in dB, as sox stat reads it.
-level() { sox "$1" -n stat 2>&1 | awk '/RMS     amplitude/ { printf "%.2f", 20 * log($3) / log(10) }'; }
+level() { sox "$1" -n stat 2>&1 | awk '/RMS     amplitude/ { printf "%.3f", 20 * log($3) / log(10) }'; }
 mkdir -p "$work/tones"
 for tone in 20000 23000; do
     sox -D -n -r 48000 -b 24 -c 1 "$work/tones/t$tone.wav" synth 5 sine "$tone" vol 0.5
