@@ -165,7 +165,7 @@ TEST(CommandLine, ErrorsAreOneReadableLineAndChangeNothing) {
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("does not exist")) << result.err.toStdString();
 
-    result = runner.run({"change-speed", "--factor", "2", file});
+    result = runner.run({"send-idisk", file});
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("not available")) << result.err.toStdString();
 
