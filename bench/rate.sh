@@ -44,3 +44,18 @@ for tone in 20000 23000; do
          "$(echo "$(level "$work/tones/ours$tone.wav") - $before" | bc) dB," \
          "sox $(echo "$(level "$work/tones/sox$tone.wav") - $before" | bc) dB"
 done
+
+# THD+N of a 1 kHz tone after 48 -> 44.1 kHz: what is left when the ideal tone at 44.1 kHz is taken
+# away (edges trimmed), relative to the tone; lower is better. Both sides are compared with the same
+# reference, so a delay or a gain error counts against the side that has it.
+sox -D -n -r 48000 -b 24 -c 1 "$work/tones/k.wav" synth 5 sine 1000 vol 0.5
+sox -D -n -r 44100 -b 32 -c 1 -e floating-point "$work/tones/ref.wav" synth 5 sine 1000 vol 0.5 trim 0.1 4.8
+cp "$work/tones/k.wav" "$work/tones/oursk.wav"
+"$clipwright" convert-rate --rate 44100 --quality 1 "$work/tones/oursk.wav" >/dev/null
+sox -D "$work/tones/k.wav" "$work/tones/soxk.wav" rate -v 44100
+thdn() {
+    sox -D "$1" -e floating-point "$work/tones/cut.wav" trim 0.1 4.8
+    sox -D -m -v 1 "$work/tones/cut.wav" -v -1 "$work/tones/ref.wav" -e floating-point "$work/tones/diff.wav"
+    echo "$(level "$work/tones/diff.wav") - $(level "$work/tones/ref.wav")" | bc
+}
+echo "   1 kHz tone, THD+N: clipwright $(thdn "$work/tones/oursk.wav") dB, sox $(thdn "$work/tones/soxk.wav") dB"
