@@ -500,6 +500,10 @@ const TWFormatter* TWFormatters::formatterForKey(const QString& key) const {
     return formatterNamed(LXMetadata::formatterSelectorForKey(key));
 }
 
+std::unique_ptr<TWFormatter> TWFormatters::timeFormatterFollowing(const std::atomic<int>& format) {
+    return TWFormatting::makeTimeFormatter(format);
+}
+
 const TWFormatter* TWFormatters::formatterNamed(const QString& name) const {
     for (const Named& n : kNamed)
         if (name == QLatin1String(n.name)) return &(this->*n.accessor)();

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QVariant>
 
+#include <atomic>
 #include <memory>
 
 // Turns a value from an entry's information dictionary into the text shown in a column, and where the
@@ -113,6 +114,9 @@ public:
     const TWFormatter* formatterForKey(const QString& key) const;
     // The formatter of an accessor name ("midiNoteFormatter"), or nullptr.
     const TWFormatter* formatterNamed(const QString& name) const;
+    // A time formatter of its own, in whatever TWTimeFormat `format` holds when it formats (a panel's
+    // field whose format the user picks apart from the preference). `format` must outlive it.
+    static std::unique_ptr<TWFormatter> timeFormatterFollowing(const std::atomic<int>& format);
 
 private:
     struct Private;

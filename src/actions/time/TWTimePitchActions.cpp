@@ -7,6 +7,8 @@
 
 #include "engine/TWActionRegistry.h"
 
+#include "model/TWFormatters.h"
+
 #include "lx/LXAudioFile.h"
 #include "lx/LXAudioFileWriter.h"
 
@@ -125,6 +127,8 @@ protected:
 const TWKey<double> kLength{QStringLiteral("length"), std::nullopt, QStringLiteral("the duration to reach"),
                             TWKeyDetails::inUnit(QStringLiteral("s"))};
 
+// The panel shows the length in a time format of its own choosing (hours at first), picked from a pop-up
+// beside the field; the format changes only how the value shows.
 class TWActionChangeLength final : public TWTimePitchAction {
 public:
     QString className() const override { return QStringLiteral("TWActionChangeLength"); }
@@ -132,6 +136,34 @@ public:
     QString verb() const override { return QStringLiteral("Changing Length..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kLength, kConvertor, kRetainPitch}; }
     QStringList requiredInstructionKeys() const override { return {kLength.name}; }
+    QList<TWControl> panelControls() const override {
+        const QList<TWChoice> formats{{int(TWTimeFormatHours), QStringLiteral("Hours")},
+                                      {int(TWTimeFormatMinutes), QStringLiteral("Minutes")},
+                                      {int(TWTimeFormatSeconds), QStringLiteral("Seconds")},
+                                      {int(TWTimeFormatMilliseconds), QStringLiteral("Milliseconds")},
+                                      {int(TWTimeFormatFrames), QStringLiteral("Frames")}};
+        QList<TWControl> controls = TWAction::panelControls();
+        controls[0].unit.clear(); // the format shows its own
+        controls.insert(1, {TWControlKind::PopUp, kLength.name, QStringLiteral("Format"), 0, 0, 0, {}, formats});
+        return controls;
+    }
+    QVariant controlValue(const TWControl& control) const override {
+        if (control.key != kLength.name) return TWAction::controlValue(control);
+        if (control.kind == TWControlKind::PopUp) return m_format.load();
+        const QVariant length = objectForInstructionKey(kLength.name);
+        return length.isValid() ? m_formatter->stringForObjectValue(length) : QString();
+    }
+    QVariant valueFromControl(const TWControl& control, const QVariant& value) const override {
+        if (control.key != kLength.name) return TWAction::valueFromControl(control, value);
+        if (control.kind == TWControlKind::PopUp) {
+            m_format = value.toInt();
+            return objectForInstructionKey(kLength.name); // the same length, shown anew
+        }
+        QVariant seconds;
+        if (value.typeId() != QMetaType::QString) return value;
+        if (!m_formatter->getObjectValue(&seconds, value.toString())) return {};
+        return seconds.toDouble() > 0 ? seconds : QVariant();
+    }
 
 protected:
     TWOutcome preProcessWithEntries(const QList<TWFileEntryPtr>&, const QVariantMap& instructions) override {
@@ -144,6 +176,10 @@ protected:
         if (factor == 1.0f) return std::optional<Change>();
         return std::optional(durationChange(factor, instructions));
     }
+
+private:
+    mutable std::atomic<int> m_format{TWTimeFormatHours};
+    const std::unique_ptr<TWFormatter> m_formatter = TWFormatters::timeFormatterFollowing(m_format);
 };
 
 // Change tempo

@@ -3,6 +3,8 @@
 
 #include "PanelTestSupport.h"
 
+#include "model/TWFormatters.h"
+
 // The slider covers 50 % to 200 % with 100 % in the middle; the field shows a percentage; the key holds a
 // ratio.
 TEST(TimePanels, SpeedSliderHasTwoHalves) {
@@ -32,4 +34,19 @@ TEST(TimePanels, IntervalIsOctavesSemitonesAndDirection) {
     EXPECT_EQ(transpose.instruction("interval").toInt(), -19);
     EXPECT_EQ(transpose.model.value(index("Octaves")).toInt(), 1);
     EXPECT_EQ(transpose.model.value(index("Interval")).toInt(), 7);
+}
+
+// The length shows in the format picked beside it (hours at first) and is typed in that format; the
+// format changes only how it shows.
+TEST(TimePanels, LengthShowsInTheFormatPicked) {
+    Panel length("TWActionChangeLength");
+    length.set(TWControlKind::Field, "length", QStringLiteral("0:00:02.500"));
+    EXPECT_DOUBLE_EQ(length.instruction("length").toDouble(), 2.5);
+    length.set(TWControlKind::PopUp, "length", int(TWTimeFormatMilliseconds));
+    EXPECT_EQ(length.text(TWControlKind::Field, "length"), "2500 ms");
+    EXPECT_DOUBLE_EQ(length.instruction("length").toDouble(), 2.5);
+    length.set(TWControlKind::Field, "length", QStringLiteral("3000 ms"));
+    EXPECT_DOUBLE_EQ(length.instruction("length").toDouble(), 3.0);
+    length.set(TWControlKind::Field, "length", QStringLiteral("soon"));
+    EXPECT_DOUBLE_EQ(length.instruction("length").toDouble(), 3.0) << "text that is no time is refused";
 }
