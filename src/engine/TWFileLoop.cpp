@@ -39,6 +39,7 @@ public:
         const TWOutcome outcome =
             m_run.action().processAudioFile(file, *entry, m_run.instructions(), writer, index);
         if (!outcome.note().isEmpty()) report.note = outcome.note();
+        if (!outcome.lost().isEmpty()) report.lost = outcome.lost();
         switch (outcome.kind()) {
         case TWOutcome::Kind::Continue:
             report.after.merge(writer.levels());

@@ -18,6 +18,7 @@ struct TWFileReport {
     Outcome outcome = Outcome::Unchanged;
     bool dryRun = false; // nothing was written: the report says what a run would do
     QString note; // what the action did ("gain +3.01 dB"), why it left the file alone, or why it failed
+    QString lost; // what the output could not keep of the source ("labels, title")
     LXSignalMeter before; // the file's levels, when the run measures them (otherwise no samples)
     LXSignalMeter after;  // what the outputs hold (clipped samples included), or would hold
     double seconds = 0.0;

@@ -43,6 +43,14 @@ public:
         return outcome;
     }
     const QString& note() const { return m_note; }
+    // What the output could not keep of its source ("labels, title"): unlike a note, the user always
+    // hears of it, since it is lost once the file is saved.
+    TWOutcome withLoss(const QString& lost) const {
+        TWOutcome outcome = *this;
+        outcome.m_lost = lost;
+        return outcome;
+    }
+    const QString& lost() const { return m_lost; }
 
 private:
     explicit TWOutcome(Kind kind) : m_kind(kind) {}
@@ -51,4 +59,5 @@ private:
     int32_t m_code = 0; // a failure's code
     std::optional<LXError> m_reason;
     QString m_note;
+    QString m_lost;
 };

@@ -186,7 +186,7 @@ TEST_F(ConvertCommands, EveryFormatPassesItsValidatorAndKeepsWhatItCanHold) {
         SCOPED_TRACE(c.format.toStdString());
         const QString file = copy(source, path("to" + c.format.trimmed() + ".wav"));
         const auto dry = cli.run({"convert-format", "--format", c.format, "--dry-run", file});
-        const auto result = cli.run({"convert-format", "--format", c.format, "-q", file});
+        const auto result = cli.run({"convert-format", "--format", c.format, file});
         ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
         const QString converted = result.lines().value(0);
         int status = -1;
@@ -209,6 +209,7 @@ TEST_F(ConvertCommands, EveryFormatPassesItsValidatorAndKeepsWhatItCanHold) {
         // Labels stay where the format holds them; elsewhere the run names what it left behind.
         const bool labelled = c.format == "RF64" || c.format.startsWith("AIF");
         EXPECT_EQ(dry.out.contains("left behind: labels"), !labelled) << dry.out.toStdString();
+        EXPECT_EQ(result.err.contains("left behind: labels"), !labelled) << result.err.toStdString();
         if (c.format == "WV64") {
             EXPECT_TRUE(dry.out.contains("title")) << dry.out.toStdString();
         }

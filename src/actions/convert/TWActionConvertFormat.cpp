@@ -66,9 +66,9 @@ protected:
         }
         for (const QString& key : writer.metadata().keys())
             if (!writer.canHold(key)) lost.append(key);
-        if (!lost.isEmpty()) notes.append(QStringLiteral("left behind: ") + lost.join(QStringLiteral(", ")));
         TWOutcome outcome(file.copyToWriter(writer));
-        return notes.isEmpty() ? outcome : outcome.withNote(notes.join(QStringLiteral("; ")));
+        if (!notes.isEmpty()) outcome = outcome.withNote(notes.join(QStringLiteral("; ")));
+        return lost.isEmpty() ? outcome : outcome.withLoss(lost.join(QStringLiteral(", ")));
     }
 };
 

@@ -53,6 +53,7 @@ void TWReportFile::write(const TWFileReport& report) {
         {QStringLiteral("outcome"), outcomeName(report.outcome)},
         {QStringLiteral("dryRun"), report.dryRun},
         {QStringLiteral("note"), nullIfEmpty(report.note)},
+        {QStringLiteral("leftBehind"), nullIfEmpty(report.lost)},
         {QStringLiteral("peakBefore"), decibels(report.before, report.before.peak())},
         {QStringLiteral("rmsBefore"), decibels(report.before, report.before.rms())},
         {QStringLiteral("peakAfter"), decibels(report.after, report.after.peak())},

@@ -116,6 +116,7 @@ QString plan(const TWFileReport& report) {
         text = QStringLiteral("would copy '%1' to '%2' unchanged").arg(input, output);
     QStringList notes;
     if (!report.note.isEmpty()) notes.append(report.note);
+    if (!report.lost.isEmpty()) notes.append(QStringLiteral("left behind: ") + report.lost);
     if (report.after.clipped() > 0)
         notes.append(QStringLiteral("%1 samples would clip").arg(report.after.clipped()));
     if (!notes.isEmpty()) text += QStringLiteral(" (%1)").arg(notes.join(QStringLiteral("; ")));
@@ -258,6 +259,9 @@ int conclude(TWCommandLine::Context& context, const Outcome& outcome) {
             if (report.outcome == TWFileReport::Outcome::Unchanged && !report.note.isEmpty())
                 context.err << "clipwright: '" << report.input << "': left unchanged: " << report.note
                             << Qt::endl;
+            if (!report.lost.isEmpty())
+                context.err << "clipwright: '" << report.outputs.value(0, report.input)
+                            << "': left behind: " << report.lost << Qt::endl;
             if (report.after.clipped() > 0)
                 context.err << "clipwright: '" << report.outputs.value(0, report.input)
                             << "': " << report.after.clipped() << " samples clipped" << Qt::endl;
