@@ -14,6 +14,7 @@
 #include "lx/dsp/LXCombine.h"
 
 #include <algorithm>
+#include <functional>
 #include <vector>
 
 namespace {
@@ -83,6 +84,30 @@ protected:
         for (const TWFileEntryPtr& entry : inputs)
             LX_TRY(input.add(openInput(entry)));
         return {};
+    }
+
+    // Reads every input at the same frames, block by block up to the longest, lets `lay` put each file's
+    // block into the output block (zeroed first) and `finish` complete it, and writes it.
+    using LayBlock = std::function<void(size_t file, const double* block, int fileChannels, double* out,
+                                        int64_t frames)>;
+    TWOutcome combineInStep(const QList<TWFileEntryPtr>& inputs, LXAudioFileWriter& writer, const LayBlock& lay,
+                            const std::function<void(double* out, int64_t frames)>& finish = {}) const {
+        OpenInputs input;
+        LX_TRY(openAll(inputs, input));
+        std::vector<double> out(size_t(kBlockFrames * writer.channels()));
+        for (int64_t at = 0; at < m_inputs.longest; at += kBlockFrames) {
+            const int64_t n = std::min(kBlockFrames, m_inputs.longest - at);
+            std::fill(out.begin(), out.end(), 0.0);
+            for (size_t i = 0; i < input.files.size(); ++i) {
+                const auto block = input.read(i, at, n);
+                if (!block) return block.error();
+                lay(i, *block, input.files[i]->numberOfChannels(), out.data(), n);
+            }
+            if (finish) finish(out.data(), n);
+            LX_TRY(writer.writeFrames(out.data(), n));
+            if (const TWOutcome going = input.progress(at + n, m_inputs.longest); !going.goesOn()) return going;
+        }
+        return writer.endWrite();
     }
 
     // Every label of the file, where it stands, added to the output's.
@@ -190,23 +215,14 @@ protected:
         TWCombiner::setUpOutput(writer, m_inputs.channelSum);
     }
     TWOutcome combine(const QList<TWFileEntryPtr>& inputs, const QVariantMap&, LXAudioFileWriter& writer) override {
-        OpenInputs input;
-        LX_TRY(openAll(inputs, input));
         const int channels = writer.channels();
-        std::vector<double> out(size_t(kBlockFrames * channels));
-        for (int64_t at = 0; at < m_inputs.longest; at += kBlockFrames) {
-            const int64_t n = std::min(kBlockFrames, m_inputs.longest - at);
-            int first = 0;
-            for (size_t i = 0; i < input.files.size(); ++i) {
-                const auto block = input.read(i, at, n);
-                if (!block) return block.error();
-                LXPlaceChannels(*block, input.files[i]->numberOfChannels(), out.data(), channels, first, n);
-                first += input.files[i]->numberOfChannels();
-            }
-            LX_TRY(writer.writeFrames(out.data(), n));
-            if (const TWOutcome going = input.progress(at + n, m_inputs.longest); !going.goesOn()) return going;
-        }
-        return writer.endWrite();
+        int first = 0; // the output channel of the file's first
+        return combineInStep(inputs, writer, [&](size_t file, const double* block, int fileChannels, double* out,
+                                                 int64_t frames) {
+            if (file == 0) first = 0;
+            LXPlaceChannels(block, fileChannels, out, channels, first, frames);
+            first += fileChannels;
+        });
     }
 };
 
@@ -231,26 +247,19 @@ protected:
         TWCombiner::setUpOutput(writer, m_inputs.widest);
     }
     TWOutcome combine(const QList<TWFileEntryPtr>& inputs, const QVariantMap&, LXAudioFileWriter& writer) override {
-        OpenInputs input;
-        LX_TRY(openAll(inputs, input));
         const int channels = writer.channels();
-        const float count = float(input.files.size());
+        const float count = float(inputs.size());
         std::vector<float> sum(size_t(kBlockFrames * channels));
-        std::vector<double> out(sum.size());
-        for (int64_t at = 0; at < m_inputs.longest; at += kBlockFrames) {
-            const int64_t n = std::min(kBlockFrames, m_inputs.longest - at);
-            std::fill(sum.begin(), sum.end(), 0.0f);
-            for (size_t i = 0; i < input.files.size(); ++i) {
-                const auto block = input.read(i, at, n);
-                if (!block) return block.error();
-                LXAddChannels(*block, input.files[i]->numberOfChannels(), sum.data(), channels, n);
-            }
-            for (size_t s = 0; s < size_t(n * channels); ++s)
-                out[s] = double(sum[s] / count);
-            LX_TRY(writer.writeFrames(out.data(), n));
-            if (const TWOutcome going = input.progress(at + n, m_inputs.longest); !going.goesOn()) return going;
-        }
-        return writer.endWrite();
+        return combineInStep(
+            inputs, writer,
+            [&](size_t file, const double* block, int fileChannels, double*, int64_t frames) {
+                if (file == 0) std::fill(sum.begin(), sum.end(), 0.0f);
+                LXAddChannels(block, fileChannels, sum.data(), channels, frames);
+            },
+            [&](double* out, int64_t frames) {
+                for (size_t s = 0; s < size_t(frames * channels); ++s)
+                    out[s] = double(sum[s] / count);
+            });
     }
 };
 
