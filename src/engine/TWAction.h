@@ -147,6 +147,12 @@ protected:
     virtual TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,
                                        LXAudioFileWriter& writer, int index);
     virtual TWPreview previewForAudioFile(LXAudioFile& file) const;
+    // Whether the per-file hooks (numberOfNewEntriesForAudioFile, processAudioFile and an export's
+    // processAudioFileToPath) may run for two files at once, on two threads: true only when they keep no
+    // state of their own between calls (each call's buffers and encoders are its own) and read the
+    // action's fields without changing them. The loop then works on as many files at once as there are
+    // cores, and still saves, reports and undoes them one at a time in the entries' order.
+    virtual bool canProcessFilesConcurrently() const { return false; }
 
 private:
     friend class TWWriterOutputs;
