@@ -155,6 +155,7 @@ protected:
     virtual bool canProcessFilesConcurrently() const { return false; }
 
 private:
+    friend class TWFileLoop;
     friend class TWWriterOutputs;
     // Where the per-file loop's outputs go: writers saved in place or as new files. TWActionExport's
     // outputs are files of a format of its own.

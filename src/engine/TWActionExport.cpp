@@ -21,38 +21,38 @@ class TWExportOutputs : public TWFileOutputs {
 public:
     TWExportOutputs(TWActionRun& run, TWActionExport& action) : m_run(run), m_action(action) {}
 
-    TWOutcome make(LXAudioFile& file, const TWFileEntryPtr& entry, TWBusyEntry& busy, int,
-                   QList<TWFileEntryPtr>& results, TWFileReport& report) override {
-        const QString folder = m_run.folderFor(*entry);
-        const QString name = QFileInfo(entry->path()).completeBaseName() + u'.' + m_action.extension();
-        if (m_run.options().dryRun) { // the encoders write files of their own: nothing to measure
+    TWMade make(LXAudioFile& file, TWFileEntry& entry, TWBusyEntry& busy, int, TWFileReport&) override {
+        if (m_run.options().dryRun) return {}; // the encoders write files of their own: nothing to measure
+        auto temporary = LXCreateTemporaryFile(m_run.folderFor(entry), nameFor(entry));
+        if (!temporary) return {temporary.error(), nullptr};
+        auto made = std::make_unique<MadeExport>(std::move(*temporary));
+        busy.mark();
+        const TWOutcome outcome = m_action.processAudioFileToPath(file, entry, m_run.instructions(), made->path());
+        if (outcome.kind() == TWOutcome::Kind::Unchanged || !outcome.goesOn()) return {outcome, nullptr};
+        return {outcome, std::move(made)};
+    }
+
+    TWOutcome keep(LXAudioFile&, const TWFileEntryPtr& entry, TWMade& made, QList<TWFileEntryPtr>& results,
+                   TWFileReport& report) override {
+        const QString target = targetFor(m_run.folderFor(*entry) + u'/' + nameFor(*entry), entry->path());
+        if (m_run.options().dryRun) {
             report.outcome = TWFileReport::Outcome::Changed;
-            report.outputs.append(targetFor(folder + u'/' + name, entry->path()));
+            report.outputs.append(target);
             results.append(entry);
             return TWOutcome::success();
         }
-        auto temporary = LXCreateTemporaryFile(folder, name);
-        if (!temporary) return temporary.error();
-        busy.mark();
-        TWOutcome outcome =
-            m_action.processAudioFileToPath(file, *entry, m_run.instructions(), temporary->path);
-        const QString target = targetFor(folder + u'/' + name, entry->path());
-        if (outcome.goesOn()) {
-            // An export takes its source's permissions, owner, group and extended attributes too.
-            LXStatus moved = LXFile::copyAttributesOfPath(entry->path(), temporary->path);
-            if (moved) moved = LXFile::movePath(temporary->path, target);
-            if (moved) {
-                m_written.append(target);
-                results.append(entry);
-                report.outcome = TWFileReport::Outcome::Changed;
-                report.outputs.append(target);
-                return outcome;
-            } else {
-                outcome = moved.error();
-            }
-        }
-        (void)LXFile::deleteFileAtPath(temporary->path);
-        return outcome.kind() == TWOutcome::Kind::Unchanged ? TWOutcome::success() : outcome;
+        if (!made.output) return TWOutcome::success(); // the action chose to write nothing
+        auto& exported = static_cast<MadeExport&>(*made.output);
+        // An export takes its source's permissions, owner, group and extended attributes too.
+        LXStatus moved = LXFile::copyAttributesOfPath(entry->path(), exported.path());
+        if (moved) moved = LXFile::movePath(exported.path(), target);
+        if (!moved) return moved.error();
+        exported.kept = true;
+        m_written.append(target);
+        results.append(entry);
+        report.outcome = TWFileReport::Outcome::Changed;
+        report.outputs.append(target);
+        return TWOutcome::success();
     }
 
     void takeBack() override {
@@ -61,6 +61,21 @@ public:
     }
 
 private:
+    // The locked temporary file an export is written into; deleted unless it took its final name.
+    struct MadeExport : TWMadeOutput {
+        explicit MadeExport(LXTemporaryFile file) : temporary(std::move(file)) {}
+        ~MadeExport() override {
+            if (!kept) (void)LXFile::deleteFileAtPath(temporary.path);
+        }
+        const QString& path() const { return temporary.path; }
+        LXTemporaryFile temporary;
+        bool kept = false;
+    };
+
+    QString nameFor(const TWFileEntry& entry) const {
+        return QFileInfo(entry.path()).completeBaseName() + u'.' + m_action.extension();
+    }
+
     // The export's path: its own name, replacing what is there, but never the source itself (a FLAC file
     // exported as FLAC beside itself): that takes the first free numbered name.
     static QString targetFor(const QString& path, const QString& source) {

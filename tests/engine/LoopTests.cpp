@@ -189,3 +189,39 @@ TEST_F(Loop, DestinationsAndInstructionsAreConfirmedBeforeAnythingIsTouched) {
     EXPECT_EQ(bytesOf(a->path()), original);
     EXPECT_EQ(filesIn(m_dir.path()), QStringList{"a.wav"});
 }
+
+TEST_F(Loop, FilesMadeAtOnceAreKeptInOrderAndOneFileIsNeverMadeTwiceAtOnce) {
+    QList<TWFileEntryPtr> entries;
+    for (const char* name : {"a.wav", "b.wav", "c.wav", "d.wav", "e.wav"})
+        entries.append(addFile(name));
+    // The same file again, and through a link, each right after it: each pass must work on the one
+    // before's result.
+    ASSERT_TRUE(QFile::link(entries[1]->path(), path("link.wav")));
+    entries.insert(1, entries[0]);
+    entries.insert(3, add(path("link.wav")));
+    const double before = peakOf(soxSamples(entries[0]->path()), 2);
+    QList<TWFileEntryPtr> results;
+    ASSERT_FALSE(run(instructions("TWActionChangeGain", {{"level", -6.0}}), entries, &results));
+    EXPECT_EQ(results, entries);
+    EXPECT_NEAR(20 * std::log10(peakOf(soxSamples(entries[0]->path()), 2) / before), -12.0, 0.01);
+    EXPECT_NEAR(20 * std::log10(peakOf(soxSamples(entries[2]->path()), 2) / before), -12.0, 0.01);
+    EXPECT_NEAR(20 * std::log10(peakOf(soxSamples(entries[4]->path()), 2) / before), -6.0, 0.01);
+
+    // One file fails: those before it are kept, and what was begun after it goes without a trace.
+    class Failing : public TWTestProbe {
+        bool canProcessFilesConcurrently() const override { return true; }
+        TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap&, LXAudioFileWriter& writer,
+                                   int) override {
+            if (file.path().endsWith("c.wav")) return TWOutcome::fromCode(LXInvalidParameter);
+            return file.copyToWriter(writer);
+        }
+    } failing;
+    results.clear();
+    const QList<TWFileEntryPtr> files{entries[0], entries[2], entries[4], entries[5], entries[6]};
+    ASSERT_TRUE(run(failing, files, probe(true), &results));
+    EXPECT_EQ(results.size(), 2);
+    EXPECT_EQ(filesIn(m_dir.path()),
+              (QStringList{"a-1.wav", "a.wav", "b-1.wav", "b.wav", "c.wav", "d.wav", "e.wav", "link.wav"}));
+    for (const TWFileEntryPtr& entry : entries)
+        EXPECT_NE(TWStatus::state(entry->status()), int(TWStatus::Processing));
+}

@@ -64,6 +64,7 @@ public:
     TWActionConvertChannels() : m_matrices(readMatrices()) {}
 
     QString className() const override { return QStringLiteral("TWActionConvertChannels"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Convert Channels"); }
     QString verb() const override { return QStringLiteral("Converting Channels..."); }
 

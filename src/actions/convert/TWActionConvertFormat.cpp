@@ -36,6 +36,7 @@ bool holdsLabels(uint32_t format) {
 class TWActionConvertFormat : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionConvertFormat"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Convert Format"); }
     QString verb() const override { return QStringLiteral("Converting Format..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kFormat}; }

@@ -64,6 +64,7 @@ bool isSameDepth(const LXSampleEncoding& a, const LXSampleEncoding& b) {
 class TWActionConvertRange : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionConvertRange"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Convert Bit Range"); }
     QString verb() const override { return QStringLiteral("Converting Range..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kDepth, kDither}; }

@@ -52,6 +52,7 @@ void scaleTimeReference(LXMetadata& metadata, double factor) {
 class TWActionConvertRate : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionConvertRate"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Convert Sample Rate"); }
     QString verb() const override { return QStringLiteral("Converting Rate..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kRate, kResample, kConvertor, kQuality}; }

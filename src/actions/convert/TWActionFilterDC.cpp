@@ -13,6 +13,7 @@
 class TWActionFilterDC : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionFilterDC"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Filter DC Offset"); }
     QString verb() const override { return QStringLiteral("Filtering..."); }
 

@@ -11,6 +11,7 @@
 class TWActionReverse : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionReverse"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Reverse"); }
     QString verb() const override { return QStringLiteral("Reversing..."); }
 

@@ -28,6 +28,7 @@ int64_t TWTruncatedFrames(double seconds, double rate);
 // Changing the unit keeps the value and moves the slider.
 class TWDurationEditAction : public TWAction {
 public:
+    bool canProcessFilesConcurrently() const override { return true; }
     QVariant valueFromControl(const TWControl& control, const QVariant& value) const override;
     QVariant controlValue(const TWControl& control) const override;
     TWControl controlAsShown(const TWControl& control) const override;
@@ -43,6 +44,7 @@ protected:
 // offset in whole milliseconds.
 class TWLevelEditAction : public TWAction {
 public:
+    bool canProcessFilesConcurrently() const override { return true; }
     QVariant valueFromControl(const TWControl& control, const QVariant& value) const override;
     QVariant controlValue(const TWControl& control) const override;
 

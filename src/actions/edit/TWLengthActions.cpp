@@ -45,6 +45,7 @@ const TWKey<bool> kRemoveNonstandard{QStringLiteral("removeNonstandard"), false,
 class TWActionPad final : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionPad"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Pad"); }
     QString verb() const override { return QStringLiteral("Padding..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kStartFor, kEndFor}; }
@@ -104,6 +105,7 @@ protected:
 class TWActionExtend final : public TWEdgeAction {
 public:
     QString className() const override { return QStringLiteral("TWActionExtend"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Extend"); }
     QString verb() const override { return QStringLiteral("Extending..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kExtendLength, kEdge}; }
@@ -126,6 +128,7 @@ protected:
 class TWActionShorten final : public TWEdgeAction {
 public:
     QString className() const override { return QStringLiteral("TWActionShorten"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Shorten"); }
     QString verb() const override { return QStringLiteral("Shortening..."); }
     bool canPreview() const override { return true; }
@@ -199,6 +202,7 @@ protected:
 class TWActionCrop final : public TWStretchAction {
 public:
     QString className() const override { return QStringLiteral("TWActionCrop"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Crop"); }
     QString verb() const override { return QStringLiteral("Cropping..."); }
 
@@ -217,6 +221,7 @@ protected:
 class TWActionSnip final : public TWStretchAction {
 public:
     QString className() const override { return QStringLiteral("TWActionSnip"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Snip"); }
     QString verb() const override { return QStringLiteral("Snipping..."); }
 
@@ -239,6 +244,7 @@ protected:
 class TWActionCompact final : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionCompact"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Compact"); }
     QString verb() const override { return QStringLiteral("Compacting..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kRemoveAnalysis, kRemoveNonstandard}; }

@@ -219,6 +219,7 @@ protected:
 class TWActionTrimAroundLoop final : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionTrimAroundLoop"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Trim Around Loop"); }
     QString verb() const override { return QStringLiteral("Trimming..."); }
     bool canPreview() const override { return true; }

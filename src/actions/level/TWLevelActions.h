@@ -13,6 +13,7 @@
 class TWActionChangeGain : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionChangeGain"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Change Gain"); }
     QString verb() const override { return QStringLiteral("Changing Gain..."); }
     QList<TWInstructionKey> instructionKeys() const override;
@@ -28,6 +29,7 @@ protected:
 class TWActionBalance : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionBalance"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Balance"); }
     QString verb() const override { return QStringLiteral("Balancing..."); }
     QList<TWInstructionKey> instructionKeys() const override;
@@ -42,6 +44,7 @@ protected:
 class TWActionNormalize : public TWAction {
 public:
     QString className() const override { return QStringLiteral("TWActionNormalize"); }
+    bool canProcessFilesConcurrently() const override { return true; }
     QString name() const override { return QStringLiteral("Normalize"); }
     QString verb() const override { return QStringLiteral("Normalizing..."); }
     QList<TWInstructionKey> instructionKeys() const override;

@@ -46,6 +46,9 @@ struct Change {
 // The shape of the five: the factor and cents of a file (none when it is to stay as it is), then the
 // change itself.
 class TWTimePitchAction : public TWAction {
+public:
+    bool canProcessFilesConcurrently() const override { return true; }
+
 protected:
     virtual LXResult<std::optional<Change>> changeFor(LXAudioFile& file, const QVariantMap& instructions) const = 0;
 
