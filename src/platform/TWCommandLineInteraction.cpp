@@ -81,7 +81,7 @@ int TWCommandLineInteraction::assumedAnswer(const QStringList& buttons, int defa
     return int(buttons.size()) - 1;
 }
 
-int TWCommandLineInteraction::runAlert(const TWAlert& alert) {
+int TWCommandLineInteraction::showAlert(const TWAlert& alert) {
     QMutexLocker lock(&m_mutex);
     const QStringList buttons = buttonsOf(alert);
     const int defaultButton =

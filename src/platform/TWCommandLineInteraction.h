@@ -18,7 +18,7 @@ public:
 
     Policy policy() const { return m_policy; }
 
-    int runAlert(const TWAlert& alert) override;
+    int showAlert(const TWAlert& alert) override;
     QStringList runOpenPanel(const TWOpenPanelOptions& options) override;
     QString runSavePanel(const TWSavePanelOptions& options) override;
 

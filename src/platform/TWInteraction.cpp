@@ -1,6 +1,10 @@
 #include "platform/TWInteraction.h"
 
+#include <QCoreApplication>
+#include <QThread>
+
 #include <atomic>
+#include <mutex>
 
 namespace {
 std::atomic<TWInteraction*> g_current{nullptr};
@@ -20,11 +24,21 @@ void TWInteraction::setCurrent(TWInteraction* interaction) {
     g_current.store(interaction, std::memory_order_release);
 }
 
+int TWInteraction::runAlert(const TWAlert& alert) {
+    // The main thread never waits here: a thread holding the lock may be waiting for the main thread to
+    // show its question.
+    const QCoreApplication* application = QCoreApplication::instance();
+    if (application && QThread::currentThread() == application->thread()) return showAlert(alert);
+    static std::mutex asking;
+    const std::lock_guard lock(asking);
+    return showAlert(alert);
+}
+
 TWOpenPanelAnswer TWInteraction::runOpenPanelWithCheckBox(const TWOpenPanelOptions& options) {
     return {runOpenPanel(options), options.checkBoxChecked};
 }
 
-int TWDefaultInteraction::runAlert(const TWAlert& alert) {
+int TWDefaultInteraction::showAlert(const TWAlert& alert) {
     return alert.defaultButton;
 }
 

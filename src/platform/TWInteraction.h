@@ -38,7 +38,9 @@ struct TWSavePanelOptions {
 class TWInteraction {
 public:
     virtual ~TWInteraction() = default;
-    virtual int runAlert(const TWAlert& alert) = 0;                          // index of the chosen button
+    // The index of the chosen button. Threads other than the main one ask one at a time (two files made at
+    // once may each have a question), so that no two questions are on the screen or the terminal at once.
+    int runAlert(const TWAlert& alert);
     virtual QStringList runOpenPanel(const TWOpenPanelOptions& options) = 0; // empty when cancelled
     virtual QString runSavePanel(const TWSavePanelOptions& options) = 0;     // empty when cancelled
     // A panel with a check box. Implementations that show no check box need not override it: the box then
@@ -47,12 +49,17 @@ public:
     static TWInteraction&
     current(); // never null: a non-interactive default answers the default button / cancels
     static void setCurrent(TWInteraction* interaction); // not owned; nullptr restores the default
+
+protected:
+    virtual int showAlert(const TWAlert& alert) = 0;
 };
 
 // Answers without asking anyone: the default button, cancelled panels. What runs when nobody can be asked.
 class TWDefaultInteraction : public TWInteraction {
 public:
-    int runAlert(const TWAlert& alert) override;
     QStringList runOpenPanel(const TWOpenPanelOptions& options) override;
     QString runSavePanel(const TWSavePanelOptions& options) override;
+
+protected:
+    int showAlert(const TWAlert& alert) override;
 };

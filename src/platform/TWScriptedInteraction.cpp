@@ -37,7 +37,7 @@ QList<TWSavePanelOptions> TWScriptedInteraction::savePanels() const {
     return m_savePanels;
 }
 
-int TWScriptedInteraction::runAlert(const TWAlert& alert) {
+int TWScriptedInteraction::showAlert(const TWAlert& alert) {
     QMutexLocker lock(&m_mutex);
     m_alerts.append(alert);
     if (m_alertAnswers.isEmpty()) return 0;

@@ -18,7 +18,7 @@ public:
     QList<TWOpenPanelOptions> openPanels() const;
     QList<TWSavePanelOptions> savePanels() const;
 
-    int runAlert(const TWAlert& alert) override;
+    int showAlert(const TWAlert& alert) override;
     QStringList runOpenPanel(const TWOpenPanelOptions& options) override;
     QString runSavePanel(const TWSavePanelOptions& options) override;
     TWOpenPanelAnswer runOpenPanelWithCheckBox(const TWOpenPanelOptions& options) override;
