@@ -106,6 +106,7 @@ public:
     static inline std::atomic<bool> codeSet{false};
     static inline QSemaphore* hold = nullptr;
     QString className() const override { return QStringLiteral("TWTestStoppingGain"); }
+    bool canProcessFilesConcurrently() const override { return false; } // it counts its calls
 
 protected:
     TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry& entry, const QVariantMap& instructions,

@@ -210,6 +210,7 @@ TEST_F(Loop, FilesMadeAtOnceAreKeptInOrderAndOneFileIsNeverMadeTwiceAtOnce) {
     // One file fails: those before it are kept, and what was begun after it goes without a trace.
     class Failing : public TWTestProbe {
         bool canProcessFilesConcurrently() const override { return true; }
+        int numberOfNewEntriesForAudioFile(LXAudioFile&, TWFileEntry&, const QVariantMap&) override { return 1; }
         TWOutcome processAudioFile(LXAudioFile& file, TWFileEntry&, const QVariantMap&, LXAudioFileWriter& writer,
                                    int) override {
             if (file.path().endsWith("c.wav")) return TWOutcome::fromCode(LXInvalidParameter);
