@@ -22,6 +22,13 @@ public:
     static TWOutcome unchanged() { return TWOutcome(Kind::Unchanged); }
     static TWOutcome stopped() { return TWOutcome(Kind::Stopped); }
     static TWOutcome cancelled() { return TWOutcome(Kind::Cancelled); }
+    // A cancel that a failure caused: the run takes back what it made, as for the user's cancel, and
+    // reports the failure as the reason.
+    static TWOutcome cancelled(const LXError& why) {
+        TWOutcome outcome(Kind::Cancelled);
+        outcome.m_reason = why;
+        return outcome;
+    }
     // A failure known by its result code alone (LXInvalidParameter): reported with the code's own reason.
     static TWOutcome failure(int32_t code);
     static TWOutcome failure(const LXError& error) { return TWOutcome(error); }
