@@ -19,7 +19,6 @@ TEST(DynamicsActions, CompressMapsTheAmountToHeadroom) {
     EXPECT_EQ(TWActionCompress::headroomOfAmount(0.9975), 0.1f);
     EXPECT_EQ(TWActionCompress::headroomOfAmount(0.5), 20.0f);
     EXPECT_EQ(TWActionCompress::headroomOfAmount(0.0), 40.0f);
-    EXPECT_EQ(TWActionCompress::headroomOfAmount(0.99), (1.0f - 0.99f) * 40.0f);
 
     Panel compress("TWActionCompress");
     EXPECT_EQ(compress.action->requiredInstructionKeys(), QStringList({"threshold", "amount"}));
@@ -60,10 +59,6 @@ TEST(DynamicsActions, CompressPanelKeepsItsRules) {
     EXPECT_EQ(compress.text(TWControlKind::Field, "attack"), "25 ms");
     compress.set(TWControlKind::Field, "attack", 40);
     EXPECT_EQ(compress.instruction("attack").toDouble(), 0.0);
-    compress.set(TWControlKind::Slider, "release", 300);
-    EXPECT_DOUBLE_EQ(compress.instruction("release").toDouble(), 0.3);
-    compress.set(TWControlKind::Field, "release", 120);
-    EXPECT_EQ(compress.instruction("release").toDouble(), 0.0);
 
     compress.set(TWControlKind::Field, "threshold", -6);
     EXPECT_EQ(compress.instruction("threshold").toDouble(), 0.0);
@@ -76,8 +71,6 @@ TEST(DynamicsActions, CompressPanelKeepsItsRules) {
 
     compress.set(TWControlKind::Field, "gain", 6.9);
     EXPECT_EQ(compress.instruction("gain").toDouble(), 6.0);
-    compress.set(TWControlKind::Field, "gain", -300);
-    EXPECT_EQ(compress.instruction("gain").toDouble(), -128.0);
     compress.action->setInstructions({{"gain", 200.5}});
     EXPECT_EQ(compress.text(TWControlKind::Field, "gain"), "127 dB");
 
