@@ -1,7 +1,13 @@
 // The compressor and expander on tones whose level steps: the times their gain takes, measured on the
-// output, and what the entry and the stream leave alone.
+// output, and what the entry leaves alone; the stream that renders a file through an effect.
 
+#include "TestAudio.h"
+#include "lx/LXAudioFile.h"
+#include "lx/LXAudioFileWriter.h"
 #include "lx/LXDynamicsEntry.h"
+#include "lx/LXProcessStream.h"
+
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -114,4 +120,63 @@ TEST(Dynamics, BypassedOrNeutralTheSamplesPassUnchanged) {
     std::vector<float> block = loud;
     bypassed.process(block.data(), 4096);
     EXPECT_NE(block, loud);
+}
+
+// The stream's latency compensation, with an effect whose output is its input `delay` frames late (as a
+// look-ahead limiter's is): aligned, every sample keeps its time and the file its length; without it,
+// the output comes that late.
+namespace {
+
+class Delay final : public LXEffectEntry {
+public:
+    explicit Delay(int64_t delay) : m_delay(delay) {}
+    LXStatus prepare(double, int channels, int64_t) override {
+        m_line.assign(size_t(m_delay * channels), 0.0);
+        return {};
+    }
+    void process(float* x, int64_t frames) override { run(x, frames); }
+    void process(double* x, int64_t frames) override { run(x, frames); }
+    void reset() override {}
+    int64_t latency() const override { return m_delay; }
+
+private:
+    template <typename T> void run(T* x, int64_t frames) {
+        for (int64_t i = 0; i < frames * int64_t(m_line.size()) / m_delay; ++i) {
+            const double in = double(x[i]);
+            x[i] = T(m_line[m_next]);
+            m_line[m_next] = in;
+            m_next = (m_next + 1) % m_line.size();
+        }
+    }
+    int64_t m_delay;
+    size_t m_next = 0;
+    std::vector<double> m_line;
+};
+
+} // namespace
+
+TEST(ProcessStream, LatencyCompensationKeepsEverySampleAtItsTime) {
+    QTemporaryDir dir;
+    const TestAudio::Sound sound{.signal = TestAudio::Signal::Noise, .frames = 50000};
+    const auto written = TestAudio::write(dir.filePath("in.wav"), sound);
+    ASSERT_TRUE(written);
+    const std::vector<float> want = TestAudio::expected(sound);
+    for (const bool compensate : {true, false}) {
+        auto file = LXAudioFile::open(*written);
+        ASSERT_TRUE(file);
+        Delay delay(1000);
+        LXProcessStream stream(delay);
+        LXAudioFileWriter writer(**file);
+        ASSERT_TRUE(stream.processAudioFile(**file, {{"latencyCompensation", compensate}}, writer));
+        const QString out = dir.filePath(compensate ? "aligned.wav" : "late.wav");
+        ASSERT_TRUE(writer.saveFile(0, out));
+        auto result = LXAudioFile::open(out);
+        ASSERT_TRUE(result);
+        ASSERT_EQ((*result)->frames(), sound.frames);
+        std::vector<float> got(want.size());
+        ASSERT_TRUE((*result)->readFrames(0, sound.frames, got.data()));
+        const size_t late = compensate ? 0 : 2000; // samples: 1000 stereo frames
+        for (size_t i = late; i < got.size(); ++i)
+            ASSERT_EQ(got[i], want[i - late]) << i;
+    }
 }
