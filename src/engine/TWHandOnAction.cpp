@@ -24,6 +24,7 @@ std::optional<TWActionError> TWHandOnAction::processEntries(TWRunController& run
     }
 
     results.append(entries);
+    m_run = &run;
     TWOutcome outcome;
     if (handsOnTogether()) {
         run.willProcess(1);
@@ -56,5 +57,6 @@ std::optional<TWActionError> TWHandOnAction::processEntries(TWRunController& run
     }
     run.didProcess(results);
     postProcess();
+    m_run = nullptr;
     return TWActionRun::errorFor(outcome, processingPhase());
 }

@@ -18,4 +18,9 @@ protected:
     virtual bool handsOnTogether() const { return false; }
     virtual TWOutcome handOnEntry(const TWFileEntryPtr& entry, const QVariantMap& instructions);
     virtual TWOutcome handOnEntries(const QList<TWFileEntryPtr>& entries, const QVariantMap& instructions);
+    // The run under way, from the first hook to postProcess.
+    TWActionRun& run() const { return *m_run; }
+
+private:
+    TWActionRun* m_run = nullptr;
 };

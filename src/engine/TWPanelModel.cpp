@@ -20,6 +20,7 @@ QString TWPanelModel::numberFormat(int decimals) {
 QString TWPanelModel::text(qsizetype index) const {
     const TWControl control = this->control(index);
     const QVariant shown = value(index);
+    if (control.kind == TWControlKind::SecureField) return QString(shown.toString().size(), QChar(0x2022));
     for (const TWChoice& choice : control.choices)
         if (choice.value == shown) return choice.title;
     const bool numeric = control.kind == TWControlKind::Field || control.kind == TWControlKind::Label;

@@ -8,7 +8,8 @@
 
 class TWAction;
 
-enum class TWControlKind { Slider, Field, PopUp, CheckBox, Segmented, RadioGroup, Label };
+// A secure field is a text field that hides what is typed (a password).
+enum class TWControlKind { Slider, Field, SecureField, PopUp, CheckBox, Segmented, RadioGroup, Label };
 
 // One control of an action's panel and the instruction key it shows and drives (a label only shows).
 struct TWControl {
@@ -35,7 +36,8 @@ public:
     const QList<TWControl>& controls() const { return m_controls; }
     // The control as it stands now: its unit and number format may follow other keys.
     TWControl control(qsizetype control) const;
-    // The value the control shows now, and a field's text in its number format and unit.
+    // The value the control shows now, and a field's text in its number format and unit (a secure
+    // field's as one bullet a character).
     QVariant value(qsizetype control) const;
     QString text(qsizetype control) const;
     // The number format of a field as a pattern ("0.00" for two decimals).
