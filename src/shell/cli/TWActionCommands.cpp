@@ -8,6 +8,7 @@
 
 #include "engine/TWActionRegistry.h"
 #include "engine/TWDescriptiveAction.h"
+#include "engine/TWHandOnAction.h"
 
 #include "lx/LXFile.h"
 
@@ -91,8 +92,22 @@ const QList<ActionCommand>& actionCommands() {
                            "  clipwright rename --expression '/Artist/ - /Title/' *.flac\n"
                            "  clipwright rename --textFile names.txt *.wav\n");
         one("create-archive", "TWActionCreateArchive");
+        commands.last().examples = QStringLiteral(
+            "One file gives an archive of its name beside it (take.wav: take.zip); several give\n"
+            "Archive.zip, or Archive_01.zip, Archive_02.zip ... when the name is taken. Each\n"
+            "file is stored under its full path. Needs the zip program.\n");
         one("send-ftp", "TWActionSendFTP");
+        commands.last().examples = QStringLiteral(
+            "Each file keeps its name, in --path on the server (folders are made when missing):\n"
+            "  clipwright send-ftp --server ftp.example.com --username ana --password \"$PW\" \\\n"
+            "      --path takes/monday *.wav\n"
+            "Other users of this machine can see a command's arguments while it runs, and a\n"
+            "workflow file holds the password as plain text.\n");
         one("send-idisk", "TWActionSendiDisk");
+        commands.last().examples = QStringLiteral(
+            "Sends each file by WebDAV into --path, folders made when missing. The account is\n"
+            "read from the preferences \"WebDAV Server\" (https://dav.example.com/files/),\n"
+            "\"WebDAV User\" and \"WebDAV Password\" in ~/.config/Clipwright/Clipwright.plist.\n");
         one("export-as-mp3", "TWActionExportMP3");
         one("export-as-aac", "TWActionExportAAC");
         one("export-as-ogg-vorbis", "TWActionExportOggVorbis");
@@ -237,8 +252,11 @@ int runActionCommand(const ActionCommand& command, const Arguments& arguments, C
                 QStringLiteral("'%1' with this option is not available in this version.").arg(command.name));
     }
 
-    // Names and metadata change without the audio being written again: no codec is at stake.
-    const bool rewritesAudio = !dynamic_cast<TWDescriptiveAction*>(TWActionRegistry::make(className).get());
+    // Names and metadata change without the audio being written again, and files handed on (archived,
+    // sent) are only read: no codec is at stake.
+    const std::unique_ptr<TWAction> running = TWActionRegistry::make(className);
+    const bool rewritesAudio =
+        !dynamic_cast<TWDescriptiveAction*>(running.get()) && !dynamic_cast<TWHandOnAction*>(running.get());
     QList<TWFileReport> refused;
     const QStringList paths = TWRunner::addFiles(context.session.workspace(), files, refused,
                                                  !rewritesAudio || arguments.has(QStringLiteral("accept-reencode")));
@@ -287,10 +305,14 @@ Command commandFor(const ActionCommand& command) {
                    .arg(action->name(), command.firstOption, second->name(), command.secondOption);
     }
     result.description =
-        QStringLiteral("Runs %1\nover each file (or each audio file in a folder), in place unless told "
-                       "otherwise,\nand prints the paths of the files produced, one a line. In-place changes "
-                       "can be\nundone with 'clipwright undo'.\n")
-            .arg(runs);
+        dynamic_cast<TWHandOnAction*>(action.get())
+            ? QStringLiteral("Runs %1 over the files (or the audio files in a folder),\nwhich it only "
+                             "reads, and prints their paths, one a line.\n")
+                  .arg(runs)
+            : QStringLiteral("Runs %1\nover each file (or each audio file in a folder), in place unless told "
+                             "otherwise,\nand prints the paths of the files produced, one a line. In-place "
+                             "changes can be\nundone with 'clipwright undo'.\n")
+                  .arg(runs);
     result.options = actionOptions(command);
     result.notes =
         command.examples + (command.examples.isEmpty() ? "" : "\n") +
