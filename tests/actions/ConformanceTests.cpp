@@ -6,7 +6,10 @@
 #include "EngineTestSupport.h"
 #include "ShapeProbes.h"
 
+#include "TestServers.h"
+
 #include "engine/TWWorkflowFile.h"
+#include "platform/TWPreferences.h"
 #include "shell/cli/TWActionCommands.h"
 
 using namespace EngineTest;
@@ -16,12 +19,37 @@ namespace {
 class Conformance : public Fixture, public ::testing::WithParamInterface<QString> {
 protected:
     QTemporaryDir m_given;
+    QTemporaryDir m_served;
+    std::unique_ptr<TestServer> m_server;
 
     std::unique_ptr<TWAction> make() const { return TWActionRegistry::make(GetParam()); }
 
+    void TearDown() override {
+        for (const char* key : {"WebDAV Server", "WebDAV User", "WebDAV Password"})
+            TWPreferences::shared().removeValue(key);
+        Fixture::TearDown();
+    }
+
+    // An action that sends files gets a server of its own on this machine, and the account as FTP's keys
+    // and as the WebDAV preferences (each reads its own).
+    void serve(QVariantMap& instructions) {
+        const bool ftp = GetParam() == u"TWActionSendFTP";
+        if (!ftp && GetParam() != u"TWActionSendiDisk") return;
+        if (!m_server)
+            m_server = std::make_unique<TestServer>(ftp ? TestServer::Kind::Ftp : TestServer::Kind::WebDAV,
+                                                    m_served.path(), "user", "password");
+        ASSERT_TRUE(m_server->isRunning());
+        const QVariantMap account{
+            {"server", m_server->address()}, {"username", "user"}, {"password", "password"}};
+        instructions.insert(account);
+        TWPreferences::shared().setValue("WebDAV Server", "http://" + m_server->address());
+        TWPreferences::shared().setValue("WebDAV User", "user");
+        TWPreferences::shared().setValue("WebDAV Password", "password");
+    }
+
     // A new action's own instructions, in place where it may go there, for the entries named by paths.
     // Numbers the user must give (a stretch's start and end) are 0.1, 0.2, ...: in the file, in order.
-    QVariantMap defaults(const QList<TWFileEntryPtr>& entries) const {
+    QVariantMap defaults(const QList<TWFileEntryPtr>& entries) {
         const std::unique_ptr<TWAction> action = make();
         QVariantMap instructions = action->instructions();
         double given = 0.1;
@@ -39,6 +67,7 @@ protected:
                 (void)QFile(m_given.filePath("given")).open(QIODevice::WriteOnly);
                 instructions.insert(key.name, m_given.filePath("given"));
             }
+        serve(instructions);
         instructions.insert("source", TWSource::Paths);
         QStringList paths;
         for (const TWFileEntryPtr& entry : entries)

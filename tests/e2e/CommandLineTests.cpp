@@ -165,7 +165,7 @@ TEST(CommandLine, ErrorsAreOneReadableLineAndChangeNothing) {
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("does not exist")) << result.err.toStdString();
 
-    result = runner.run({"send-idisk", file});
+    result = runner.run({"compress", file});
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("not available")) << result.err.toStdString();
 
