@@ -4,6 +4,13 @@
 
 #include "model/TWFileEntry.h"
 
+#include "lx/LXAudioFile.h"
+
+QStringList TWHandOnAction::filesOf(const TWFileEntry& entry) {
+    const auto file = LXAudioFile::open(entry.path());
+    return file ? (*file)->paths() : QStringList{entry.path()};
+}
+
 TWOutcome TWHandOnAction::handOnEntry(const TWFileEntryPtr&, const QVariantMap&) {
     return TWOutcome::success();
 }

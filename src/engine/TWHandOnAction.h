@@ -20,6 +20,8 @@ protected:
     virtual TWOutcome handOnEntries(const QList<TWFileEntryPtr>& entries, const QVariantMap& instructions);
     // The run under way, from the first hook to postProcess.
     TWActionRun& run() const { return *m_run; }
+    // The files an entry stands for: every member of a split set ("take.L", "take.R"), else its path.
+    static QStringList filesOf(const TWFileEntry& entry);
 
 private:
     TWActionRun* m_run = nullptr;

@@ -56,6 +56,13 @@ protected:
         return cli.run(QStringList{"send-idisk", "--path", folder} + files);
     }
 
+    // A split set ("take.L", "take.R"): its entry is "take.L", and it goes whole.
+    QString makeSplit() const {
+        EXPECT_TRUE(TestAudio::write(path("take"),
+                                     {.rate = 8000, .channels = 2, .frames = 800, .interleaved = false}));
+        return path("take.L");
+    }
+
 private:
     int m_made = 0;
 };
@@ -67,17 +74,18 @@ TEST_F(DeliveryCommands, UploadsLandWholeInNestedFoldersWhateverTheirNames) {
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("set the preferences \"WebDAV Server\"")) << result.err.toStdString();
 
+    const QString split = makeSplit();
     for (const TestServer::Kind kind : {TestServer::Kind::Ftp, TestServer::Kind::WebDAV}) {
         QTemporaryDir root;
         const TestServer server(kind, root.path(), kUser, kPassword);
         ASSERT_TRUE(server.isRunning());
         const QStringList files = {make(kNames[0]), make(kNames[1])};
         // The same folder with and without its slashes.
-        result = send(server, "/a b/ñ #1/", {files[0]});
+        result = send(server, "/a b/ñ #1/", {files[0], split});
         ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
-        EXPECT_EQ(result.lines(), QStringList{files[0]}); // the file handed on, as it was
+        EXPECT_EQ(result.lines(), (QStringList{files[0], split})); // the files handed on, as they were
         ASSERT_EQ(send(server, "a b/ñ #1", {files[1]}).exitCode, 0);
-        for (const QString& file : files)
+        for (const QString& file : files + QStringList{split, path("take.R")})
             EXPECT_EQ(readBytes(root.filePath("a b/ñ #1/" + QFileInfo(file).fileName())), readBytes(file));
 
         result = send(server, "elsewhere", files, "Wrong-Pw-1");
@@ -126,7 +134,7 @@ TEST_F(DeliveryCommands, AServerThatGoesAwayFailsTheFileAndNoPasswordIsShown) {
 }
 
 TEST_F(DeliveryCommands, ArchivesHoldEveryFileAndNeverReplaceOne) {
-    const QStringList files = {make(kNames[0]), make(kNames[1])};
+    const QStringList files = {make(kNames[0]), make(kNames[1]), makeSplit()};
     auto result = cli.run(QStringList{"create-archive"} + files);
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
     EXPECT_EQ(result.lines(), files);
@@ -137,7 +145,7 @@ TEST_F(DeliveryCommands, ArchivesHoldEveryFileAndNeverReplaceOne) {
     EXPECT_EQ(status, 0);
     TestAudio::runTool("unzip", {"-q", path("Archive.zip"), "-d", path("unzipped")}, &status);
     EXPECT_EQ(status, 0);
-    for (const QString& file : files) // stored under its full path, without the leading "/"
+    for (const QString& file : files + QStringList{path("take.R")}) // under its full path, less the "/"
         EXPECT_EQ(readBytes(path("unzipped") + file), readBytes(file)) << file.toStdString();
 
     // Archive and Archive_01 are taken: the next is Archive_02, and neither of the others changes.

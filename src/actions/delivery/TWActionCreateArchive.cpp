@@ -51,7 +51,7 @@ protected:
         // -MM: a file that cannot be read fails the archive rather than being left out of it.
         QStringList arguments{QStringLiteral("-q"), QStringLiteral("-MM"), made};
         for (const TWFileEntryPtr& entry : entries)
-            arguments.append(entry->path());
+            arguments.append(filesOf(*entry));
 
         QProcess zipper;
         zipper.start(zip, arguments);

@@ -161,8 +161,7 @@ LXStatus TWUploader::makeFolders(const QString& path) {
     return {};
 }
 
-LXStatus TWUploader::put(TWFileEntry& entry) {
-    const QString path = entry.path();
+LXStatus TWUploader::put(TWFileEntry& entry, const QString& path) {
     if (m_target.makeFolders) LX_TRY(makeFolders(path));
     if (const int32_t code = entry.update(0); code != LXContinue)
         return LXProgressError::errorWithCode(code, QStringLiteral("Sending"));
@@ -205,5 +204,7 @@ TWOutcome TWUploadAction::preProcessWithEntries(const QList<TWFileEntryPtr>&,
 }
 
 TWOutcome TWUploadAction::handOnEntry(const TWFileEntryPtr& entry, const QVariantMap&) {
-    return m_uploader->put(*entry);
+    for (const QString& path : filesOf(*entry))
+        LX_TRY(m_uploader->put(*entry, path));
+    return TWOutcome::success();
 }

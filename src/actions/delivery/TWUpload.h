@@ -33,10 +33,10 @@ public:
     TWUploader(const TWUploader&) = delete;
     TWUploader& operator=(const TWUploader&) = delete;
 
-    // Sends the entry's file into the target folder under its own name: ftp:// stores it (making missing
-    // folders), http(s):// PUTs it. The file is read in 16 KB blocks, never written; the entry shows the
-    // share sent, and its stop code ends the transfer (a stopped or cancelled error).
-    LXStatus put(TWFileEntry& entry);
+    // Sends the file at path (of the entry) into the target folder under its own name: ftp:// stores it
+    // (making missing folders), http(s):// PUTs it. The file is read in 16 KB blocks, never written; the
+    // entry shows the share sent, and its stop code ends the transfer (a stopped or cancelled error).
+    LXStatus put(TWFileEntry& entry, const QString& path);
 
     // "host:port", as errors name the server.
     static QString serverOf(const QString& url);
