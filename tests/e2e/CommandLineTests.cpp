@@ -165,10 +165,6 @@ TEST(CommandLine, ErrorsAreOneReadableLineAndChangeNothing) {
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_TRUE(result.err.contains("does not exist")) << result.err.toStdString();
 
-    result = runner.run({"compress", file});
-    EXPECT_EQ(result.exitCode, 8);
-    EXPECT_TRUE(result.err.contains("not available")) << result.err.toStdString();
-
     result = runner.run(
         {"change-gain", "--level", "-3", "--directory", QDir(runner.work()).filePath("nowhere"), file});
     EXPECT_EQ(result.exitCode, 8);
