@@ -141,3 +141,20 @@ LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to,
     }
     return {};
 }
+
+LXStatus LXEncode(LXAudioFile& file, LXEncoder& encoder) {
+    std::vector<float> block(size_t(kBlockFrames * file.numberOfChannels()));
+    LXProgressDelegate* delegate = file.progressDelegate();
+    if (delegate) delegate->reset();
+    const int64_t total = file.frames();
+    for (int64_t done = 0; done < total;) {
+        const int64_t n = std::min(kBlockFrames, total - done);
+        const auto got = file.readFrames(done, n, block.data());
+        if (!got) return got.error();
+        LX_TRY(encoder.encode(block.data(), *got));
+        if (*got < n) break; // the stream ended before its header said
+        done += n;
+        LX_TRY(ask(delegate, done, total, QStringLiteral("Exporting")));
+    }
+    return encoder.finish();
+}

@@ -12,6 +12,16 @@ class LXKernel;
 class LXStreamKernel;
 class LXMeter;
 
+// What LXEncode hands a file's audio to: an encoder that writes a file of a format of its own.
+class LXEncoder {
+public:
+    virtual ~LXEncoder() = default;
+    // Blocks of interleaved float frames of the file's channels, in file order.
+    virtual LXStatus encode(const float* interleaved, int64_t frames) = 0;
+    // After the last block: what the encoder still holds, and the file's closing structures.
+    virtual LXStatus finish() = 0;
+};
+
 enum class LXDirection {
     Forward,
     Backward, // blocks from the end towards the start; the kernel sees each block once, last block first
@@ -48,3 +58,7 @@ LXStatus LXProcess(LXAudioFile& file, LXStreamKernel& kernel, LXAudioFileWriter&
 // The same loop for a measurement: frames [from, to) of the file (clamped to its length), float blocks,
 // the given channels handed to the meter. Fails as LXProcess does.
 LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to, const LXChannelSet& channels);
+
+// The same loop for an encoder: the whole file, forwards, in float blocks, then finish. Fails as LXProcess
+// does, or with the encoder's error; the encoder is then left unfinished, for the caller to discard.
+LXStatus LXEncode(LXAudioFile& file, LXEncoder& encoder);
