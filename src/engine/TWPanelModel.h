@@ -20,6 +20,7 @@ struct TWControl {
     int decimals = 0;                // digits after the point a field or label shows
     QString unit;                    // shown after the value ("dB")
     QList<TWChoice> choices;         // the items of a pop-up, radio group or segmented control
+    bool enabled = true;             // false: shown greyed, the user cannot change it while other keys say so
 };
 
 // An action's panel without widgets: its controls, the keys they drive, and the action's rules for a
