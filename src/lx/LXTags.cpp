@@ -7,6 +7,7 @@
 #include <taglib/flacfile.h>
 #include <taglib/id3v2framefactory.h>
 #include <taglib/id3v2tag.h>
+#include <taglib/mp4file.h>
 #include <taglib/mpegfile.h>
 #include <taglib/opusfile.h>
 #include <taglib/tfilestream.h>
@@ -16,6 +17,7 @@
 #include <taglib/xiphcomment.h>
 
 #include <algorithm>
+#include <cmath>
 #include <array>
 #include <memory>
 
@@ -325,6 +327,29 @@ LXStatus copy(const QString& sourcePath, uint32_t sourceFormat, const LXMetadata
         return LXError(LXErrWriteFailed,
                        QStringLiteral("cannot write its tags into the new file (%1)").arg(targetPath),
                        sourcePath);
+    return {};
+}
+
+LXStatus writeMP4(const QString& path, const LXMetadata& metadata, const QString& source) {
+    PropertyMap properties;
+    for (const KeyPair& pair : kKeys) {
+        const QString key = QString::fromLatin1(pair.key);
+        if (!metadata.contains(key)) continue;
+        const QVariant value = metadata.value(key);
+        const QString text = key == QLatin1String("tempo") ? QString::number(std::lround(value.toDouble()))
+                                                           : tagText(pair, value);
+        if (!text.isEmpty()) properties.replace(pair.properties.front(), StringList(toTagLib(text)));
+    }
+    if (properties.isEmpty()) return {};
+    FileStream stream(QFile::encodeName(path).constData());
+    MP4::File file(&stream, false);
+    if (!file.isValid() || !stream.isOpen())
+        return LXError(LXErrWriteFailed, QStringLiteral("cannot open the new file (%1) to tag it").arg(path),
+                       source);
+    file.setProperties(properties);
+    if (!file.save())
+        return LXError(LXErrWriteFailed, QStringLiteral("cannot write tags into the new file (%1)").arg(path),
+                       source);
     return {};
 }
 

@@ -34,4 +34,9 @@ void readInto(const QString& path, uint32_t format, LXMetadata& metadata);
 LXStatus copy(const QString& sourcePath, uint32_t sourceFormat, const LXMetadata& sourceMetadata,
               const QString& targetPath, uint32_t targetFormat, const LXMetadata& targetMetadata);
 
+// Writes the keys above that metadata holds as the tags (iTunes items) of the MPEG-4 audio file at path,
+// which an encoder has just made; a tempo is stored as a whole number of BPM, as the atom holds one.
+// Errors name source, the file the tags come from.
+LXStatus writeMP4(const QString& path, const LXMetadata& metadata, const QString& source);
+
 } // namespace LXTags

@@ -110,6 +110,10 @@ const QList<ActionCommand>& actionCommands() {
             "\"WebDAV User\" and \"WebDAV Password\" in ~/.config/Clipwright/Clipwright.plist.\n");
         one("export-as-mp3", "TWActionExportMP3");
         one("export-as-aac", "TWActionExportAAC");
+        commands.last().examples =
+            QStringLiteral("The bit rate is in bit/s: give --bitRate 128000 for 128 kbit/s. The default, 128,\n"
+                           "is 128 bit/s, for which the encoder makes its smallest, muffled files. Example:\n"
+                           "  clipwright export-as-aac --bitRate 128000 takes/    (take.m4a beside take.wav)\n");
         one("export-as-ogg-vorbis", "TWActionExportOggVorbis");
         one("export-as-vox", "TWActionExportVox");
         one("export-as-flac", "TWActionExportFLAC");
