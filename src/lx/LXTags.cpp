@@ -17,8 +17,8 @@
 #include <taglib/xiphcomment.h>
 
 #include <algorithm>
-#include <cmath>
 #include <array>
+#include <cmath>
 #include <memory>
 
 using namespace TagLib;

@@ -4,8 +4,8 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <fcntl.h>
 
 namespace {
