@@ -18,6 +18,7 @@ enum LXMetadataCategory : uint32_t {
     LXMetadataAnalysis = 1u << 8,  // measured levels and loudness
     LXMetadataMIDI = 1u << 9,      // base note, detune, key and velocity ranges, gain
     LXMetadataMusical = 1u << 10,  // tempo, beats, time signature, key, scale, playback
+    LXMetadataVorbisComment = 1u << 13, // the text fields a Vorbis comment has a name for (with their own)
     LXMetadataTextFields = 0x7ffff07f,
 };
 
@@ -51,6 +52,11 @@ public:
     // The titles of the keys in any of the categories of the mask, in the table's order.
     static QStringList titlesForCategoryMask(uint32_t mask);
     static uint32_t categoryOfKey(const QString& key); // 0 for a key without a title
+    // The keys in any of the categories of the mask, in the table's order.
+    static QStringList keysForCategoryMask(uint32_t mask);
+    // The name of the Vorbis comment that holds the key ("DATE" for "year"), upper case as players
+    // expect it; empty for a key outside LXMetadataVorbisComment.
+    static QString oggVorbisFormatKeyForKey(const QString& key);
     // The name of the workspace formatter (TWFormatters::formatterNamed) that shows the key's values, or
     // empty when they are shown as stored.
     static QString formatterSelectorForKey(const QString& key);

@@ -1,5 +1,8 @@
 #include "lx/LXMetadata.h"
 
+#include <string_view>
+#include <utility>
+
 namespace {
 
 struct Field {
@@ -92,6 +95,25 @@ constexpr Field kFields[] = {
     {"nominalBitRate", "Nominal Bit Rate", LXMetadataArchival, nullptr},
 };
 
+// The text fields Vorbis comments hold, under the names TagLib, FFmpeg and the Xiph recommendations use.
+// The broadcast description is left out: readers take DESCRIPTION for the comments.
+constexpr std::pair<const char*, const char*> kVorbisNames[] = {
+    {"title", "TITLE"},         {"artist", "ARTIST"},       {"album", "ALBUM"},
+    {"trackNumber", "TRACKNUMBER"}, {"year", "DATE"},       {"genre", "GENRE"},
+    {"composer", "COMPOSER"},   {"lyricist", "LYRICIST"},   {"originalArtist", "ORIGINALARTIST"},
+    {"copyright", "COPYRIGHT"}, {"comments", "COMMENT"},
+};
+
+const char* vorbisNameOf(const char* key) {
+    for (const auto& [field, name] : kVorbisNames)
+        if (std::string_view(field) == key) return name;
+    return nullptr;
+}
+
+uint32_t categoryOf(const Field& field) {
+    return field.category | (vorbisNameOf(field.key) ? LXMetadataVorbisComment : 0u);
+}
+
 const Field* fieldOfKey(const QString& key) {
     for (const Field& field : kFields)
         if (key == QLatin1String(field.key)) return &field;
@@ -114,13 +136,26 @@ QString LXMetadata::titleForKey(const QString& key) {
 QStringList LXMetadata::titlesForCategoryMask(uint32_t mask) {
     QStringList titles;
     for (const Field& field : kFields)
-        if (field.category & mask) titles.append(QLatin1String(field.title));
+        if (categoryOf(field) & mask) titles.append(QLatin1String(field.title));
     return titles;
+}
+
+QStringList LXMetadata::keysForCategoryMask(uint32_t mask) {
+    QStringList keys;
+    for (const Field& field : kFields)
+        if (categoryOf(field) & mask) keys.append(QLatin1String(field.key));
+    return keys;
 }
 
 uint32_t LXMetadata::categoryOfKey(const QString& key) {
     const Field* field = fieldOfKey(key);
-    return field ? field->category : 0;
+    return field ? categoryOf(*field) : 0;
+}
+
+QString LXMetadata::oggVorbisFormatKeyForKey(const QString& key) {
+    const Field* field = fieldOfKey(key);
+    const char* name = field ? vorbisNameOf(field->key) : nullptr;
+    return name ? QString::fromLatin1(name) : QString();
 }
 
 QString LXMetadata::formatterSelectorForKey(const QString& key) {

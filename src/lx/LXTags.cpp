@@ -248,6 +248,20 @@ template <typename Tag> void applyChanges(Tag& tag, const LXMetadata& before, co
     if (changed) tag.setProperties(properties);
 }
 
+// Adds the keys of metadata whose property the tag lacks; whether it added any.
+template <typename Tag> bool addMissingTo(Tag& tag, const LXMetadata& metadata) {
+    PropertyMap properties = tag.properties();
+    bool added = false;
+    for (const KeyPair& pair : kKeys) {
+        const QString text = tagText(pair, metadata.value(QString::fromLatin1(pair.key)));
+        if (text.isEmpty() || properties.contains(nameIn(properties, pair))) continue;
+        properties.insert(pair.properties.front(), StringList(toTagLib(text)));
+        added = true;
+    }
+    if (added) tag.setProperties(properties);
+    return added;
+}
+
 bool hasId3Chunk(const LXAnnotations& annotations) {
     return std::any_of(
         annotations.unknownChunks.cbegin(), annotations.unknownChunks.cend(),
@@ -350,6 +364,26 @@ LXStatus writeMP4(const QString& path, const LXMetadata& metadata, const QString
     if (!file.save())
         return LXError(LXErrWriteFailed, QStringLiteral("cannot write tags into the new file (%1)").arg(path),
                        source);
+    return {};
+}
+
+LXStatus addMissing(const QString& path, uint32_t format, const LXMetadata& metadata) {
+    const Kind kind = kindOf(format);
+    if (kind == Kind::None || metadata.isEmpty()) return {};
+    TaggedFile file(path, format, TaggedFile::Access::ReadWrite);
+    if (!file.isValid())
+        return LXError(LXErrWriteFailed, QStringLiteral("cannot open the file to write its tags"), path);
+    ID3v2::Version version = ID3v2::v4;
+    bool added = false;
+    if (kind == Kind::ID3v2) {
+        ID3v2::Tag* tag = file.id3v2(true);
+        if (tag->header()->majorVersion() == 3) version = ID3v2::v3; // kept as the encoder wrote it
+        added = addMissingTo(*tag, metadata);
+    } else {
+        added = addMissingTo(*file.xiph(true), metadata);
+    }
+    if (added && !file.save(version))
+        return LXError(LXErrWriteFailed, QStringLiteral("cannot write its tags"), path);
     return {};
 }
 

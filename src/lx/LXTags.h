@@ -39,4 +39,9 @@ LXStatus copy(const QString& sourcePath, uint32_t sourceFormat, const LXMetadata
 // Errors name source, the file the tags come from.
 LXStatus writeMP4(const QString& path, const LXMetadata& metadata, const QString& source);
 
+// Writes into the tags of a file of this format (the ID3v2 tag of an MP3 file, the Vorbis comment of a
+// FLAC or Ogg file) each of the keys above that metadata holds and the tags lack, under the tag's usual
+// name; what the tags hold already stays as it is. The file is saved only when something was added.
+LXStatus addMissing(const QString& path, uint32_t format, const LXMetadata& metadata);
+
 } // namespace LXTags
