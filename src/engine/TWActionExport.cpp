@@ -1,6 +1,7 @@
 #include "engine/TWActionExport.h"
 
 #include "engine/TWActionRun.h"
+#include "engine/TWEngineContext.h"
 #include "engine/TWFileOutputs.h"
 
 #include "model/TWFileEntry.h"
@@ -8,6 +9,8 @@
 #include "lx/LXAudioFilename.h"
 #include "lx/LXFile.h"
 #include "lx/LXTemporaryFile.h"
+
+#include "platform/TWInteraction.h"
 
 #include <QFileInfo>
 
@@ -21,13 +24,15 @@ class TWExportOutputs : public TWFileOutputs {
 public:
     TWExportOutputs(TWActionRun& run, TWActionExport& action) : m_run(run), m_action(action) {}
 
-    TWMade make(LXAudioFile& file, TWFileEntry& entry, TWBusyEntry& busy, int, TWFileReport&) override {
+    TWMade make(LXAudioFile& file, TWFileEntry& entry, TWBusyEntry& busy, int, TWFileReport& report) override {
         if (m_run.options().dryRun) return {}; // the encoders write files of their own: nothing to measure
         auto temporary = LXCreateTemporaryFile(m_run.folderFor(entry), nameFor(entry));
         if (!temporary) return {temporary.error(), nullptr};
         auto made = std::make_unique<MadeExport>(std::move(*temporary));
         busy.mark();
         const TWOutcome outcome = m_action.processAudioFileToPath(file, entry, m_run.instructions(), made->path());
+        if (!outcome.note().isEmpty()) report.note = outcome.note();
+        if (!outcome.lost().isEmpty()) report.lost = outcome.lost();
         if (outcome.kind() == TWOutcome::Kind::Unchanged || !outcome.goesOn()) return {outcome, nullptr};
         return {outcome, std::move(made)};
     }
@@ -94,6 +99,11 @@ private:
     QStringList m_written;
 };
 
+TWInteraction& TWActionExport::interaction() const {
+    return m_interaction ? *m_interaction : TWInteraction::current();
+}
+
 std::unique_ptr<TWFileOutputs> TWActionExport::makeOutputs(TWActionRun& run) {
+    m_interaction = &run.context().interaction;
     return std::make_unique<TWExportOutputs>(run, *this);
 }

@@ -2,6 +2,8 @@
 
 #include "engine/TWAction.h"
 
+class TWInteraction;
+
 // The base of actions that write files of a format of their own (encoders): the per-file loop with its
 // outputs written by the action to a path. Each file is written under a hidden temporary name in its
 // destination folder and takes its final name only when it is complete, so a stop, a cancel or a crash
@@ -18,8 +20,12 @@ protected:
     // exports never use, so that overriding it hides nothing.
     virtual TWOutcome processAudioFileToPath(LXAudioFile& file, TWFileEntry& entry,
                                              const QVariantMap& instructions, const QString& path);
+    // Where a hook asks the user something during a run (an encoder that is not installed).
+    TWInteraction& interaction() const;
 
 private:
     friend class TWExportOutputs;
     std::unique_ptr<TWFileOutputs> makeOutputs(TWActionRun& run) override;
+
+    TWInteraction* m_interaction = nullptr; // the running run's
 };
