@@ -1,4 +1,4 @@
-// The export panels: the AAC rates offered in bit/s, and the Vox extension box that follows the header box.
+// The export panels, driven headless as the window drives them.
 
 #include "PanelTestSupport.h"
 
@@ -20,4 +20,16 @@ TEST(ExportPanels, AacOffersWholeBitRatesAndVoxNamesOnlyHeadedFilesWav) {
     vox.set(TWControlKind::CheckBox, "addWAVEHeader", false); // the box is cleared with the header
     EXPECT_EQ(vox.value(TWControlKind::CheckBox, "useWAVExtension"), QVariant(false));
     EXPECT_FALSE(vox.model.control(extension).enabled);
+}
+
+// The MP3 quality slider runs from the fastest encoding to the best: it shows 9 minus the encoder's
+// quality, and gives whole steps.
+TEST(ExportPanels, TheMP3QualitySliderShowsTheEncodersScaleTurnedAround) {
+    Panel mp3("TWActionExportMP3");
+    EXPECT_EQ(mp3.value(TWControlKind::Slider, "quality").toInt(), 7);
+    mp3.set(TWControlKind::Slider, "quality", 9);
+    EXPECT_EQ(mp3.instruction("quality").toInt(), 0);
+    mp3.set(TWControlKind::Slider, "quality", 2.6);
+    EXPECT_EQ(mp3.instruction("quality").toInt(), 6);
+    EXPECT_EQ(mp3.value(TWControlKind::Slider, "quality").toInt(), 3);
 }

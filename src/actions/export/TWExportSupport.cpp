@@ -1,0 +1,23 @@
+#include "TWExportSupport.h"
+
+#include <QFile>
+
+LXResult<TWExportStream> TWExportStream::open(const QString& path) {
+    std::unique_ptr<FILE, Closer> stream(std::fopen(QFile::encodeName(path).constData(), "w+b"));
+    if (!stream) return LXFileError::fromErrno(QStringLiteral("cannot create the exported file"), path);
+    return TWExportStream(std::move(stream), path);
+}
+
+LXStatus TWExportStream::write(const void* data, size_t size) {
+    if (size > 0 && std::fwrite(data, 1, size, m_stream.get()) != size)
+        return LXFileError::fromErrno(QStringLiteral("cannot write the exported file"), m_path);
+    return {};
+}
+
+LXStatus TWExportStream::close() {
+    FILE* stream = m_stream.release();
+    const bool failed = std::ferror(stream) != 0;
+    if (std::fclose(stream) != 0 || failed)
+        return LXFileError::fromErrno(QStringLiteral("cannot write the exported file"), m_path);
+    return {};
+}
