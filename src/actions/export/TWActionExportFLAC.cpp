@@ -43,13 +43,10 @@ using Metadata = std::unique_ptr<FLAC__StreamMetadata, MetadataDeleter>;
 // every ten seconds, and padding that lets tags grow later without rewriting the file.
 std::array<Metadata, 3> metadataBlocks(const LXAudioFile& file) {
     Metadata comment(FLAC__metadata_object_new(FLAC__METADATA_TYPE_VORBIS_COMMENT));
-    const LXMetadata& metadata = file.metadata();
-    for (const QString& key : LXMetadata::keysForCategoryMask(LXMetadataVorbisComment)) {
+    for (const auto& [name, value] : TWVorbisComments(file.metadata())) {
         FLAC__StreamMetadata_VorbisComment_Entry entry;
-        if (metadata.contains(key) &&
-            FLAC__metadata_object_vorbiscomment_entry_from_name_value_pair(
-                &entry, LXMetadata::oggVorbisFormatKeyForKey(key).toUtf8().constData(),
-                metadata.string(key).toUtf8().constData()))
+        if (FLAC__metadata_object_vorbiscomment_entry_from_name_value_pair(&entry, name.constData(),
+                                                                           value.constData()))
             FLAC__metadata_object_vorbiscomment_append_comment(comment.get(), entry, false);
     }
     Metadata seekTable(FLAC__metadata_object_new(FLAC__METADATA_TYPE_SEEKTABLE));

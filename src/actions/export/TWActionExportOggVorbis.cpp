@@ -83,12 +83,8 @@ protected:
                                "results from a file with a non-standard sample rate. Convert the sample "
                                "rate of the file and try again."),
                 file.path());
-        const LXMetadata& metadata = file.metadata();
-        for (const QString& key : LXMetadata::keysForCategoryMask(LXMetadataVorbisComment))
-            if (metadata.contains(key))
-                vorbis_comment_add_tag(&vorbis.comment,
-                                       LXMetadata::oggVorbisFormatKeyForKey(key).toUtf8().constData(),
-                                       metadata.string(key).toUtf8().constData());
+        for (const auto& [name, value] : TWVorbisComments(file.metadata()))
+            vorbis_comment_add_tag(&vorbis.comment, name.constData(), value.constData());
         vorbis_analysis_init(&vorbis.dsp, &vorbis.info);
         vorbis_block_init(&vorbis.dsp, &vorbis.block);
         vorbis.analysing = true;
@@ -140,7 +136,7 @@ protected:
             LX_TRY(writePage());
         LX_TRY(out->close());
         // The tempo and key the source states, under the names TagLib gives them.
-        return LXTags::addMissing(path, LXFormat::Ogg, metadata);
+        return LXTags::addMissing(path, LXFormat::Ogg, file.metadata());
     }
 };
 

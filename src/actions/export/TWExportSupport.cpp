@@ -2,6 +2,15 @@
 
 #include <QFile>
 
+QList<std::pair<QByteArray, QByteArray>> TWVorbisComments(const LXMetadata& metadata) {
+    QList<std::pair<QByteArray, QByteArray>> comments;
+    for (const QString& key : LXMetadata::keysForCategoryMask(LXMetadataVorbisComment))
+        if (metadata.contains(key))
+            comments.append(
+                {LXMetadata::oggVorbisFormatKeyForKey(key).toUtf8(), metadata.string(key).toUtf8()});
+    return comments;
+}
+
 LXResult<TWExportStream> TWExportStream::open(const QString& path) {
     std::unique_ptr<FILE, Closer> stream(std::fopen(QFile::encodeName(path).constData(), "w+b"));
     if (!stream) return LXFileError::fromErrno(QStringLiteral("cannot create the exported file"), path);

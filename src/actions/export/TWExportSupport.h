@@ -1,16 +1,20 @@
 #pragma once
 
-// What the encoders share: the source handed over in blocks with progress, and the output stream.
+// What the encoders share: the source handed over in blocks with progress, the text fields as Vorbis
+// comments, and the output stream.
 
 #include "engine/TWOutcome.h"
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXResult.h"
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 #include <vector>
 
 // Hands the whole file to encode(const float* interleaved, int64_t frames) -> LXStatus in blocks of at
@@ -35,6 +39,9 @@ template <typename Encode> TWOutcome TWEncodeBlocks(LXAudioFile& file, int64_t b
         if (*got < blockFrames) return TWOutcome::success();
     }
 }
+
+// The Vorbis comments of the file's text fields, as (name, value) pairs in UTF-8.
+QList<std::pair<QByteArray, QByteArray>> TWVorbisComments(const LXMetadata& metadata);
 
 // An encoder's output file, opened for reading too (an encoder may go back to complete its header) and
 // closed when dropped. Every failure names the file and the system's reason.
