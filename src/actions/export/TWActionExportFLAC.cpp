@@ -105,17 +105,26 @@ protected:
                                .arg(QString::fromLatin1(FLAC__StreamEncoderInitStatusString[status])),
                            file.path());
 
-        // The readers give an integer v of n bits (n up to 24) as exactly v / 2^(n-1): scaled back, the
-        // samples are those integers, bit for bit. Floats are rounded half away from zero and clipped.
+        // The readers give an integer v of n bits (n up to 24) as exactly v / 2^(n-1): scaled back in
+        // single precision, the samples are those integers, bit for bit, and a plain conversion keeps
+        // them. Floats are rounded half away from zero and clipped, in double precision, where adding
+        // the half cannot carry past the largest integer.
+        const bool integral = !file.isFloat() && file.depth() <= 24;
         const double scale = std::ldexp(1.0, depth - 1);
         const double lowest = -scale, highest = scale - 1;
         std::vector<FLAC__int32> integers(size_t(kBlockFrames) * size_t(channels));
         TWOutcome outcome =
             TWEncodeBlocks(file, kBlockFrames, [&](const float* block, int64_t frames) -> LXStatus {
                 const size_t samples = size_t(frames) * size_t(channels);
-                for (size_t i = 0; i < samples; ++i) {
-                    const double value = std::clamp(double(block[i]) * scale, lowest, highest);
-                    integers[i] = FLAC__int32(value + (value < 0 ? -0.5 : 0.5));
+                if (integral) {
+                    const float exact = float(scale);
+                    for (size_t i = 0; i < samples; ++i)
+                        integers[i] = FLAC__int32(block[i] * exact);
+                } else {
+                    for (size_t i = 0; i < samples; ++i) {
+                        const double value = std::clamp(double(block[i]) * scale, lowest, highest);
+                        integers[i] = FLAC__int32(value + (value < 0 ? -0.5 : 0.5));
+                    }
                 }
                 if (!FLAC__stream_encoder_process_interleaved(flac, integers.data(), unsigned(frames)))
                     return encoderError(flac, file.path());
@@ -126,8 +135,7 @@ protected:
         if (!outcome.goesOn()) return outcome;
         if (!finished) return encoderError(flac, file.path());
         LX_TRY(LXTags::addMissing(path, LXFormat::FLAC, file.metadata()));
-        if (file.isFloat() || file.depth() > 24)
-            outcome = outcome.withLoss(QStringLiteral("precision beyond 24 bits"));
+        if (!integral) outcome = outcome.withLoss(QStringLiteral("precision beyond 24 bits"));
         return outcome;
     }
 
