@@ -98,10 +98,17 @@ constexpr Field kFields[] = {
 // The text fields Vorbis comments hold, under the names TagLib, FFmpeg and the Xiph recommendations use.
 // The broadcast description is left out: readers take DESCRIPTION for the comments.
 constexpr std::pair<const char*, const char*> kVorbisNames[] = {
-    {"title", "TITLE"},         {"artist", "ARTIST"},       {"album", "ALBUM"},
-    {"trackNumber", "TRACKNUMBER"}, {"year", "DATE"},       {"genre", "GENRE"},
-    {"composer", "COMPOSER"},   {"lyricist", "LYRICIST"},   {"originalArtist", "ORIGINALARTIST"},
-    {"copyright", "COPYRIGHT"}, {"comments", "COMMENT"},
+    {"title", "TITLE"},
+    {"artist", "ARTIST"},
+    {"album", "ALBUM"},
+    {"trackNumber", "TRACKNUMBER"},
+    {"year", "DATE"},
+    {"genre", "GENRE"},
+    {"composer", "COMPOSER"},
+    {"lyricist", "LYRICIST"},
+    {"originalArtist", "ORIGINALARTIST"},
+    {"copyright", "COPYRIGHT"},
+    {"comments", "COMMENT"},
 };
 
 const char* vorbisNameOf(const char* key) {
