@@ -142,19 +142,24 @@ LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to,
     return {};
 }
 
-LXStatus LXEncode(LXAudioFile& file, LXEncoder& encoder) {
-    std::vector<float> block(size_t(kBlockFrames * file.numberOfChannels()));
+LXStatus LXEncodeBlocks(LXAudioFile& file, int64_t blockFrames,
+                        const std::function<LXStatus(const float*, int64_t)>& encode) {
+    std::vector<float> block(size_t(blockFrames) * size_t(file.numberOfChannels()));
     LXProgressDelegate* delegate = file.progressDelegate();
     if (delegate) delegate->reset();
-    const int64_t total = file.frames();
-    for (int64_t done = 0; done < total;) {
-        const int64_t n = std::min(kBlockFrames, total - done);
-        const auto got = file.readFrames(done, n, block.data());
+    const int64_t total = std::max<int64_t>(file.frames(), 1);
+    for (int64_t done = 0;;) {
+        const auto got = file.readFrames(done, blockFrames, block.data());
         if (!got) return got.error();
-        LX_TRY(encoder.encode(block.data(), *got));
-        if (*got < n) break; // the stream ended before its header said
-        done += n;
-        LX_TRY(ask(delegate, done, total, QStringLiteral("Exporting")));
+        if (*got > 0) LX_TRY(encode(block.data(), *got));
+        done += *got;
+        LX_TRY(ask(delegate, std::min(done, total), total, QStringLiteral("Exporting")));
+        if (*got < blockFrames) return {};
     }
+}
+
+LXStatus LXEncode(LXAudioFile& file, LXEncoder& encoder) {
+    LX_TRY(LXEncodeBlocks(file, kBlockFrames,
+                          [&](const float* interleaved, int64_t frames) { return encoder.encode(interleaved, frames); }));
     return encoder.finish();
 }

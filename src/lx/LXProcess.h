@@ -5,6 +5,7 @@
 #include "lx/LXResult.h"
 
 #include <cstdint>
+#include <functional>
 
 class LXAudioFile;
 class LXAudioFileWriter;
@@ -59,6 +60,11 @@ LXStatus LXProcess(LXAudioFile& file, LXStreamKernel& kernel, LXAudioFileWriter&
 // the given channels handed to the meter. Fails as LXProcess does.
 LXStatus LXMeasure(LXAudioFile& file, LXMeter& meter, int64_t from, int64_t to, const LXChannelSet& channels);
 
-// The same loop for an encoder: the whole file, forwards, in float blocks, then finish. Fails as LXProcess
-// does, or with the encoder's error; the encoder is then left unfinished, for the caller to discard.
+// The same loop for an encoder: the whole file, forwards, in float blocks of at most blockFrames frames
+// handed to encode(interleaved, frames), reading until a read comes back short, whatever the header said
+// the length was. Fails as LXProcess does, or with encode's error.
+LXStatus LXEncodeBlocks(LXAudioFile& file, int64_t blockFrames,
+                        const std::function<LXStatus(const float* interleaved, int64_t frames)>& encode);
+// The same for an LXEncoder, then finish; after a failure the encoder is left unfinished, for the caller
+// to discard.
 LXStatus LXEncode(LXAudioFile& file, LXEncoder& encoder);

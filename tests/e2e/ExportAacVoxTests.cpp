@@ -19,7 +19,7 @@
 
 namespace {
 
-class ExportCommands : public testing::Test {
+class AacVoxExports : public testing::Test {
 protected:
     CommandLineRunner cli;
 
@@ -59,19 +59,9 @@ protected:
     }
 };
 
-// Signal to noise of decoded against source, in dB, over the frames both hold.
-double snr(const std::vector<double>& source, const std::vector<double>& decoded) {
-    double signal = 0, noise = 0;
-    for (size_t i = 0; i < std::min(source.size(), decoded.size()); ++i) {
-        signal += source[i] * source[i];
-        noise += (source[i] - decoded[i]) * (source[i] - decoded[i]);
-    }
-    return 10 * std::log10(signal / noise);
-}
-
 } // namespace
 
-TEST_F(ExportCommands, AacDecodesCloseToTheSourceAtItsLengthWithTheSourceTags) {
+TEST_F(AacVoxExports, AacDecodesCloseToTheSourceAtItsLengthWithTheSourceTags) {
     const QString source = makeSource("tones.wav");
     const std::vector<double> original = samples(source);
     // Measured: 32.7 dB at 128 kbit/s, 22.0 dB at 64 kbit/s (ffmpeg's own command gives the same).
@@ -90,7 +80,7 @@ TEST_F(ExportCommands, AacDecodesCloseToTheSourceAtItsLengthWithTheSourceTags) {
         EXPECT_NEAR(rate, bitRate, bitRate * 0.1);
         const std::vector<double> decoded = decodeAac(m4a);
         EXPECT_NEAR(double(decoded.size()), double(original.size()), 2 * 1024);
-        const double measured = snr(original, decoded);
+        const double measured = TestAudio::signalToNoise(original, decoded);
         std::printf("AAC at %d bit/s: SNR %.1f dB\n", bitRate, measured);
         EXPECT_GT(measured, floor);
     }
@@ -111,7 +101,7 @@ TEST_F(ExportCommands, AacDecodesCloseToTheSourceAtItsLengthWithTheSourceTags) {
     EXPECT_TRUE(written.value("TRACK").startsWith("3")) << written.value("TRACK").toStdString();
 }
 
-TEST_F(ExportCommands, AnAacEncoderRefusalFailsTheFileByNameAndLeavesNothing) {
+TEST_F(AacVoxExports, AnAacEncoderRefusalFailsTheFileByNameAndLeavesNothing) {
     ASSERT_TRUE(TestAudio::generateWithSox(path("low.wav"), {"-n", "-r", "4000", "-b", "16", "-c", "1"},
                                            {"synth", "0.5", "sine", "440"}));
     const auto result = exportAs({"export-as-aac", "--bitRate", "64000"}, path("low.wav"));
@@ -121,7 +111,7 @@ TEST_F(ExportCommands, AnAacEncoderRefusalFailsTheFileByNameAndLeavesNothing) {
     EXPECT_EQ(QDir(cli.work()).entryList(QDir::Files | QDir::Hidden), QStringList{"low.wav"});
 }
 
-TEST_F(ExportCommands, VoxIsMuLawAt8000HzOfTheChannelsAverage) {
+TEST_F(AacVoxExports, VoxIsMuLawAt8000HzOfTheChannelsAverage) {
     const QString source = makeSource("tones.wav");
     ASSERT_EQ(exportAs({"export-as-vox"}, source).exitCode, 0);
     const QString vox = path("tones.vox");
@@ -131,7 +121,7 @@ TEST_F(ExportCommands, VoxIsMuLawAt8000HzOfTheChannelsAverage) {
     TestAudio::runTool("sox", {"-t", "ul", "-r", "8000", "-c", "1", vox, path("decoded.wav")}, &code);
     ASSERT_EQ(code, 0);
     ASSERT_TRUE(TestAudio::generateWithSox(path("reference.wav"), {source, "-r", "8000", "-c", "1"}));
-    const double measured = snr(samples(path("reference.wav")), samples(path("decoded.wav")));
+    const double measured = TestAudio::signalToNoise(samples(path("reference.wav")), samples(path("decoded.wav")));
     std::printf("VOX against sox: SNR %.1f dB\n", measured);
     EXPECT_GT(measured, 36.0); // measured 37.9 dB
 

@@ -62,16 +62,6 @@ protected:
     }
 };
 
-// Signal to noise, in dB, of b against a over their common frames.
-double snr(const std::vector<double>& a, const std::vector<double>& b) {
-    double signal = 0, noise = 0;
-    for (size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
-        signal += a[i] * a[i];
-        noise += (a[i] - b[i]) * (a[i] - b[i]);
-    }
-    return 10 * std::log10(signal / std::max(noise, 1e-30));
-}
-
 // Left a sweep, right a steady tone: every band of the encoder at work, and swapped channels would show.
 const QStringList kMusic = {"synth", "3", "sine", "100-8000", "sine", "440", "vol", "0.6"};
 
@@ -106,7 +96,7 @@ TEST_F(ExportCommands, FlacIsBitExactItsLevelFollowsTheQualityAndFloatsBecome24B
     const QString flac = exportFile({"export-as-flac"}, floats, "flac", {}, &err);
     EXPECT_TRUE(err.contains("left behind: precision beyond 24 bits")) << err.toStdString();
     EXPECT_EQ(TestAudio::runTool("soxi", {"-b", flac}).trimmed(), "24");
-    const double rounded = snr(samples(floats), samples(flac));
+    const double rounded = TestAudio::signalToNoise(samples(floats), samples(flac));
     std::printf("[ figures  ] float to 24-bit FLAC: SNR %.2f dB\n", rounded);
     EXPECT_GT(rounded, 135.0);
 }
@@ -123,7 +113,7 @@ TEST_F(ExportCommands, MP3IsExactInLengthCloseToItsSourceAndTagged) {
     EXPECT_EQ(tags.value("COMMENT"), "Encoded with Clipwright");
     const std::vector<double> original = samples(source), back = samples(decoded(mp3));
     EXPECT_EQ(back.size(), original.size());
-    const double mp3Snr = snr(original, back);
+    const double mp3Snr = TestAudio::signalToNoise(original, back);
     std::printf("[ figures  ] MP3 at 160 kbit/s: SNR %.2f dB\n", mp3Snr);
     EXPECT_GT(mp3Snr, 24.0);
 
@@ -167,7 +157,7 @@ TEST_F(ExportCommands, OggVorbisIsValidCloseToItsSourceAndCommented) {
     EXPECT_EQ(status, 0);
     const std::vector<double> original = samples(source), back = samples(decoded(ogg));
     EXPECT_EQ(back.size(), original.size());
-    const double oggSnr = snr(original, back);
+    const double oggSnr = TestAudio::signalToNoise(original, back);
     std::printf("[ figures  ] Ogg Vorbis at quality 0.4: SNR %.2f dB\n", oggSnr);
     EXPECT_GT(oggSnr, 35.0);
 

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
 #include "lx/LXAudioFormat.h"
 #include "lx/LXResult.h"
 
@@ -100,6 +104,17 @@ bool rewriteKeepingTimes(const QString& path, const QString& from);
 
 // Whether a program is on PATH: tests that need one skip with a message when it is missing.
 bool haveTool(const QString& program);
+
+// Signal to noise, in dB, of decoded against source over the samples both hold: how close a lossy
+// encoding comes to its source.
+inline double signalToNoise(const std::vector<double>& source, const std::vector<double>& decoded) {
+    double signal = 0, noise = 0;
+    for (size_t i = 0; i < std::min(source.size(), decoded.size()); ++i) {
+        signal += source[i] * source[i];
+        noise += (source[i] - decoded[i]) * (source[i] - decoded[i]);
+    }
+    return 10 * std::log10(signal / std::max(noise, 1e-30));
+}
 
 // Label positions are seconds: frame n of a file at 44.1 kHz (the rate of the default sound).
 inline double seconds(int64_t frame, double rate = 44100.0) {

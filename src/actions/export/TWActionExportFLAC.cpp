@@ -6,6 +6,7 @@
 #include "engine/TWActionExport.h"
 #include "engine/TWActionRegistry.h"
 
+#include "lx/LXProcess.h"
 #include "lx/LXTags.h"
 
 #include <FLAC/metadata.h>
@@ -114,7 +115,7 @@ protected:
         const double lowest = -scale, highest = scale - 1;
         std::vector<FLAC__int32> integers(size_t(kBlockFrames) * size_t(channels));
         TWOutcome outcome =
-            TWEncodeBlocks(file, kBlockFrames, [&](const float* block, int64_t frames) -> LXStatus {
+            LXEncodeBlocks(file, kBlockFrames, [&](const float* block, int64_t frames) -> LXStatus {
                 const size_t samples = size_t(frames) * size_t(channels);
                 if (integral) {
                     const float exact = float(scale);

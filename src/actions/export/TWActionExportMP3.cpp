@@ -7,6 +7,7 @@
 #include "engine/TWActionRegistry.h"
 
 #include "lx/LXLame.h"
+#include "lx/LXProcess.h"
 #include "lx/LXTags.h"
 
 #include "platform/TWDesktop.h"
@@ -182,7 +183,7 @@ protected:
                                file.path());
             return out->write(mp3.data(), size_t(bytes));
         };
-        TWOutcome outcome = TWEncodeBlocks(file, kBlockFrames, [&](const float* block, int64_t frames) {
+        TWOutcome outcome = LXEncodeBlocks(file, kBlockFrames, [&](const float* block, int64_t frames) {
             // One channel reads as the left and the right alike.
             const int bytes = channels == 1 ? lame->encodeBufferIeeeFloat(flags, block, block, int(frames),
                                                                           mp3.data(), kMP3BufferBytes)

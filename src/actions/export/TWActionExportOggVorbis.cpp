@@ -6,6 +6,7 @@
 #include "engine/TWActionExport.h"
 #include "engine/TWActionRegistry.h"
 
+#include "lx/LXProcess.h"
 #include "lx/LXTags.h"
 
 #include <vorbis/vorbisenc.h>
@@ -129,7 +130,7 @@ protected:
             }
             return {};
         };
-        const TWOutcome outcome = TWEncodeBlocks(file, kBlockFrames, encode);
+        const TWOutcome outcome = LXEncodeBlocks(file, kBlockFrames, encode);
         if (!outcome.goesOn()) return outcome;
         LX_TRY(encode(nullptr, 0));
         while (ogg_stream_flush(&vorbis.stream, &page) != 0) // the last page, marked the end of the stream

@@ -1,9 +1,7 @@
 #pragma once
 
-// What the encoders share: the source handed over in blocks with progress, the text fields as Vorbis
-// comments, and the output stream.
+// What the encoders share: the text fields as Vorbis comments, and the output stream.
 
-#include "engine/TWOutcome.h"
 
 #include "lx/LXAudioFile.h"
 #include "lx/LXResult.h"
@@ -15,30 +13,6 @@
 #include <cstdio>
 #include <memory>
 #include <utility>
-#include <vector>
-
-// Hands the whole file to encode(const float* interleaved, int64_t frames) -> LXStatus in blocks of at
-// most blockFrames frames, reporting progress to the file's delegate after each. Reads until a read
-// comes back short, whatever the header said the length was. Ends at the first failure of a read or of
-// encode, or when the delegate answers anything but go on.
-template <typename Encode> TWOutcome TWEncodeBlocks(LXAudioFile& file, int64_t blockFrames, Encode&& encode) {
-    std::vector<float> block(size_t(blockFrames) * size_t(file.numberOfChannels()));
-    const double total = double(std::max<int64_t>(file.frames(), 1));
-    for (int64_t done = 0;;) {
-        auto got = file.readFrames(done, blockFrames, block.data());
-        if (!got) return got.error();
-        if (*got > 0) {
-            const LXStatus encoded = encode(static_cast<const float*>(block.data()), *got);
-            if (!encoded) return encoded.error();
-        }
-        done += *got;
-        if (LXProgressDelegate* delegate = file.progressDelegate()) {
-            const int32_t code = delegate->update(float(std::min(1.0, double(done) / total)));
-            if (code != LXContinue) return TWOutcome::fromCode(code);
-        }
-        if (*got < blockFrames) return TWOutcome::success();
-    }
-}
 
 // The Vorbis comments of the file's text fields, as (name, value) pairs in UTF-8.
 QList<std::pair<QByteArray, QByteArray>> TWVorbisComments(const LXMetadata& metadata);
