@@ -7,12 +7,14 @@ packages=(
   # toolchain
   build-essential cmake ninja-build ccache pkg-config clang libfuzzer-14-dev libclang-rt-14-dev
   # libraries
-  qt6-base-dev libqt6sql6-sqlite libsndfile1-dev libplist-dev libtag1-dev libebur128-dev libaubio-dev librubberband-dev libsoxr-dev
+  qt6-base-dev libqt6sql6-sqlite libsndfile1-dev libplist-dev libtag1-dev libebur128-dev libaubio-dev librubberband-dev libsoxr-dev librtaudio-dev librtmidi-dev libjack-jackd2-dev
   # encoders and delivery
   libmp3lame-dev libvorbis-dev libogg-dev libflac-dev libavcodec-dev libavformat-dev libavutil-dev libcurl4-openssl-dev zip
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   sox libsox-fmt-all ffmpeg flac sndfile-programs dbus bc time groff-base man-db zsh
+  # a JACK server with the dummy driver for the playback tests (installed with libjack-jackd2-dev: see LIBRARIES.md)
+  jackd2
   # third-party encoders, checkers and local servers the export and delivery tests compare with and talk to
   lame vorbis-tools unzip python3-pyftpdlib rclone
   # real third-party audio for the reader tests

@@ -33,6 +33,7 @@ enum LXErrorCode : int32_t {
     LXErrBusy = -2008,
     LXErrRepairable = -2009,
     LXErrFileSystem = -2010, // the system's own reason is the error's errnum()
+    LXErrAudioDevice = -2011, // no output device, or one that would not open or start
 };
 
 // Four-character codes as integers, big-endian like the Mac's OSType: fourCC("WAVE").
