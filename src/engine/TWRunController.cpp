@@ -223,11 +223,12 @@ void TWRunController::willProcessWithAction(const TWActionBegan& began) {
 }
 
 void TWRunController::willProcessEntry(const TWFileEntryPtr& entry) {
+    // Here, on the thread about to change the file, and not after the hand-over: once this returns the
+    // player no longer reads it.
+    if (TWPlaybackService* playback = m_context.workspace.playbackService())
+        playback->stopPlaybackOfPath(entry->path());
     onOwnThread([this, entry] {
         TWWorkspace& workspace = m_context.workspace;
-        if (workspace.selectedFileEntry() == entry &&
-            TWStatus::state(entry->status()) == int(TWStatus::Playing))
-            emit workspace.stopPlaybackRequested();
         workspace.reloadEntry(entry.get());
         emit entryProcessing(entry.get());
     });

@@ -2,6 +2,7 @@
 
 #include "model/TWEntry.h"
 #include "model/TWEntryObserver.h"
+#include "model/TWPlaybackService.h"
 #include "model/TWRunService.h"
 
 #include <QObject>
@@ -132,6 +133,18 @@ public:
     bool flushUndoWithInteraction(bool interactive);
     bool isWorking() const;
 
+    // Playback: handed to the player (set at start-up; without one nothing plays). The service may be
+    // read from the work thread, to stop a playback before a file changes.
+    void setPlaybackService(TWPlaybackService* service) { m_playbackService.store(service); }
+    TWPlaybackService* playbackService() const { return m_playbackService.load(); }
+    LXRange playRange();
+    void play();
+    void playAll();
+    void playFrom(double seconds);
+    void playRange(const LXRange& range, int midiNote = TWPlaybackService::kNoMidiNote);
+    void stop();
+    void updateRepeats();
+
     // Persistence: the file list's own file (TWEntriesStore), read when the window opens and written when
     // it closes; nothing else reads it.
     bool saveEntries();             // writes the root's state
@@ -200,4 +213,5 @@ private:
     std::unique_ptr<TWEntriesStore> m_entriesStore;
 
     TWRunService* m_runService = nullptr;
+    std::atomic<TWPlaybackService*> m_playbackService{nullptr};
 };
