@@ -24,7 +24,8 @@ class TWWorkspace;
 // "Autoscroll", "Volume", "Varispeed", "MIDI Enabled", "MIDI Port", "MIDI Channel", "MIDI Override Base
 // Note", "Playback Latency Compensation"). The stream's news reach it on the main thread, and go on as signals.
 //
-// Main thread, except stopPlaybackOfPath.
+// Main thread, except stopPlaybackOfPath, which the work thread calls: a player is set on the workspace
+// and removed only while no run is under way.
 class TWPlayer final : public QObject, public TWPlaybackService, private LXPlaybackDelegate {
     Q_OBJECT
 public:
