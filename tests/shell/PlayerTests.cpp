@@ -7,6 +7,8 @@
 #include "engine/TWWorkflowEditor.h"
 #include "shell/playback/TWNullOutput.h"
 
+#include <QCoreApplication>
+
 #include <cstdlib>
 #include <new>
 
@@ -54,8 +56,9 @@ protected:
         return m_output->rendered();
     }
     // Renders past the end of the playback and returns what was played before silence, once the main
-    // thread has heard of the end.
+    // thread has heard of the end (news of an earlier stop delivered first, so as not to be taken for it).
     std::vector<float> renderToEnd(int64_t atMost) {
+        QCoreApplication::processEvents();
         const int stops = m_stops;
         std::vector<float> out = render(atMost);
         EXPECT_TRUE(ModelTest::runUntil([&] { return m_stops > stops; }, 5000));
