@@ -92,23 +92,25 @@ double frequencyOf(const std::vector<float>& stereo) {
 class DelayEntry final : public LXEffectEntry {
 public:
     explicit DelayEntry(int delay) : m_delay(delay) {}
-    void prepare(double, int channels, int) override {
+    LXStatus prepare(double, int channels, int64_t) override {
         m_channels = channels;
         m_line.assign(size_t(m_delay * channels), 0.0f);
+        return {};
     }
-    void process(float* interleaved, int frames) override {
-        for (int i = 0; i < frames * m_channels; ++i) {
+    void process(float* interleaved, int64_t frames) override {
+        for (int64_t i = 0; i < frames * m_channels; ++i) {
             const float in = interleaved[i];
             interleaved[i] = m_line[m_at];
             m_line[m_at] = in;
             m_at = (m_at + 1) % m_line.size();
         }
     }
+    void process(double*, int64_t) override {} // the player plays floats
     void reset() override {
         std::fill(m_line.begin(), m_line.end(), 0.0f);
         m_at = 0;
     }
-    int latency() const override { return m_delay; }
+    int64_t latency() const override { return m_delay; }
 
 private:
     int m_delay, m_channels = 2;

@@ -58,7 +58,7 @@ void LXAudioFileLayer::setRepeatRange(const LXRange& range) {
 
 void LXAudioFileLayer::addAudioUnitEntry(std::shared_ptr<LXEffectEntry> entry, int index) {
     if (!entry) return;
-    if (m_outputRate > 0) entry->prepare(m_outputRate, kOutputChannels, m_maxBlock);
+    if (m_outputRate > 0) prepareEntry(*entry, m_outputRate, m_maxBlock);
     m_entries.insert(m_entries.begin() + std::clamp<qsizetype>(index, 0, qsizetype(m_entries.size())), std::move(entry));
     prepareOutput(m_outputRate, m_maxBlock);
 }
@@ -72,6 +72,11 @@ double LXAudioFileLayer::latency() const {
     return m_outputRate > 0 ? m_chainLatency.load() / m_outputRate : 0.0;
 }
 
+// An effect that cannot take the layer's format is bypassed rather than heard wrong.
+void LXAudioFileLayer::prepareEntry(LXEffectEntry& entry, double rate, int maxBlock) {
+    if (!entry.prepare(rate, kOutputChannels, maxBlock)) entry.setEnabled(false);
+}
+
 // Publishes the chain as it stands (every entry prepared for the format) and lets go of the old array
 // once no callback can still be walking it.
 void LXAudioFileLayer::prepareOutput(double rate, int maxBlock) {
@@ -79,9 +84,9 @@ void LXAudioFileLayer::prepareOutput(double rate, int maxBlock) {
     m_outputRate = rate;
     m_maxBlock = maxBlock;
     auto chain = std::make_unique<std::vector<LXEffectEntry*>>();
-    int latency = 0;
+    int64_t latency = 0;
     for (const auto& entry : m_entries) {
-        if (formatChanged && rate > 0) entry->prepare(rate, kOutputChannels, maxBlock);
+        if (formatChanged && rate > 0) prepareEntry(*entry, rate, maxBlock);
         chain->push_back(entry.get());
         latency += entry->latency();
     }

@@ -52,6 +52,7 @@ public:
 
     // Control thread, stream stopped -----------------------------------------------------------------------
     void prepareOutput(double rate, int maxBlock);
+    static void prepareEntry(LXEffectEntry& entry, double rate, int maxBlock);
     // Empties the ring, resets the interpolator and the chain, and reads from the range's start.
     void beginPlayback();
     void stopReading(); // once this returns no read of the file is under way or will start
@@ -101,7 +102,7 @@ private:
     std::vector<std::shared_ptr<LXEffectEntry>> m_entries;
     std::unique_ptr<std::vector<LXEffectEntry*>> m_chainStorage;
     std::atomic<std::vector<LXEffectEntry*>*> m_chain{nullptr};
-    std::atomic<int> m_chainLatency{0};
+    std::atomic<int64_t> m_chainLatency{0};
     LXRealtimeGate m_gate;
 
     // Callback state: four frames of history around the read point (h[1] is the frame at the step's
