@@ -10,12 +10,83 @@
 
 #include "lx/LXFile.h"
 
+#include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+// How a child process ended: its exit code (-1 when it did not exit normally) and what it wrote on
+// stderr; or that it could not start (errnum) or was killed because the run was cancelled.
+struct ChildResult {
+    int errnum = 0;
+    bool cancelled = false;
+    int exitCode = -1;
+    QByteArray standardError;
+};
+
+// Runs the program with its output discarded and waits for it, asking `cancelled` every tenth of a
+// second. A plain spawn rather than QProcess: the work thread has no event loop to lend one.
+ChildResult runChild(const QString& program, const QStringList& arguments, const std::function<bool()>& cancelled) {
+    ChildResult result;
+    int pipeEnds[2];
+    if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
+        result.errnum = errno;
+        return result;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], STDERR_FILENO);
+    std::vector<QByteArray> held{QFile::encodeName(program)};
+    for (const QString& argument : arguments)
+        held.push_back(QFile::encodeName(argument));
+    std::vector<char*> argv;
+    for (QByteArray& argument : held)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    pid_t child = 0;
+    result.errnum = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(pipeEnds[1]);
+    const auto drain = [&] {
+        char buffer[4096];
+        for (ssize_t got; (got = read(pipeEnds[0], buffer, sizeof buffer)) > 0;)
+            result.standardError.append(buffer, got);
+    };
+    if (result.errnum == 0) {
+        int status = 0;
+        while (waitpid(child, &status, WNOHANG) == 0) {
+            drain();
+            if (!result.cancelled && cancelled()) {
+                kill(child, SIGKILL);
+                result.cancelled = true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        drain();
+        if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
+    }
+    close(pipeEnds[0]);
+    return result;
+}
+
+} // namespace
 
 class TWActionCreateArchive : public TWHandOnAction {
 public:
@@ -53,24 +124,20 @@ protected:
         for (const TWFileEntryPtr& entry : entries)
             arguments.append(filesOf(*entry));
 
-        QProcess zipper;
-        zipper.start(zip, arguments);
-        if (!zipper.waitForStarted())
-            return LXError(LXErrUnsupported,
-                           QStringLiteral("cannot be made: zip: %1").arg(zipper.errorString()), named);
         // A stop lets the archive be finished; a cancel ends it at once.
-        while (!zipper.waitForFinished(100))
-            if (run().stopRequested().kind() == TWOutcome::Kind::Cancelled) {
-                zipper.kill();
-                zipper.waitForFinished();
-                return TWOutcome::cancelled();
-            }
-        if (zipper.exitStatus() != QProcess::NormalExit || zipper.exitCode() != 0) {
-            const QString said =
-                QString::fromLocal8Bit(zipper.readAllStandardError()).simplified().replace(made, named);
+        const ChildResult zipped = runChild(zip, arguments, [this] {
+            return run().stopRequested().kind() == TWOutcome::Kind::Cancelled;
+        });
+        if (zipped.errnum != 0)
+            return LXError(LXErrUnsupported,
+                           QStringLiteral("cannot be made: zip: %1").arg(QString::fromLocal8Bit(strerror(zipped.errnum))),
+                           named);
+        if (zipped.cancelled) return TWOutcome::cancelled();
+        if (zipped.exitCode != 0) {
+            const QString said = QString::fromLocal8Bit(zipped.standardError).simplified().replace(made, named);
             return LXError(LXErrWriteFailed,
                            QStringLiteral("cannot be made: zip exit status %1%2")
-                               .arg(zipper.exitCode())
+                               .arg(zipped.exitCode)
                                .arg(said.isEmpty() ? QString() : QStringLiteral(": ") + said),
                            named);
         }
