@@ -2,6 +2,9 @@
 
 #include "lx/LXFile.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <cmath>
 
 namespace {
@@ -141,8 +144,11 @@ LXResult<QVariant> TWInstructionKey::valueFromText(const QString& text) const {
         value = list;
         break;
     }
-    case TWValueType::Dictionary:
+    case TWValueType::Dictionary: { // a JSON object
+        const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8());
+        if (document.isObject()) value = document.object().toVariantMap();
         break;
+    }
     default:
         value = converted(text);
         break;

@@ -1,5 +1,7 @@
 #include "engine/TWOutcome.h"
 
+#include <QFileInfo>
+
 TWOutcome::TWOutcome(const LXStatus& status) {
     if (!status) *this = TWOutcome(status.error());
 }
@@ -45,4 +47,14 @@ int32_t TWOutcome::code() const {
         return m_code;
     }
     return m_code;
+}
+
+TWOutcome TWOutcome::cancellingRunOnFailure(const QString& path) const {
+    if (m_kind != Kind::Failed) return *this;
+    const LXError why = m_reason.value_or(LXError(code(), QStringLiteral("failed")));
+    QString message = why.message();
+    if (!why.path().isEmpty() && why.path() != path)
+        message += QStringLiteral(" (in '%1')").arg(QFileInfo(why.path()).fileName());
+    return cancelled(LXError(
+        why.code(), message + QStringLiteral("; the run was cancelled and the files changed before it put back"), path));
 }

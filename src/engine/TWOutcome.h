@@ -29,6 +29,10 @@ public:
         outcome.m_reason = why;
         return outcome;
     }
+    // This outcome, with a failure turned into a cancel of the whole run (so that the files already changed
+    // are put back and a batch is processed whole or not at all), its reason naming the file the user gave
+    // (`path`) rather than a temporary file beside it. Any other outcome as it is.
+    TWOutcome cancellingRunOnFailure(const QString& path) const;
     // A failure known by its result code alone (LXInvalidParameter): reported with the code's own reason.
     static TWOutcome failure(int32_t code);
     static TWOutcome failure(const LXError& error) { return TWOutcome(error); }

@@ -21,6 +21,7 @@ struct TWControl {
     QString unit;                    // shown after the value ("dB")
     QList<TWChoice> choices;         // the items of a pop-up, radio group or segmented control
     bool enabled = true;             // false: shown greyed, the user cannot change it while other keys say so
+    QString part = {};               // the entry of a dictionary key it shows (a plug-in parameter's symbol)
 };
 
 // An action's panel without widgets: its controls, the keys they drive, and the action's rules for a

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "lx/LXError.h"
 #include "lx/LXResult.h"
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 
 // An effect that processes interleaved frames in place, block by block: what a playback chain holds and
 // what LXProcessStream renders a file through. "Frames" means sample frames: a block of n frames of c
@@ -29,6 +31,9 @@ public:
     // How many frames the output lags the input: a renderer that keeps the output aligned with the input
     // drops this many frames at the start and feeds as many more at the end.
     virtual int64_t latency() const { return 0; }
+    // Why the entry could not process its blocks (an effect hosted in another process that crashed or
+    // stopped answering), or nothing. The blocks it could not process come out silent.
+    virtual std::optional<LXError> failure() const { return std::nullopt; }
 
     bool isEnabled() const { return m_enabled.load(std::memory_order_relaxed); }
     // Off: bypassed, the blocks pass unchanged.

@@ -96,6 +96,8 @@ template <typename T> LXStatus runStream(LXAudioFile& file, LXStreamKernel& kern
 } // namespace
 
 LXStatus LXProcess(LXAudioFile& file, LXStreamKernel& kernel, LXAudioFileWriter& writer) {
+    if (const int channels = kernel.outputChannels(file.numberOfChannels()); channels != file.numberOfChannels())
+        writer.setChannels(channels);
     const bool wide = writer.needsDoublePrecision() || (!file.isFloat() && file.encoding().bytes == 4);
     LX_TRY(kernel.prepare(file.numberOfChannels(), file.rate(), wide));
     if (wide) return runStream<double>(file, kernel, writer);

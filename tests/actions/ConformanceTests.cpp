@@ -6,6 +6,7 @@
 #include "EngineTestSupport.h"
 #include "ShapeProbes.h"
 
+#include "TestPlugins.h"
 #include "TestServers.h"
 
 #include "engine/TWWorkflowFile.h"
@@ -68,6 +69,10 @@ protected:
                 instructions.insert(key.name, m_given.filePath("given"));
             }
         serve(instructions);
+        if (GetParam() == u"TWActionAudioUnit") { // a real effect, run by the host just built
+            TestPlugins::useTestPlugins();
+            instructions.insert("settings", QVariantMap{{"Component", TestPlugins::kDubDelay}});
+        }
         instructions.insert("source", TWSource::Paths);
         QStringList paths;
         for (const TWFileEntryPtr& entry : entries)

@@ -6,8 +6,6 @@
 #include "lx/LXAudioFileWriter.h"
 #include "lx/LXProcessStream.h"
 
-#include <QFileInfo>
-
 #include <algorithm>
 #include <cmath>
 
@@ -89,18 +87,7 @@ TWOutcome TWDynamicsAction::processAudioFile(LXAudioFile& file, TWFileEntry&, co
     LXProcessStream stream(entry);
     QVariantMap aligned = instructions;
     aligned.insert(QStringLiteral("latencyCompensation"), true);
-    const TWOutcome rendered(stream.processAudioFile(file, aligned, writer));
-    if (rendered.kind() != TWOutcome::Kind::Failed) return rendered;
-    // A file that cannot be rendered ends the run as a cancel does, putting back the files already
-    // changed, so a batch is either processed or left as it was. The error names the file the user gave
-    // (a write fails in a temporary file beside it) and says why.
-    const LXError why = rendered.reason().value_or(LXError(rendered.code(), QStringLiteral("failed")));
-    QString message = why.message();
-    if (!why.path().isEmpty() && why.path() != file.path())
-        message += QStringLiteral(" (in '%1')").arg(QFileInfo(why.path()).fileName());
-    return TWOutcome::cancelled(LXError(
-        why.code(), message + QStringLiteral("; the run was cancelled and the files changed before it put back"),
-        file.path()));
+    return TWOutcome(stream.processAudioFile(file, aligned, writer)).cancellingRunOnFailure(file.path());
 }
 
 QList<TWControl> TWDynamicsAction::thresholdControls(const TWInstructionKey& key) const {

@@ -57,6 +57,8 @@ class LXStreamKernel {
 public:
     virtual ~LXStreamKernel() = default;
 
+    // The channels of each output frame for input frames of inputChannels.
+    virtual int outputChannels(int inputChannels) const { return inputChannels; }
     // Fails (an LXError saying why) when the kernel cannot run on that input.
     virtual LXStatus prepare(int channels, double rate, bool doublePrecision) = 0;
     // in: frames interleaved frames, or nullptr at the end. Answers the frames ready in *out.

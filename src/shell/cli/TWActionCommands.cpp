@@ -73,6 +73,14 @@ const QList<ActionCommand>& actionCommands() {
         one("transpose", "TWActionTranspose");
         one("compress", "TWActionCompress");
         one("expand", "TWActionExpand");
+        one("process-with-audio-unit", "TWActionAudioUnit");
+        commands.last().examples = QStringLiteral(
+            "Renders each file through an installed LV2 effect (clipwright plugins lists them and\n"
+            "their parameters), run in a process of its own: an effect that crashes or hangs\n"
+            "cancels the run and every file is left as it was. Example:\n"
+            "  clipwright process-with-audio-unit --retainTail --settings \\\n"
+            "      '{\"Component\": \"http://drobilla.net/plugins/mda/DubDelay\",\n"
+            "        \"Parameters\": {\"delay\": 0.3, \"feedback\": 0.5}}' take.wav\n");
         one("filter-dc", "TWActionFilterDC");
         one("reverse", "TWActionReverse");
         one("compact", "TWActionCompact");

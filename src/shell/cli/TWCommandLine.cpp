@@ -9,7 +9,7 @@ namespace TWCommandLine {
 const QList<Command>& commands() {
     static const QList<Command> list = [] {
         QList<Command> all = {infoCommand(),    findCommand(), runCommand(),  workflowsCommand(),
-                              actionsCommand(), undoCommand(), redoCommand(), flushUndoCommand()};
+                              actionsCommand(), pluginsCommand(), undoCommand(), redoCommand(), flushUndoCommand()};
         all += actionCommandList();
         return all;
     }();

@@ -68,6 +68,7 @@ int usageError(Context& context, const QString& command, const QString& message)
 Command infoCommand();
 Command findCommand();
 Command actionsCommand();
+Command pluginsCommand();
 Command undoCommand();
 Command redoCommand();
 Command flushUndoCommand();
