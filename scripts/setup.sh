@@ -8,6 +8,8 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config clang libfuzzer-14-dev libclang-rt-14-dev
   # libraries
   qt6-base-dev libqt6sql6-sqlite libsndfile1-dev libplist-dev libtag1-dev libebur128-dev libaubio-dev librubberband-dev libsoxr-dev librtaudio-dev librtmidi-dev libjack-jackd2-dev
+  # LV2 plug-in hosting
+  liblilv-dev lv2-dev
   # encoders and delivery
   libmp3lame-dev libvorbis-dev libogg-dev libflac-dev libavcodec-dev libavformat-dev libavutil-dev libcurl4-openssl-dev zip
   # tests and benchmarks
@@ -17,6 +19,8 @@ packages=(
   jackd2
   # third-party encoders, checkers and local servers the export and delivery tests compare with and talk to
   lame vorbis-tools unzip python3-pyftpdlib rclone
+  # real LV2 effects the plug-in tests run (a delay, a latency-reporting delay line)
+  mda-lv2 x42-plugins
   # real third-party audio for the reader tests
   sonic-pi-samples csoundqt-examples python3-scipy
   # more real sound files (Ogg Vorbis, WAV) for the in-place corpus (scripts/inplace-corpus.sh)
