@@ -107,8 +107,8 @@ bool LXHostedAudioUnitEntry::exchange(uint32_t code, const char* data, uint64_t 
         reply = std::move(message.payload);
         return true;
     }
-    if (got == Received::Message) {
-        m_failure = hostFailure(QStringLiteral("failed: %1").arg(QString::fromUtf8(message.payload)));
+    if (got == Received::Message) { // the host's own words, which name the plug-in
+        m_failure = LXError(LXErrUnsupported, QString::fromUtf8(message.payload));
     } else if (got == Received::TimedOut) {
         m_failure = hostFailure(QStringLiteral("stopped responding (nothing for %1 s) and was ended")
                                     .arg(timeoutMs / 1000.0));
