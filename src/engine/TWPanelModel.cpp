@@ -2,6 +2,8 @@
 
 #include "engine/TWAction.h"
 
+#include <algorithm>
+
 TWPanelModel::TWPanelModel(TWAction& action, QObject* parent)
     : QObject(parent), m_action(action), m_controls(action.panelControls()) {}
 
@@ -34,11 +36,24 @@ void TWPanelModel::setValue(qsizetype index, const QVariant& given) {
     const TWControl& control = m_controls.at(index);
     const QVariant ruled = m_action.valueFromControl(control, given);
     if (!ruled.isValid()) return; // the rule refused it: the controls keep showing the old value
-    m_action.setObjectForInstructionKey(control.key, ruled);
-    emit valueChanged(control.key);
+    const QString key = control.key; // the control may go with the refresh
+    m_action.setObjectForInstructionKey(key, ruled);
+    refreshControls();
+    emit valueChanged(key);
 }
 
 void TWPanelModel::reload() {
+    refreshControls();
     for (const TWControl& control : std::as_const(m_controls))
         emit valueChanged(control.key);
+}
+
+void TWPanelModel::refreshControls() {
+    QList<TWControl> now = m_action.panelControls();
+    const auto same = [](const TWControl& a, const TWControl& b) {
+        return a.kind == b.kind && a.key == b.key && a.part == b.part;
+    };
+    if (std::equal(now.cbegin(), now.cend(), m_controls.cbegin(), m_controls.cend(), same)) return;
+    m_controls = std::move(now);
+    emit controlsChanged();
 }

@@ -51,8 +51,12 @@ public:
 
 signals:
     void valueChanged(const QString& key);
+    // The controls are others: a value chose them (an effect's parameters follow the effect chosen).
+    void controlsChanged();
 
 private:
+    void refreshControls();
+
     TWAction& m_action;
     QList<TWControl> m_controls;
 };
