@@ -160,14 +160,17 @@ private:
             w.zeros(int(kJunkPayload));
         }
         const uint16_t tag = e.isFloat() ? 3 : 1;
+        // Formats other than plain PCM carry the extension's size, even when it is empty (float).
+        const bool extended = extensible || e.isFloat();
         w.id("fmt ");
-        w.u32(extensible ? 40 : 16);
+        w.u32(extensible ? 40 : extended ? 18 : 16);
         w.u16(extensible ? 0xFFFE : tag);
         w.u16(uint16_t(m_desc.channels));
         w.u32(uint32_t(std::lround(m_desc.rate)));
         w.u32(uint32_t(std::lround(m_desc.rate)) * uint32_t(m_blockAlign));
         w.u16(uint16_t(m_blockAlign));
         w.u16(uint16_t(e.bytes * 8));
+        if (extended && !extensible) w.u16(0);
         if (extensible) {
             w.u16(22);
             w.u16(uint16_t(e.bits));
