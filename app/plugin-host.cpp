@@ -3,8 +3,12 @@
 
 #include "lx/plugins/LXPluginHostChannel.h"
 
+#include <csignal>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 int main() {
+    // A host whose program has gone (killed, crashed) goes too, even with an effect hung mid-block.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     return LXPluginHostChannel::serve(STDIN_FILENO);
 }

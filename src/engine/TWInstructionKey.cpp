@@ -145,8 +145,14 @@ LXResult<QVariant> TWInstructionKey::valueFromText(const QString& text) const {
         break;
     }
     case TWValueType::Dictionary: { // a JSON object
-        const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8());
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
         if (document.isObject()) value = document.object().toVariantMap();
+        if (!value)
+            return badValue(*this, text,
+                            error.error != QJsonParseError::NoError
+                                ? QStringLiteral("JSON %1 at character %2").arg(error.errorString()).arg(error.offset)
+                                : QStringLiteral("it must be a JSON object, {...}"));
         break;
     }
     default:

@@ -197,6 +197,16 @@ TWOutcome TWActionAudioUnit::preProcessWithEntries(const QList<TWFileEntryPtr>&,
     if (component.isEmpty())
         return TWOutcome::failure(
             LXError(LXErrInvalidParameter, QStringLiteral("the settings name no plug-in (their \"Component\")")));
+    // A misspelt parameter would otherwise be ignored without a word.
+    if (const auto unit = LXFindAudioUnit(component)) {
+        QStringList known;
+        for (const LXAudioUnitPort& port : unit->controlInputs()) known.append(port.symbol);
+        for (const QString& symbol : parametersOf(m_runSettings).keys())
+            if (!known.contains(symbol))
+                return TWOutcome::failure(LXError(
+                    LXErrInvalidParameter, QStringLiteral("the plug-in '%1' has no parameter '%2' (it has %3)")
+                                               .arg(unit->name, symbol, known.join(QStringLiteral(", ")))));
+    }
     // A host started now tells, before any file is touched, whether the effect runs here at all.
     auto host = std::make_unique<LXHostedAudioUnitEntry>(m_runSettings);
     if (const LXStatus started = host->prepare(48000.0, 2, 4096); !started)

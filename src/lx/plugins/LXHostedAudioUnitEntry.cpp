@@ -75,9 +75,16 @@ LXStatus LXHostedAudioUnitEntry::start() {
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    // In a process group of its own, so that the terminal's Ctrl-C, which stops or cancels the run,
+    // reaches this program alone and not the effect in the middle of a block.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attributes, 0);
     QByteArray path = QFile::encodeName(program);
     char* argv[] = {path.data(), nullptr};
-    const int spawned = posix_spawn(&m_host, path.constData(), &actions, nullptr, argv, environ);
+    const int spawned = posix_spawn(&m_host, path.constData(), &actions, &attributes, argv, environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     ::close(ends[1]);
     if (spawned != 0) {

@@ -159,7 +159,8 @@ QList<Option> keyOptions(const QString& className) {
         const QString noted =
             notes.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(notes.join(QStringLiteral("; ")));
         Option option{key.name, key.help + noted, Option::Value::Required,
-                      TWInstructionKey::typeName(key.type).toUpper()};
+                      key.type == TWValueType::Dictionary ? QStringLiteral("JSON")
+                                                          : TWInstructionKey::typeName(key.type).toUpper()};
         if (key.type == TWValueType::Boolean) { // "--rms" alone is "--rms yes"
             option.value = Option::Value::Optional;
             option.isValue = [key](const QString& text) { return bool(key.valueFromText(text)); };
