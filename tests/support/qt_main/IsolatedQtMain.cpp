@@ -8,6 +8,9 @@
 #include "lx/LXWaveformCache.h"
 
 #include <QCoreApplication>
+#ifdef CLIPWRIGHT_TEST_WIDGETS
+#include <QApplication>
+#endif
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -26,7 +29,12 @@ int main(int argc, char** argv) {
     // The trash misbehaves when the data folder is missing.
     QDir().mkpath(home.filePath(QStringLiteral("data")));
 
+#ifdef CLIPWRIGHT_TEST_WIDGETS // the window's tests: widgets, drawn off screen unless a display is chosen
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+#else
     QCoreApplication app(argc, argv);
+#endif
     ::testing::InitGoogleTest(&argc, argv);
     TWPreferences::shared().registerDefaults(TWPreferences::standardDefaults());
     LXWaveformCache::shared().setDirectory(home.filePath(QStringLiteral(".cache/Clipwright/waveforms")));

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QSplitter;
+class TWSession;
+
+// The workspace window: the file list on the left; on the right the waveform, the details of the
+// selection and the workflow editor, one above the other. Each area is a feature of its own
+// (src/ui/<feature>/) that the window places; the window owns no state of the workspace's.
+class TWWindow final : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit TWWindow(TWSession& session, QWidget* parent = nullptr);
+    ~TWWindow() override;
+
+    TWSession& session() const { return m_session; }
+
+private:
+    TWSession& m_session;
+    QSplitter* m_sides = nullptr; // the file list | the rest
+    QSplitter* m_stack = nullptr; // waveform, details, workflow
+};
