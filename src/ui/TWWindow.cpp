@@ -1,5 +1,10 @@
 #include "ui/TWWindow.h"
 
+#include "model/TWFileEntry.h"
+#include "model/TWWorkspace.h"
+#include "shell/TWSession.h"
+#include "ui/waveform/TWWaveformView.h"
+
 #include <QLabel>
 #include <QSplitter>
 
@@ -14,13 +19,23 @@ TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m
         area->setObjectName(QLatin1String(name));
         m_sides->insertWidget(0, area);
     }
-    for (const char* name : {"waveform", "details", "workflow"}) {
+    m_waveform = new TWWaveformView(m_stack);
+    m_waveform->setObjectName(QStringLiteral("waveform"));
+    m_stack->addWidget(m_waveform);
+    for (const char* name : {"details", "workflow"}) {
         auto* area = new QLabel(m_stack);
         area->setObjectName(QLatin1String(name));
         m_stack->addWidget(area);
     }
     setCentralWidget(m_sides);
     resize(1200, 800);
+
+    TWWorkspace& workspace = session.workspace();
+    connect(&workspace, &TWWorkspace::selectionChanged, this, [this, &workspace] {
+        const QList<TWFileEntryPtr>& selected = workspace.selectedFileEntries();
+        const QString path = selected.size() == 1 ? selected.first()->path() : QString();
+        if (path != m_waveform->path()) m_waveform->setFile(path);
+    });
 }
 
 TWWindow::~TWWindow() = default;

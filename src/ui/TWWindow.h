@@ -4,6 +4,7 @@
 
 class QSplitter;
 class TWSession;
+class TWWaveformView;
 
 // The workspace window: the file list on the left; on the right the waveform, the details of the
 // selection and the workflow editor, one above the other. Each area is a feature of its own
@@ -20,4 +21,5 @@ private:
     TWSession& m_session;
     QSplitter* m_sides = nullptr; // the file list | the rest
     QSplitter* m_stack = nullptr; // waveform, details, workflow
+    TWWaveformView* m_waveform = nullptr;
 };

@@ -3,6 +3,12 @@
 #include "platform/TWScriptedInteraction.h"
 #include "shell/TWSession.h"
 #include "ui/TWWindow.h"
+#include "ui/waveform/TWWaveformView.h"
+
+#include "TestAudio.h"
+#include "model/TWWorkspace.h"
+
+#include <QTemporaryDir>
 
 #include <QSplitter>
 
@@ -16,4 +22,15 @@ TEST(Window, OpensWithItsAreasInPlace) {
     EXPECT_EQ(window.windowTitle(), "Clipwright");
     for (const char* area : {"fileList", "waveform", "details", "workflow"})
         EXPECT_NE(window.findChild<QWidget*>(area), nullptr) << area;
+
+    // The one selected file is the waveform's; two are none's.
+    QTemporaryDir dir;
+    const QStringList paths{*TestAudio::write(dir.filePath("a.wav"), {}), *TestAudio::write(dir.filePath("b.wav"), {})};
+    const QList<TWEntryPtr> added = session.workspace().addFiles(paths);
+    ASSERT_EQ(added.size(), 2);
+    auto* waveform = window.findChild<TWWaveformView*>("waveform");
+    session.workspace().setSelectedEntries({added.first()});
+    EXPECT_EQ(waveform->path(), paths.first());
+    session.workspace().setSelectedEntries(added);
+    EXPECT_TRUE(waveform->path().isEmpty());
 }
