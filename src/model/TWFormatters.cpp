@@ -509,3 +509,18 @@ const TWFormatter* TWFormatters::formatterNamed(const QString& name) const {
         if (name == QLatin1String(n.name)) return &(this->*n.accessor)();
     return nullptr;
 }
+
+QList<TWFormatters::Row> TWFormatters::displayRows(const QVariantMap& info) const {
+    QList<Row> rows;
+    for (const QString& title : LXMetadata::titlesForCategoryMask(~0u)) {
+        const QString key = LXMetadata::keyForTitle(title);
+        const QVariant value = info.value(key);
+        if (!value.isValid()) continue;
+        const TWFormatter* formatter = formatterForKey(key);
+        const QString text = value.typeId() == QMetaType::Nullptr ? QStringLiteral("none")
+                             : formatter                         ? formatter->stringForObjectValue(value)
+                                                                 : value.toString();
+        if (!text.isEmpty()) rows.append({key, title, text});
+    }
+    return rows;
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <QVariant>
 
@@ -112,6 +113,13 @@ public:
     // The formatter for the values of an information key ("baseNote" -> midiNoteFormatter, "max" ->
     // decibelFormatter, ...), or nullptr for keys shown as they are stored.
     const TWFormatter* formatterForKey(const QString& key) const;
+    // An entry's information as the details and `clipwright info` show it: the keys that have a value, in
+    // the order of the metadata table, each under its title and formatted. An estimate that found nothing
+    // (a null value) reads "none".
+    struct Row {
+        QString key, title, text;
+    };
+    QList<Row> displayRows(const QVariantMap& info) const;
     // The formatter of an accessor name ("midiNoteFormatter"), or nullptr.
     const TWFormatter* formatterNamed(const QString& name) const;
     // A time formatter of its own, in whatever TWTimeFormat `format` holds when it formats (a panel's

@@ -3,6 +3,7 @@
 #include "model/TWFileEntry.h"
 #include "model/TWWorkspace.h"
 #include "shell/TWSession.h"
+#include "ui/details/TWDetailsView.h"
 #include "ui/waveform/TWWaveformView.h"
 
 #include <QLabel>
@@ -22,7 +23,10 @@ TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m
     m_waveform = new TWWaveformView(m_stack);
     m_waveform->setObjectName(QStringLiteral("waveform"));
     m_stack->addWidget(m_waveform);
-    for (const char* name : {"details", "workflow"}) {
+    m_details = new TWDetailsView(session.workspace(), session.runs(), m_stack);
+    m_details->setObjectName(QStringLiteral("details"));
+    m_stack->addWidget(m_details);
+    for (const char* name : {"workflow"}) {
         auto* area = new QLabel(m_stack);
         area->setObjectName(QLatin1String(name));
         m_stack->addWidget(area);
@@ -33,8 +37,10 @@ TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m
     TWWorkspace& workspace = session.workspace();
     connect(&workspace, &TWWorkspace::selectionChanged, this, [this, &workspace] {
         const QList<TWFileEntryPtr>& selected = workspace.selectedFileEntries();
-        const QString path = selected.size() == 1 ? selected.first()->path() : QString();
+        const TWFileEntryPtr one = selected.size() == 1 ? selected.first() : nullptr;
+        const QString path = one ? one->path() : QString();
         if (path != m_waveform->path()) m_waveform->setFile(path);
+        m_details->setEntry(one);
     });
 }
 

@@ -4,6 +4,7 @@
 
 class QSplitter;
 class TWSession;
+class TWDetailsView;
 class TWWaveformView;
 
 // The workspace window: the file list on the left; on the right the waveform, the details of the
@@ -22,4 +23,5 @@ private:
     QSplitter* m_sides = nullptr; // the file list | the rest
     QSplitter* m_stack = nullptr; // waveform, details, workflow
     TWWaveformView* m_waveform = nullptr;
+    TWDetailsView* m_details = nullptr;
 };

@@ -45,21 +45,10 @@ QString statusText(float status) {
     }
 }
 
-// The rows that have a value, under their titles and formatted, in the order of the metadata table. An
-// estimate that found nothing (a null value) reads "none".
 QList<QPair<QString, QString>> formattedRows(const QVariantMap& info) {
-    const TWFormatters& formatters = TWWorkspace::workspace().formatters();
     QList<QPair<QString, QString>> rows;
-    for (const QString& title : LXMetadata::titlesForCategoryMask(~0u)) {
-        const QString key = LXMetadata::keyForTitle(title);
-        const QVariant value = info.value(key);
-        if (!value.isValid()) continue;
-        const TWFormatter* formatter = formatters.formatterForKey(key);
-        const QString text = value.typeId() == QMetaType::Nullptr ? QStringLiteral("none")
-                             : formatter                         ? formatter->stringForObjectValue(value)
-                                                                 : value.toString();
-        if (!text.isEmpty()) rows.append({title, text});
-    }
+    for (const TWFormatters::Row& row : TWWorkspace::workspace().formatters().displayRows(info))
+        rows.append({row.title, row.text});
     return rows;
 }
 
