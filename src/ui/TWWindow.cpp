@@ -4,6 +4,7 @@
 #include "model/TWWorkspace.h"
 #include "shell/TWSession.h"
 #include "ui/details/TWDetailsView.h"
+#include "ui/progress/TWProgressView.h"
 #include "ui/waveform/TWWaveformView.h"
 
 #include <QLabel>
@@ -26,6 +27,9 @@ TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m
     m_details = new TWDetailsView(session.workspace(), session.runs(), m_stack);
     m_details->setObjectName(QStringLiteral("details"));
     m_stack->addWidget(m_details);
+    m_progress = new TWProgressView(session.workspace(), session.runs(), m_stack);
+    m_progress->setObjectName(QStringLiteral("progress"));
+    m_stack->addWidget(m_progress);
     for (const char* name : {"workflow"}) {
         auto* area = new QLabel(m_stack);
         area->setObjectName(QLatin1String(name));

@@ -5,6 +5,7 @@
 class QSplitter;
 class TWSession;
 class TWDetailsView;
+class TWProgressView;
 class TWWaveformView;
 
 // The workspace window: the file list on the left; on the right the waveform, the details of the
@@ -24,4 +25,5 @@ private:
     QSplitter* m_stack = nullptr; // waveform, details, workflow
     TWWaveformView* m_waveform = nullptr;
     TWDetailsView* m_details = nullptr;
+    TWProgressView* m_progress = nullptr;
 };
