@@ -37,6 +37,7 @@ TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m
     }
     setCentralWidget(m_sides);
     resize(1200, 800);
+    buildMenus();
 
     TWWorkspace& workspace = session.workspace();
     connect(&workspace, &TWWorkspace::selectionChanged, this, [this, &workspace] {

@@ -20,6 +20,8 @@ public:
     TWSession& session() const { return m_session; }
 
 private:
+    void buildMenus();
+
     TWSession& m_session;
     QSplitter* m_sides = nullptr; // the file list | the rest
     QSplitter* m_stack = nullptr; // waveform, details, workflow

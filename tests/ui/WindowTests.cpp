@@ -10,6 +10,7 @@
 
 #include <QTemporaryDir>
 
+#include <QAction>
 #include <QSplitter>
 
 #include <gtest/gtest.h>
@@ -33,4 +34,15 @@ TEST(Window, OpensWithItsAreasInPlace) {
     EXPECT_EQ(waveform->path(), paths.first());
     session.workspace().setSelectedEntries(added);
     EXPECT_TRUE(waveform->path().isEmpty());
+
+    // Add Files... asks through the interaction and adds what was chosen (with two rows selected there is
+    // no place to add).
+    session.workspace().clearSelection();
+    const QString third = *TestAudio::write(dir.filePath("c.wav"), {});
+    interaction.answerOpenPanels({{third}});
+    TWInteraction::setCurrent(&interaction);
+    for (QAction* action : window.findChildren<QAction*>())
+        if (action->text() == "&Add Files...") action->trigger();
+    TWInteraction::setCurrent(nullptr);
+    EXPECT_EQ(session.workspace().fileEntries().size(), 3);
 }
