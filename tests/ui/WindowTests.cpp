@@ -18,6 +18,7 @@
 TEST(Window, OpensWithItsAreasInPlace) {
     TWScriptedInteraction interaction;
     TWSession session(TWSession::FrontEnd::Window, interaction);
+    session.workspace().removeAll(); // the one workspace outlives each test
     TWWindow window(session);
     window.show();
     EXPECT_EQ(window.windowTitle(), "Clipwright");

@@ -31,6 +31,7 @@ QAbstractButton* named(QWidget& parent, const QString& name) {
 TEST(Transport, PlaysTheSelectionMovesThroughTheListAndKeepsItsOptions) {
     TWScriptedInteraction interaction;
     TWSession session(TWSession::FrontEnd::Window, interaction);
+    session.workspace().removeAll(); // the one workspace outlives each test
     TWPlayer player(session.workspace(), TWPreferences::shared(), std::make_unique<TWNullOutput>());
     ASSERT_TRUE(player.construct());
     QTemporaryDir dir;
