@@ -5,7 +5,7 @@ PRESET ?= default
 BUILD := build/$(PRESET)
 JOBS ?= $(shell nproc)
 
-.PHONY: setup build demo test bench fuzz corpus inplace-corpus clean
+.PHONY: setup build demo test bench fuzz corpus inplace-corpus clean install
 
 setup:
 	@scripts/setup.sh
@@ -19,6 +19,14 @@ demo: build
 
 test: build
 	ctest --preset $(PRESET) -j $(JOBS)
+
+# Into PREFIX (default /usr/local): the programs, the manual page, the desktop entry, icon and file type.
+PREFIX ?= /usr/local
+install: build
+	cmake --build --preset $(PRESET) --target man
+	cmake --install $(BUILD) --prefix $(PREFIX)
+	-update-mime-database $(PREFIX)/share/mime 2>/dev/null
+	-update-desktop-database $(PREFIX)/share/applications 2>/dev/null
 
 bench: setup
 	bench/run.sh
