@@ -56,7 +56,8 @@ LXAudioUnitEntry::LXAudioUnitEntry(LXAudioUnitDescription description) : m_descr
     int controls = 0;
     for (const LXAudioUnitPort& port : m_description.ports)
         if (port.kind == LXAudioUnitPort::Kind::ControlInput) m_controlOf[port.index] = controls++;
-    m_controls = std::make_unique<std::atomic<float>[]>(size_t(controls));
+    m_controlCount = size_t(controls);
+    m_controls = std::make_unique<std::atomic<float>[]>(m_controlCount);
     for (const LXAudioUnitPort& port : m_description.ports)
         if (m_controlOf[port.index] >= 0) m_controls[size_t(m_controlOf[port.index])] = port.defaultValue;
 }
@@ -193,7 +194,7 @@ LXStatus LXAudioUnitEntry::instantiate(double rate, int channels, int64_t maxBlo
     }
     for (int k = 0; k < count; ++k) {
         Instance& instance = *made[size_t(k)];
-        instance.controls.resize(m_controlOf.size());
+        instance.controls.resize(m_controlCount);
         instance.outputs.assign(size_t(m_description.ports.size()), 0.0f);
         instance.atoms.resize(size_t(m_description.ports.size()));
         int audioIn = 0, audioOut = 0;

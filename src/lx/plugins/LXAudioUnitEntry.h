@@ -63,7 +63,8 @@ private:
 
     LXAudioUnitDescription m_description;
     std::vector<int> m_controlOf;                       // port index -> control slot, or -1
-    std::unique_ptr<std::atomic<float>[]> m_controls;  // the control inputs' values, by slot
+    size_t m_controlCount = 0;
+    std::unique_ptr<std::atomic<float>[]> m_controls; // the control inputs' values, by slot
     std::vector<std::unique_ptr<Instance>> m_instances;
     double m_rate = 0.0;
     int m_channels = 0;

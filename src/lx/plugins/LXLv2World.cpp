@@ -33,6 +33,11 @@ LXLv2World::LXLv2World() {
                }};
 }
 
+LXLv2World::~LXLv2World() {
+    for (const auto& [uri, node] : m_nodes) lilv_node_free(node);
+    lilv_world_free(m_world);
+}
+
 const LilvPlugin* LXLv2World::plugin(const QString& uri) {
     LilvNode* node = lilv_new_uri(m_world, uri.toUtf8().constData());
     if (!node) return nullptr;

@@ -48,6 +48,7 @@ public:
 
 private:
     LXLv2World();
+    ~LXLv2World();
 
     std::recursive_mutex m_lock;
     LilvWorld* m_world = nullptr;
