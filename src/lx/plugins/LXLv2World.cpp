@@ -215,7 +215,7 @@ QList<LXAudioUnitDescription> LXInstalledAudioUnits() {
             if (unusable(world, plugin, description).isEmpty()) found.append(std::move(description));
         }
         std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
-            return QString::localeAwareCompare(a.name, b.name) < 0;
+            return a.name.compare(b.name, Qt::CaseInsensitive) < 0;
         });
         return found;
     }();
