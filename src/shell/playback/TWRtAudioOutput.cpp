@@ -54,9 +54,12 @@ LXStatus TWRtAudioOutput::start() {
     return {};
 }
 
+// Aborted rather than stopped: nothing queued needs to be heard when the output goes, and RtAudio 5's
+// JACK stopStream waits for the drain on a condition with a mutex it never locked, a wait that can miss
+// its wake-up and never return (ThreadSanitizer reports the unlock of an unlocked mutex).
 void TWRtAudioOutput::stop() {
     try {
-        if (m_audio && m_audio->isStreamRunning()) m_audio->stopStream();
+        if (m_audio && m_audio->isStreamRunning()) m_audio->abortStream();
     } catch (const RtAudioError&) {
         // Stopping a device that went away leaves nothing to undo.
     }
