@@ -19,6 +19,7 @@
 
 class LXAudioFile;
 class LXAudioFileWriter;
+class LXEffectEntry;
 class TWActionRun;
 class TWFileOutputs;
 class TWFileEntry;
@@ -120,6 +121,12 @@ public:
     // Preview: computed from the selected file while the preview is on.
     void updatePreviewForAudioFile(LXAudioFile& file) { m_previewValues = previewForAudioFile(file); }
     const TWPreview& previewValues() const { return m_previewValues; }
+    // An action previewed by being heard answers the effect that plays its settings: the player puts it at
+    // the head of the selected file's playback chain while the action is in the workflow being edited, and
+    // asks again whenever the panel changes, so each call brings the entry up to the settings and the
+    // preview switch (bypassed when off). The player keeps the entry it holds until the chain has let go
+    // of it, so the entry may outlive the action. nullptr (the default): nothing to hear. Main thread.
+    virtual std::shared_ptr<LXEffectEntry> livePreviewEntry() { return nullptr; }
 
     static bool isInMainThread();
 

@@ -57,3 +57,8 @@ void TWPanelModel::refreshControls() {
     m_controls = std::move(now);
     emit controlsChanged();
 }
+
+void TWPanelModel::setPreview(bool on) {
+    m_action.setPreview(on);
+    emit valueChanged(QStringLiteral("preview"));
+}

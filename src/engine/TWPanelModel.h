@@ -48,8 +48,11 @@ public:
     void setValue(qsizetype control, const QVariant& value);
     // The action's instructions were replaced (a workflow opened, a script): every control shows anew.
     void reload();
+    // The panel's preview switch.
+    void setPreview(bool on);
 
 signals:
+    // An instruction key took a value, or "preview" when the preview switch was set.
     void valueChanged(const QString& key);
     // The controls are others: a value chose them (an effect's parameters follow the effect chosen).
     void controlsChanged();

@@ -35,6 +35,7 @@ QStringList TWWorkflowEditor::insertWorkflow(const QVariantList& states, qsizety
     index = std::clamp<qsizetype>(index, 0, count());
     m_actions.insert(m_actions.begin() + index, std::make_move_iterator(workflow.actions.begin()),
                      std::make_move_iterator(workflow.actions.end()));
+    emit actionsChanged();
     return workflow.skippedClasses;
 }
 
@@ -42,7 +43,9 @@ TWAction* TWWorkflowEditor::insertActionOfClass(const QString& className, qsizet
     std::unique_ptr<TWAction> action = TWActionRegistry::make(className);
     if (!action) return nullptr;
     index = std::clamp<qsizetype>(index, 0, count());
-    return m_actions.insert(m_actions.begin() + index, std::move(action))->get();
+    TWAction* inserted = m_actions.insert(m_actions.begin() + index, std::move(action))->get();
+    emit actionsChanged();
+    return inserted;
 }
 
 TWAction* TWWorkflowEditor::addActionOfClass(const QString& className) {
@@ -53,10 +56,12 @@ void TWWorkflowEditor::removeAction(qsizetype index) {
     if (index < 0 || index >= count()) return;
     m_actions.erase(m_actions.begin() + index);
     validateActionSources();
+    emit actionsChanged();
 }
 
 void TWWorkflowEditor::removeAllActions() {
     m_actions.clear();
+    emit actionsChanged();
 }
 
 void TWWorkflowEditor::slideUpAction(qsizetype index, qsizetype target) {
@@ -75,6 +80,7 @@ void TWWorkflowEditor::moveAction(qsizetype from, qsizetype to) {
     else
         std::rotate(first + to, first + from, first + from + 1);
     validateActionSources();
+    emit actionsChanged();
 }
 
 void TWWorkflowEditor::validateActionSources() {
@@ -104,6 +110,7 @@ TWWorkflow TWWorkflowEditor::openWorkflow(const QString& path) {
     TWWorkflow workflow = TWWorkflowFile::read(path);
     m_actions = std::move(workflow.actions);
     workflow.actions.clear();
+    emit actionsChanged();
     return workflow;
 }
 
@@ -118,6 +125,7 @@ qsizetype TWWorkflowEditor::insertWorkflowFiles(const QStringList& paths, qsizet
                          std::make_move_iterator(workflow.actions.end()));
         inserted += added;
     }
+    if (inserted > 0) emit actionsChanged();
     return inserted;
 }
 

@@ -4,6 +4,7 @@
 
 #include "lx/LXResult.h"
 
+#include <QObject>
 #include <QVariantList>
 
 #include <memory>
@@ -12,18 +13,20 @@
 class TWPreferences;
 
 // The workflow being edited: an ordered list of actions, without any drawing. The window's workflow view
-// shows it and calls these edits; a run receives instructions(). Main thread only.
+// shows it and calls these edits; a run receives instructions(); the player hears the actions' live
+// previews. Main thread only.
 //
 // Indexes are positions in the list; an index out of range is clamped for insertions and ignored for
 // removals and moves.
-class TWWorkflowEditor {
+class TWWorkflowEditor : public QObject {
+    Q_OBJECT
 public:
     // The preference holding the editor's saved states, written at each run and applied when the
     // window opens.
     static inline const QString kWorkflowKey = QStringLiteral("Workflow");
 
     TWWorkflowEditor();
-    ~TWWorkflowEditor();
+    ~TWWorkflowEditor() override;
     TWWorkflowEditor(const TWWorkflowEditor&) = delete;
     TWWorkflowEditor& operator=(const TWWorkflowEditor&) = delete;
 
@@ -67,6 +70,10 @@ public:
     // Writing leaves synchronizing the preferences to the caller.
     void writeToPreferences(TWPreferences& preferences) const;
     QStringList readFromPreferences(const TWPreferences& preferences);
+
+signals:
+    // Actions came, went or moved (not sent for a change of one action's settings, which its panel tells).
+    void actionsChanged();
 
 private:
     void moveAction(qsizetype from, qsizetype to);

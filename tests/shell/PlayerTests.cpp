@@ -4,6 +4,7 @@
 
 #include "PlayerTestSupport.h"
 
+#include "engine/TWPanelModel.h"
 #include "engine/TWWorkflowEditor.h"
 #include "shell/playback/TWNullOutput.h"
 
@@ -86,6 +87,19 @@ double frequencyOf(const std::vector<float>& stereo) {
     for (size_t i = 2; i < stereo.size(); i += 2)
         crossings += stereo[i - 2] < 0.0f && stereo[i] >= 0.0f;
     return crossings / (double(stereo.size() / 2) / kRate);
+}
+
+// The peak of the left channel over output frames [from, to), in dBFS.
+double peakDecibels(const std::vector<float>& stereo, int64_t from, int64_t to) {
+    float peak = 0.0f;
+    for (int64_t frame = from; frame < to; ++frame)
+        peak = std::max(peak, std::abs(stereo[size_t(frame) * 2]));
+    return 20.0 * std::log10(peak);
+}
+
+qsizetype controlOf(const TWPanelModel& panel, const QString& key) {
+    const QList<TWControl>& controls = panel.controls();
+    return std::find_if(controls.begin(), controls.end(), [&](const TWControl& c) { return c.key == key; }) - controls.begin();
 }
 
 // An effect with a delay: the signal comes out `delay` frames late, as through a look-ahead limiter.
@@ -326,4 +340,46 @@ TEST_F(NullPlayer, AWorkflowRunStopsPlaybackOfTheFileItIsAboutToChange) {
     gainOn(playing);
     EXPECT_FALSE(m_player->isPlaying());
     runs().stopWorkThread();
+}
+
+// A compressor in the edited workflow is heard at the head of the chain, following its panel while playing,
+// bypassed with its preview off, and gone with the action; several play in the workflow's order.
+TEST_F(NullPlayer, TheWorkflowsLivePreviewsPlayAtTheHeadOfTheChain) {
+    m_path = path(QStringLiteral("tone.wav"));
+    selectFile("tone.wav", {.signal = TestAudio::Signal::Sine, .frames = 3 * kRate, .amplitude = 0.5});
+    TWAction* compress = m_editor.addActionOfClass("TWActionCompress");
+    compress->setInstructions({{"threshold", 20.0}, {"amount", 0.5}}); // 2:1 above -20 dBFS
+    TWPanelModel panel(*compress);
+    QObject::connect(&panel, &TWPanelModel::valueChanged, m_player.get(), &TWPlayer::updateLivePreviews);
+    panel.setPreview(true);
+    m_player->setWorkflowEditor(&m_editor);
+    ASSERT_EQ(m_player->layer().audioUnitEntries().size(), 1u);
+
+    // The static curve: a tone 14 dB over the threshold comes out 7 dB over it, once the attack is past.
+    m_player->playAll();
+    std::vector<float> played = render(kRate / 2);
+    EXPECT_NEAR(peakDecibels(played, kRate / 4, kRate / 2), -13.01, 0.05);
+    // No compression from the next block on; heard once the release has brought the gain back.
+    panel.setValue(controlOf(panel, "amount"), 0.0);
+    played = render(kRate / 2);
+    EXPECT_NEAR(peakDecibels(played, kRate / 4, kRate / 2), -6.02, 0.05);
+    m_player->stop();
+
+    panel.setValue(controlOf(panel, "amount"), 0.5);
+    panel.setPreview(false);
+    m_player->playAll();
+    expectFileFrames(render(kRate / 2), 0);
+
+    const TWAction* expand = m_editor.insertActionOfClass("TWActionExpand", 0);
+    using Chain = std::vector<std::shared_ptr<LXEffectEntry>>;
+    const std::shared_ptr<LXEffectEntry> expander = m_player->layer().audioUnitEntries().front();
+    const std::shared_ptr<LXEffectEntry> compressor = m_player->layer().audioUnitEntries().back();
+    EXPECT_EQ(m_player->layer().audioUnitEntries().size(), 2u);
+    m_editor.slideDownAction(0, 1);
+    EXPECT_EQ(m_player->layer().audioUnitEntries(), (Chain{compressor, expander}));
+    m_editor.removeAction(m_editor.indexOf(expand));
+    m_editor.removeAction(0); // while playing
+    EXPECT_TRUE(m_player->layer().audioUnitEntries().empty());
+    render(kRate / 10);
+    EXPECT_EQ(compressor.use_count(), 1) << "the action and the chain let go of it";
 }

@@ -65,9 +65,9 @@ double signedByteDecibels(double value) {
 // What both share
 // ------------------------------------------------------------------------------------------------
 
-LXDynamicsEntry& TWDynamicsAction::livePreview() {
-    configure(m_preview, instructions());
-    m_preview.setEnabled(preview());
+std::shared_ptr<LXEffectEntry> TWDynamicsAction::livePreviewEntry() {
+    configure(*m_preview, instructions());
+    m_preview->setEnabled(preview());
     return m_preview;
 }
 

@@ -4,6 +4,8 @@
 
 #include "lx/LXDynamicsEntry.h"
 
+#include <memory>
+
 // Compress and Expand: each file rendered through the framework's compressor and expander
 // (LXDynamicsEntry, whose gain law is documented in lx/dsp/LXDynamicsCurve.h), block by block.
 //
@@ -14,10 +16,8 @@
 class TWDynamicsAction : public TWAction {
 public:
     bool canPreview() const override { return true; }
-    // The entry the player puts at the head of its chain while the action's panel exists, brought up to
-    // the action's settings and preview switch (bypassed when the preview is off). The player calls it
-    // again when the panel reports a change (TWPanelModel::valueChanged).
-    LXDynamicsEntry& livePreview();
+    // The action's own compressor or expander, brought up to its settings and preview switch.
+    std::shared_ptr<LXEffectEntry> livePreviewEntry() override;
 
 protected:
     // The settings the instructions give, sent to an entry through its setters in key order.
@@ -35,7 +35,7 @@ protected:
     QVariant thresholdFromControl(const TWControl& control, const QVariant& value) const;
 
 private:
-    LXDynamicsEntry m_preview;
+    std::shared_ptr<LXDynamicsEntry> m_preview = std::make_shared<LXDynamicsEntry>();
     LXDynamicsSettings m_processing; // read by the per-file hooks, set before the first file
 };
 

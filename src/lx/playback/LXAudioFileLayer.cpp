@@ -63,8 +63,14 @@ void LXAudioFileLayer::addAudioUnitEntry(std::shared_ptr<LXEffectEntry> entry, i
     prepareOutput(m_outputRate, m_maxBlock);
 }
 
+// The callback may be walking the published chain: an entry that the layer alone held is released only
+// once a chain without it has replaced that one.
 void LXAudioFileLayer::deleteAudioUnit(const LXEffectEntry* entry) {
-    std::erase_if(m_entries, [entry](const auto& held) { return held.get() == entry; });
+    const auto removed = std::stable_partition(m_entries.begin(), m_entries.end(),
+                                               [entry](const auto& held) { return held.get() != entry; });
+    if (removed == m_entries.end()) return;
+    const std::vector<std::shared_ptr<LXEffectEntry>> kept(removed, m_entries.end());
+    m_entries.erase(removed, m_entries.end());
     prepareOutput(m_outputRate, m_maxBlock);
 }
 

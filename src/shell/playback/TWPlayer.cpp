@@ -10,6 +10,7 @@
 #include "platform/TWHandOver.h"
 #include "platform/TWPreferences.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -62,6 +63,48 @@ LXStatus TWPlayer::construct() {
     return {};
 }
 
+// Live previews ----------------------------------------------------------------------------------------------
+
+void TWPlayer::setWorkflowEditor(const TWWorkflowEditor* editor) {
+    if (m_editor) disconnect(m_editor, nullptr, this, nullptr);
+    m_editor = editor;
+    if (editor) {
+        connect(editor, &TWWorkflowEditor::actionsChanged, this, &TWPlayer::updateLivePreviews);
+        connect(editor, &QObject::destroyed, this, [this] {
+            m_editor = nullptr;
+            updateLivePreviews();
+        });
+    }
+    updateLivePreviews();
+}
+
+// Asking an action for its entry sets the entry to the action's settings. The chain changes only where
+// the workflow did: an entry that stays is not prepared again, which would make it forget what it heard.
+void TWPlayer::updateLivePreviews() {
+    std::vector<std::shared_ptr<LXEffectEntry>> wanted;
+    for (qsizetype i = 0; m_editor && i < m_editor->count(); ++i)
+        if (std::shared_ptr<LXEffectEntry> entry = m_editor->actionAt(i)->livePreviewEntry())
+            wanted.push_back(std::move(entry));
+    for (auto held = m_livePreviews.begin(); held != m_livePreviews.end();) {
+        if (std::find(wanted.begin(), wanted.end(), *held) != wanted.end()) {
+            ++held;
+            continue;
+        }
+        m_layer.deleteAudioUnit(held->get());
+        held = m_livePreviews.erase(held);
+    }
+    for (size_t i = 0; i < wanted.size(); ++i) {
+        if (i < m_livePreviews.size() && m_livePreviews[i] == wanted[i]) continue;
+        const auto moved = std::find(m_livePreviews.begin() + qsizetype(i), m_livePreviews.end(), wanted[i]);
+        if (moved != m_livePreviews.end()) {
+            m_layer.deleteAudioUnit(moved->get());
+            m_livePreviews.erase(moved);
+        }
+        m_layer.addAudioUnitEntry(wanted[i], int(i));
+        m_livePreviews.insert(m_livePreviews.begin() + qsizetype(i), wanted[i]);
+    }
+}
+
 // The play range ---------------------------------------------------------------------------------------------
 
 LXRange TWPlayer::playRange() {
@@ -109,6 +152,7 @@ void TWPlayer::playFrom(double seconds) {
 void TWPlayer::playRange(const LXRange& range, int midiNote) {
     loadSelectedFile();
     if (!m_constructed || !m_layer.hasAudioFile()) return;
+    updateLivePreviews();
     m_layer.preparePlaybackRange(range);
     m_master.preparePlaybackRange(range);
     m_master.setLatencyCompensation(m_preferences.boolValue(kLatencyCompensation) ? m_layer.latency() : 0.0);

@@ -8,6 +8,7 @@
 #include "lx/playback/LXPlaybackStream.h"
 
 #include <QObject>
+#include <QPointer>
 
 #include <memory>
 #include <mutex>
@@ -35,8 +36,15 @@ public:
     // Opens the output and builds the graph, then restores "Volume" and "Varispeed" when set, and starts
     // the output. A failure leaves playback unavailable (nothing plays) and says why.
     LXStatus construct();
-    // The workflow being edited, whose trim previews narrow the play range (nullptr: none).
-    void setWorkflowEditor(const TWWorkflowEditor* editor) { m_editor = editor; }
+    // The workflow being edited (nullptr: none): its trim previews narrow the play range, and its actions'
+    // live previews (TWAction::livePreviewEntry) play at the head of the file layer's chain, in the
+    // workflow's order, while the actions are in it.
+    void setWorkflowEditor(const TWWorkflowEditor* editor);
+    // Brings the live previews up to the workflow: entries added, removed or moved where its actions were,
+    // and every entry set to its action's settings and preview switch. Called when the workflow's actions
+    // change and before each playback; the window calls it when a panel's value changes
+    // (TWPanelModel::valueChanged). Safe while playing: the callback sees the chain change between blocks.
+    void updateLivePreviews();
     // The waveform view's selection, in seconds (empty: none).
     void setSelectionRange(const LXRange& range) { m_selection = range; }
 
@@ -94,7 +102,8 @@ private:
     LXMasterLayer m_master;
     std::unique_ptr<LXPlaybackStream> m_stream;
     std::unique_ptr<TWMidiInput> m_midi;
-    const TWWorkflowEditor* m_editor = nullptr;
+    QPointer<const TWWorkflowEditor> m_editor;
+    std::vector<std::shared_ptr<LXEffectEntry>> m_livePreviews; // the head of m_layer's chain, in order
     LXRange m_selection;
     double m_playTime = 0.0;
     int m_currentMIDINote = kNoMidiNote;

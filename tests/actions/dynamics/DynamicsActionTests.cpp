@@ -7,7 +7,7 @@
 namespace {
 
 LXDynamicsSettings previewOf(Panel& panel) {
-    return static_cast<TWDynamicsAction&>(*panel.action).livePreview().settings();
+    return static_cast<LXDynamicsEntry&>(*panel.action->livePreviewEntry()).settings();
 }
 
 } // namespace
@@ -43,11 +43,11 @@ TEST(DynamicsActions, ExpandTakesAWholeRatioAndNoCompression) {
     EXPECT_EQ(set.expansionThreshold, 45.0f);
     EXPECT_EQ(set.threshold, 0.0f);
     // The preview entry is bypassed while the action's preview is off.
-    auto& action = static_cast<TWDynamicsAction&>(*expand.action);
+    TWAction& action = *expand.action;
     action.setPreview(false);
-    EXPECT_FALSE(action.livePreview().isEnabled());
+    EXPECT_FALSE(action.livePreviewEntry()->isEnabled());
     action.setPreview(true);
-    EXPECT_TRUE(action.livePreview().isEnabled());
+    EXPECT_TRUE(action.livePreviewEntry()->isEnabled());
 }
 
 // Times in whole milliseconds, a typed time above 0 taken as 0; a typed threshold below 0 taken as 0 and
