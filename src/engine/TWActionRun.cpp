@@ -200,28 +200,3 @@ void TWActionRun::repointEntries(const QString& from, const QString& to) {
         }
     });
 }
-
-// Busy entries
-// -------------------------------------------------------------------------------------------------
-
-TWBusyEntry::TWBusyEntry(TWFileEntry& entry)
-    : m_entry(entry),
-      m_pushed(entry.status() != TWStatus::Processing) { // an entry listed twice is pushed once
-    m_entry.pushStatus(TWStatus::Processing);
-}
-
-void TWBusyEntry::mark() {
-    m_entry.setStatus(TWStatus::Processing);
-}
-
-TWBusyEntry::~TWBusyEntry() {
-    if (!m_pushed) return;
-    if (TWStatus::state(m_entry.status()) == int(TWStatus::Processing)) {
-        m_entry.popStatus();
-        return;
-    }
-    // A refresh put the file's new state on top (an in-place save): what lies beneath is the old file's.
-    const float now = m_entry.status();
-    m_entry.popStatus();
-    m_entry.setStatus(now);
-}

@@ -5,6 +5,7 @@
 #include "engine/TWRunController.h"
 
 #include "model/TWEntry.h"
+#include "model/TWFileEntry.h"
 
 #include <QList>
 #include <QVariantMap>
@@ -14,7 +15,6 @@
 class LXAudioFile;
 class LXAudioFileWriter;
 class TWAction;
-class TWFileEntry;
 
 // One action's run over its entries: what every shape of loop shares. It reads the destination, confirms
 // it and the instructions, reports to the run controller (the beginning, each entry, the end with the
@@ -85,16 +85,8 @@ private:
     bool m_toNewFile = false;
 };
 
-// Marks an entry as being processed for as long as it lives, whatever way the work ends.
-class TWBusyEntry {
+// Marks an entry as being processed for as long as it lives (an entry listed twice is pushed once).
+class TWBusyEntry : public TWPushedStatus {
 public:
-    explicit TWBusyEntry(TWFileEntry& entry);
-    ~TWBusyEntry();
-    TWBusyEntry(const TWBusyEntry&) = delete;
-    TWBusyEntry& operator=(const TWBusyEntry&) = delete;
-    void mark(); // shows the status again after a step that changed it
-
-private:
-    TWFileEntry& m_entry;
-    bool m_pushed;
+    explicit TWBusyEntry(TWFileEntry& entry) : TWPushedStatus(entry, TWStatus::Processing) {}
 };

@@ -367,3 +367,25 @@ QVariantMap TWFileEntry::state() const {
 void TWFileEntry::setState(const QVariantMap& state) {
     setPath(state.value(QStringLiteral("path")).toString());
 }
+
+// Pushed statuses -------------------------------------------------------------------------------------------
+
+TWPushedStatus::TWPushedStatus(TWFileEntry& entry, float status)
+    : m_entry(entry), m_status(status), m_pushed(entry.status() != status) {
+    m_entry.pushStatus(status);
+}
+
+void TWPushedStatus::mark() {
+    m_entry.setStatus(m_status);
+}
+
+TWPushedStatus::~TWPushedStatus() {
+    if (!m_pushed) return;
+    if (TWStatus::state(m_entry.status()) == TWStatus::state(m_status)) {
+        m_entry.popStatus();
+        return;
+    }
+    const float now = m_entry.status();
+    m_entry.popStatus();
+    m_entry.setStatus(now);
+}

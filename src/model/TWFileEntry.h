@@ -114,3 +114,21 @@ private:
     std::optional<LXFile::LXFileVersion> m_version;
     mutable std::mutex m_dateMutex;
 };
+
+// Shows a state on an entry for as long as it lives (pushed on its status stack, popped when it goes),
+// whatever way the work ends. An entry already showing the state is left to whoever pushed it. Should a
+// refresh have set the file's new state over it meanwhile (an in-place save), that state stays on top of
+// what lay beneath.
+class TWPushedStatus {
+public:
+    TWPushedStatus(TWFileEntry& entry, float status);
+    ~TWPushedStatus();
+    TWPushedStatus(const TWPushedStatus&) = delete;
+    TWPushedStatus& operator=(const TWPushedStatus&) = delete;
+    void mark(); // shows the state again after a step that changed it
+
+private:
+    TWFileEntry& m_entry;
+    float m_status;
+    bool m_pushed;
+};

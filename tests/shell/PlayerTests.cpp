@@ -337,9 +337,32 @@ TEST_F(NullPlayer, AWorkflowRunStopsPlaybackOfTheFileItIsAboutToChange) {
     };
     gainOn(other->path());
     EXPECT_TRUE(m_player->isPlaying()) << "another file";
+    const float resting = workspace().selectedFileEntry()->statusAt(1);
     gainOn(playing);
     EXPECT_FALSE(m_player->isPlaying());
+    EXPECT_EQ(workspace().selectedFileEntry()->status(), resting) << "neither playing nor busy";
     runs().stopWorkThread();
+}
+
+// The entry shows it is playing from the start to the stop, whether stopped or played to its end, and the
+// workspace redisplays it at both.
+TEST_F(NullPlayer, TheEntryShowsItIsPlayingUntilThePlaybackStops) {
+    selectPattern(0.5);
+    const TWFileEntryPtr entry = workspace().selectedFileEntry();
+    const float resting = entry->status();
+    int redisplays = 0;
+    QObject::connect(&workspace(), &TWWorkspace::entryChanged, [&](TWEntry* changed) { redisplays += changed == entry.get(); });
+    m_player->playAll();
+    EXPECT_EQ(entry->status(), TWStatus::Playing);
+    EXPECT_EQ(entry->statusAt(1), resting);
+    m_player->stop();
+    EXPECT_EQ(entry->status(), resting);
+    EXPECT_TRUE(ModelTest::runUntil([&] { return redisplays == 2; }));
+
+    m_player->playAll();
+    renderToEnd(kRate);
+    EXPECT_EQ(entry->status(), resting) << "stopped by the stream's thread at the end";
+    EXPECT_NE(entry->statusAt(1), TWStatus::Playing);
 }
 
 // A compressor in the edited workflow is heard at the head of the chain, following its panel while playing,

@@ -189,6 +189,7 @@ void TWPlayer::loadSelectedFile() {
     m_playTime = 0.0;
     std::lock_guard lock(m_pathMutex);
     m_loadedPath = m_layer.path();
+    m_loadedEntry = m_layer.hasAudioFile() ? entry : nullptr;
 }
 
 // Transport ------------------------------------------------------------------------------------------------
@@ -257,16 +258,27 @@ void TWPlayer::playback(double seconds) {
     });
 }
 
+// The status changes on the thread that starts or stops the playback, before it returns: the work thread
+// that stops a playback to change the file pushes its own status next, and must find the stack at rest.
 void TWPlayer::playbackDidStart() {
-    TWHandOver(this, [this] {
-        if (const TWFileEntryPtr entry = m_workspace.selectedFileEntry()) m_workspace.reloadEntry(entry.get());
-        emit playbackStarted();
-    });
+    TWFileEntryPtr entry;
+    {
+        std::lock_guard lock(m_pathMutex);
+        m_playingStatus.reset();
+        m_playingEntry = entry = m_loadedEntry;
+        if (entry) m_playingStatus.emplace(*entry, TWStatus::Playing);
+    }
+    if (entry) m_workspace.reloadEntry(entry.get());
+    TWHandOver(this, [this] { emit playbackStarted(); });
 }
 
 void TWPlayer::playbackDidStop() {
-    TWHandOver(this, [this] {
-        if (const TWFileEntryPtr entry = m_workspace.selectedFileEntry()) m_workspace.reloadEntry(entry.get());
-        emit playbackStopped();
-    });
+    TWFileEntryPtr entry;
+    {
+        std::lock_guard lock(m_pathMutex);
+        m_playingStatus.reset();
+        entry = std::move(m_playingEntry);
+    }
+    if (entry) m_workspace.reloadEntry(entry.get());
+    TWHandOver(this, [this] { emit playbackStopped(); });
 }

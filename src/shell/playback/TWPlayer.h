@@ -1,5 +1,6 @@
 #pragma once
 
+#include "model/TWFileEntry.h"
 #include "model/TWPlaybackService.h"
 
 #include "lx/LXResult.h"
@@ -12,6 +13,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 
 class TWAudioOutput;
 class TWMidiInput;
@@ -23,7 +25,9 @@ class TWWorkspace;
 // into a playback stream that an output plays. It keeps the transport's state (the last position, the
 // note that started the playback) and the playback preferences ("Autoplay", "Continue", "Repeat",
 // "Autoscroll", "Volume", "Varispeed", "MIDI Enabled", "MIDI Port", "MIDI Channel", "MIDI Override Base
-// Note", "Playback Latency Compensation"). The stream's news reach it on the main thread, and go on as signals.
+// Note", "Playback Latency Compensation"). The stream's news reach it on the main thread, and go on as signals;
+// while a file plays, its entry shows the playing state (7), pushed on its status stack and popped when
+// the playback stops, whichever thread stops it.
 //
 // Main thread, except stopPlaybackOfPath, which the work thread calls: a player is set on the workspace
 // and removed only while no run is under way.
@@ -109,6 +113,10 @@ private:
     int m_currentMIDINote = kNoMidiNote;
     bool m_constructed = false;
 
-    std::mutex m_pathMutex; // the file the layer holds, for stopPlaybackOfPath on other threads
+    // The file the layer holds and the entry shown playing, for the threads that stop a playback.
+    std::mutex m_pathMutex;
     QString m_loadedPath;
+    TWFileEntryPtr m_loadedEntry;
+    TWFileEntryPtr m_playingEntry;
+    std::optional<TWPushedStatus> m_playingStatus;
 };
