@@ -6,6 +6,7 @@
 
 #include "engine/TWPanelModel.h"
 #include "engine/TWWorkflowEditor.h"
+#include "lx/plugins/LXAudioUnitEntry.h"
 #include "shell/playback/TWNullOutput.h"
 
 #include <QCoreApplication>
@@ -405,4 +406,27 @@ TEST_F(NullPlayer, TheWorkflowsLivePreviewsPlayAtTheHeadOfTheChain) {
     EXPECT_TRUE(m_player->layer().audioUnitEntries().empty());
     render(kRate / 10);
     EXPECT_EQ(compressor.use_count(), 1) << "the action and the chain let go of it";
+}
+
+// A plug-in previewed live: the real LV2 delay line in the chain, its reported latency taken out at the
+// start so the file is heard bit for bit, while its settings are saved and changed during the playback.
+TEST_F(NullPlayer, APlugInsLivePreviewPlaysWithItsLatencyTakenOut) {
+    selectPattern(1.0);
+    TWAction* plugin = m_editor.addActionOfClass("TWActionAudioUnit");
+    plugin->setInstructions(
+        {{"settings", QVariantMap{{"Component", "http://gareus.org/oss/lv2/nodelay"}, {"Parameters", QVariantMap{{"delay", 300}}}}}});
+    plugin->setPreview(true);
+    m_player->setWorkflowEditor(&m_editor);
+    ASSERT_EQ(m_player->layer().audioUnitEntries().size(), 1u);
+    auto& entry = static_cast<LXAudioUnitEntry&>(*m_player->layer().audioUnitEntries().front());
+    EXPECT_DOUBLE_EQ(m_player->layer().latency(), 300.0 / kRate);
+
+    m_player->playAll();
+    std::vector<float> played = render(kRate / 10);
+    const QVariantMap saved = entry.state(); // while it plays: the blocks go on
+    const std::vector<float> more = render(kRate / 10);
+    played.insert(played.end(), more.begin(), more.end());
+    expectFileFrames(played, 0);
+    EXPECT_TRUE(saved["State"].toString().contains("delay"));
+    m_player->stop();
 }

@@ -38,7 +38,7 @@ public:
 
     // The entry the player puts at the head of its chain (nullptr when no effect is chosen or it will not
     // start here).
-    std::shared_ptr<LXEffectEntry> livePreviewEntry();
+    std::shared_ptr<LXEffectEntry> livePreviewEntry() override;
 
     QList<TWControl> panelControls() const override;
     QVariant valueFromControl(const TWControl& control, const QVariant& value) const override;
