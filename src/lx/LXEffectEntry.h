@@ -3,9 +3,11 @@
 #include "lx/LXError.h"
 #include "lx/LXResult.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 // An effect that processes interleaved frames in place, block by block: what a playback chain holds and
 // what LXProcessStream renders a file through. "Frames" means sample frames: a block of n frames of c
@@ -38,6 +40,21 @@ public:
     bool isEnabled() const { return m_enabled.load(std::memory_order_relaxed); }
     // Off: bypassed, the blocks pass unchanged.
     void setEnabled(bool enabled) { m_enabled.store(enabled, std::memory_order_relaxed); }
+
+protected:
+    // process(double*) of an effect that works in float: the block in pieces through scratch (as many
+    // whole frames as it holds) and back.
+    void processThroughFloat(double* interleaved, int64_t frames, int channels, std::vector<float>& scratch) {
+        const int64_t most = int64_t(scratch.size()) / std::max(1, channels);
+        for (int64_t done = 0; done < frames && most > 0;) {
+            const int64_t n = std::min(most, frames - done);
+            double* block = interleaved + done * channels;
+            std::copy_n(block, n * channels, scratch.begin());
+            process(scratch.data(), n);
+            std::copy_n(scratch.begin(), n * channels, block);
+            done += n;
+        }
+    }
 
 private:
     std::atomic<bool> m_enabled{true};

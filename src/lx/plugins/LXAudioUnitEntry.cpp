@@ -303,15 +303,7 @@ void LXAudioUnitEntry::process(float* interleaved, int64_t frames) {
 }
 
 void LXAudioUnitEntry::process(double* interleaved, int64_t frames) {
-    // LV2 plug-ins take float: the block goes through float and back.
-    for (int64_t done = 0; done < frames;) {
-        const int64_t n = std::min(m_maxBlock, frames - done);
-        double* block = interleaved + done * m_channels;
-        std::copy_n(block, n * m_channels, m_wide.begin());
-        process(m_wide.data(), n);
-        std::copy_n(m_wide.begin(), n * m_channels, block);
-        done += n;
-    }
+    processThroughFloat(interleaved, frames, m_channels, m_wide); // LV2 plug-ins take float
 }
 
 void LXAudioUnitEntry::reset() {

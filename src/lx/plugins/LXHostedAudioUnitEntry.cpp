@@ -174,15 +174,7 @@ void LXHostedAudioUnitEntry::process(float* interleaved, int64_t frames) {
 }
 
 void LXHostedAudioUnitEntry::process(double* interleaved, int64_t frames) {
-    const int64_t most = int64_t(m_narrow.size()) / std::max(1, m_channels);
-    for (int64_t done = 0; done < frames;) {
-        const int64_t n = std::min(most, frames - done);
-        double* block = interleaved + done * m_channels;
-        std::copy_n(block, n * m_channels, m_narrow.begin());
-        process(m_narrow.data(), n);
-        std::copy_n(m_narrow.begin(), n * m_channels, block);
-        done += n;
-    }
+    processThroughFloat(interleaved, frames, m_channels, m_narrow);
 }
 
 void LXHostedAudioUnitEntry::reset() {
