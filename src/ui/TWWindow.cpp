@@ -7,12 +7,24 @@
 #include "ui/progress/TWProgressView.h"
 #include "ui/waveform/TWWaveformView.h"
 
+#include "platform/TWPreferences.h"
+#include "shell/playback/TWPlayer.h"
+#include "shell/playback/TWRtAudioOutput.h"
+#include "ui/transport/TWTransportView.h"
+
 #include <QLabel>
+#include <QStatusBar>
+#include <QToolBar>
 #include <QSplitter>
 
-TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m_session(session) {
+TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QWidget* parent)
+    : QMainWindow(parent), m_session(session) {
     setWindowTitle(QStringLiteral("Clipwright"));
     setObjectName(QStringLiteral("workspaceWindow"));
+    m_player = std::make_unique<TWPlayer>(session.workspace(), TWPreferences::shared(),
+                                          output ? std::move(output) : std::make_unique<TWRtAudioOutput>());
+    if (const LXStatus ready = m_player->construct(); !ready)
+        statusBar()->showMessage(QStringLiteral("Nothing can play: %1").arg(ready.error().message()));
     m_sides = new QSplitter(Qt::Horizontal, this);
     m_stack = new QSplitter(Qt::Vertical, m_sides);
     // Placeholders until each area's feature takes its place.
@@ -36,8 +48,18 @@ TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m
         m_stack->addWidget(area);
     }
     setCentralWidget(m_sides);
+    auto* transport = new QToolBar(QStringLiteral("Transport"), this);
+    transport->setObjectName(QStringLiteral("transport"));
+    transport->addWidget(new TWTransportView(session.workspace(), *m_player, TWPreferences::shared(), transport));
+    addToolBar(Qt::TopToolBarArea, transport);
     resize(1200, 800);
     buildMenus();
+
+    // The waveform's selection is the play range; the playhead follows what is heard.
+    connect(m_waveform, &TWWaveformView::selectionChanged, this,
+            [this](const LXRange& range) { m_player->setSelectionRange(range); });
+    connect(m_player.get(), &TWPlayer::playbackPositionChanged, m_waveform, &TWWaveformView::setPlayhead);
+    connect(m_player.get(), &TWPlayer::playbackStopped, this, [this] { m_waveform->setPlayhead(-1); });
 
     TWWorkspace& workspace = session.workspace();
     connect(&workspace, &TWWorkspace::selectionChanged, this, [this, &workspace] {
@@ -49,4 +71,4 @@ TWWindow::TWWindow(TWSession& session, QWidget* parent) : QMainWindow(parent), m
     });
 }
 
-TWWindow::~TWWindow() = default;
+TWWindow::~TWWindow() = default; // the player stops before the areas that show it go

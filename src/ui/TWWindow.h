@@ -1,8 +1,14 @@
 #pragma once
 
+#include "shell/playback/TWAudioOutput.h"
+
 #include <QMainWindow>
 
+#include <memory>
+
 class QSplitter;
+
+class TWPlayer;
 class TWSession;
 class TWDetailsView;
 class TWProgressView;
@@ -14,15 +20,19 @@ class TWWaveformView;
 class TWWindow final : public QMainWindow {
     Q_OBJECT
 public:
-    explicit TWWindow(TWSession& session, QWidget* parent = nullptr);
+    // The player plays through output (nullptr: the default device through RtAudio); without a device
+    // that opens, the window works and nothing plays.
+    explicit TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output = nullptr, QWidget* parent = nullptr);
     ~TWWindow() override;
 
     TWSession& session() const { return m_session; }
+    TWPlayer& player() const { return *m_player; }
 
 private:
     void buildMenus();
 
     TWSession& m_session;
+    std::unique_ptr<TWPlayer> m_player;
     QSplitter* m_sides = nullptr; // the file list | the rest
     QSplitter* m_stack = nullptr; // waveform, details, workflow
     TWWaveformView* m_waveform = nullptr;

@@ -2,6 +2,7 @@
 
 #include "platform/TWScriptedInteraction.h"
 #include "shell/TWSession.h"
+#include "shell/playback/TWNullOutput.h"
 #include "ui/TWWindow.h"
 #include "ui/waveform/TWWaveformView.h"
 
@@ -19,10 +20,10 @@ TEST(Window, OpensWithItsAreasInPlace) {
     TWScriptedInteraction interaction;
     TWSession session(TWSession::FrontEnd::Window, interaction);
     session.workspace().removeAll(); // the one workspace outlives each test
-    TWWindow window(session);
+    TWWindow window(session, std::make_unique<TWNullOutput>());
     window.show();
     EXPECT_EQ(window.windowTitle(), "Clipwright");
-    for (const char* area : {"fileList", "waveform", "details", "workflow"})
+    for (const char* area : {"fileList", "waveform", "details", "progress", "workflow", "transport"})
         EXPECT_NE(window.findChild<QWidget*>(area), nullptr) << area;
 
     // The one selected file is the waveform's; two are none's.

@@ -39,6 +39,7 @@ LXLv2World::~LXLv2World() {
 }
 
 const LilvPlugin* LXLv2World::plugin(const QString& uri) {
+    if (uri.isEmpty()) return nullptr; // lilv would complain of an invalid URI
     LilvNode* node = lilv_new_uri(m_world, uri.toUtf8().constData());
     if (!node) return nullptr;
     const LilvPlugin* found = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(m_world), node);
