@@ -1,5 +1,7 @@
 #include "engine/TWActionRegistry.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QMutex>
 
 namespace {
@@ -8,6 +10,7 @@ struct Registry {
     QMutex mutex;
     QStringList names;
     QHash<QString, TWActionRegistry::Factory> factories;
+    QHash<QString, QString> families;
 };
 
 Registry& registry() {
@@ -19,11 +22,12 @@ Registry& registry() {
 
 namespace TWActionRegistry {
 
-void registerClass(const QString& className, Factory factory) {
+void registerClass(const QString& className, Factory factory, const QString& family) {
     Registry& r = registry();
     QMutexLocker lock(&r.mutex);
     if (!r.factories.contains(className)) r.names.append(className);
     r.factories.insert(className, std::move(factory));
+    r.families.insert(className, family);
 }
 
 std::unique_ptr<TWAction> make(const QString& className) {
@@ -43,6 +47,16 @@ QStringList classNames() {
     Registry& r = registry();
     QMutexLocker lock(&r.mutex);
     return r.names;
+}
+
+QString family(const QString& className) {
+    Registry& r = registry();
+    QMutexLocker lock(&r.mutex);
+    return r.families.value(className);
+}
+
+QString familyOfSourceFile(const char* path) {
+    return QFileInfo(QString::fromUtf8(path)).dir().dirName();
 }
 
 } // namespace TWActionRegistry
