@@ -188,7 +188,7 @@ public:
     QString verb() const override { return QStringLiteral("Removing Labels..."); }
     QList<TWInstructionKey> instructionKeys() const override { return {kTypes}; }
     QStringList requiredInstructionKeys() const override { return {}; }
-    // A check box per kind; the key then holds the bits of the checked ones.
+    // A check box per kind.
     QList<TWControl> panelControls() const override {
         QList<TWControl> boxes;
         for (const TWChoice& kind : kindChoices())
@@ -198,9 +198,14 @@ public:
     QVariant controlValue(const TWControl& control) const override {
         return bool(kindBits(objectForInstructionKey(kTypes.name)) & bitOf(control));
     }
+    // The codes of the kinds checked, as the command line and workflow files spell them.
     QVariant valueFromControl(const TWControl& control, const QVariant& value) const override {
-        const int bits = kindBits(objectForInstructionKey(kTypes.name));
-        return value.toBool() ? bits | bitOf(control) : bits & ~bitOf(control);
+        int bits = kindBits(objectForInstructionKey(kTypes.name));
+        bits = value.toBool() ? bits | bitOf(control) : bits & ~bitOf(control);
+        QStringList codes;
+        for (const TWChoice& kind : kindChoices())
+            if (bits & (1 << kind.value.toInt())) codes.append(TWInstructionKey::describeCode(kind.code).mid(1, 4));
+        return codes;
     }
 
 protected:
