@@ -88,7 +88,7 @@ QWidget* TWPanelView::widgetFor(qsizetype control) const {
 void TWPanelView::refresh() {
     for (size_t i = 0; i < m_rows.size(); ++i) {
         m_rows[i].show();
-        m_rows[i].widget->setEnabled(m_model.control(qsizetype(i)).enabled);
+        m_rows[i].placed->setEnabled(m_model.control(qsizetype(i)).enabled);
     }
 }
 
@@ -108,13 +108,13 @@ void TWPanelView::rebuild() {
         Row row = makeRow(i, m_body);
         const TWControl control = m_model.control(i);
         // A check box says what it is itself; the others take a label in front.
-        QWidget* placed = row.widget->parentWidget() == m_body ? row.widget : row.widget->parentWidget();
+        row.placed = row.widget->parentWidget() == m_body ? row.widget : row.widget->parentWidget();
         if (control.kind == TWControlKind::CheckBox || control.label.isEmpty()) {
-            form->addRow(placed);
+            form->addRow(row.placed);
         } else {
             auto* label = new QLabel(control.label + u':', m_body);
             label->setBuddy(row.widget);
-            form->addRow(label, placed);
+            form->addRow(label, row.placed);
         }
         m_rows.push_back(std::move(row));
     }

@@ -30,6 +30,7 @@ private:
     struct Row {
         QWidget* widget = nullptr;
         std::function<void()> show; // sets the widget from the model, without sending a change back
+        QWidget* placed = nullptr;  // what the form holds: the widget, or the box around it and its unit
     };
 
     void rebuild();

@@ -13,7 +13,9 @@
 #include "ui/workflow/TWWorkflowEditorView.h"
 
 #include <QComboBox>
+#include <QDropEvent>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QPushButton>
 #include <QStandardItemModel>
 #include <QTest>
@@ -147,4 +149,28 @@ TEST_F(WorkflowEditorView, OtherAsksForAFolderAndACancelKeepsTheDestination) {
     EXPECT_EQ(view->action().directory(), folder);
     EXPECT_EQ(destination->currentText(), "out");
     EXPECT_EQ(m_editor.instructions().first().toMap()["destination"].toMap()["directory"], folder);
+}
+
+TEST_F(WorkflowEditorView, AnActionDraggedFromTheCatalogueGoesWhereItIsDropped) {
+    m_view->insertAction("TWActionNormalize", 0);
+    m_view->insertAction("TWActionChangeGain", 1);
+    QCoreApplication::processEvents(); // the panels laid out
+    TWActionCatalogue& catalogue = m_view->catalogue();
+    catalogue.setCurrentItem(catalogue.itemForClass("TWActionReverse"));
+    const std::unique_ptr<QMimeData> dragged(catalogue.model()->mimeData({catalogue.currentIndex()}));
+    ASSERT_NE(dragged, nullptr);
+
+    // Over the top of the second panel: before it. The application sends a move and the drop only to the
+    // widget that took the drag's entry.
+    const QPointF at = m_view->actionViews()[1]->mapTo(m_view.get(), QPoint(20, 4));
+    QDragEnterEvent enter(at.toPoint(), Qt::CopyAction, dragged.get(), Qt::LeftButton, {});
+    QCoreApplication::sendEvent(m_view.get(), &enter);
+    QDragMoveEvent move(at.toPoint(), Qt::CopyAction, dragged.get(), Qt::LeftButton, {});
+    QCoreApplication::sendEvent(m_view.get(), &move);
+    EXPECT_TRUE(move.isAccepted());
+    QDropEvent drop(at, Qt::CopyAction, dragged.get(), Qt::LeftButton, {});
+    QCoreApplication::sendEvent(m_view.get(), &drop);
+    ASSERT_EQ(m_editor.count(), 3);
+    EXPECT_EQ(m_editor.actionAt(1)->className(), "TWActionReverse");
+    EXPECT_EQ(&m_view->actionViews()[1]->action(), m_editor.actionAt(1));
 }
