@@ -11,6 +11,8 @@
 #include "shell/playback/TWPlayer.h"
 #include "shell/playback/TWRtAudioOutput.h"
 #include "ui/transport/TWTransportView.h"
+#include "ui/workflow/TWWorkflowEditorView.h"
+#include "engine/TWWorkflowEditor.h"
 
 #include <QLabel>
 #include <QStatusBar>
@@ -42,11 +44,14 @@ TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QW
     m_progress = new TWProgressView(session.workspace(), session.runs(), m_stack);
     m_progress->setObjectName(QStringLiteral("progress"));
     m_stack->addWidget(m_progress);
-    for (const char* name : {"workflow"}) {
-        auto* area = new QLabel(m_stack);
-        area->setObjectName(QLatin1String(name));
-        m_stack->addWidget(area);
-    }
+    // The workflow being edited, as the preferences last kept it.
+    m_editor = std::make_unique<TWWorkflowEditor>();
+    m_editor->readFromPreferences(TWPreferences::shared());
+    m_workflow = new TWWorkflowEditorView(*m_editor, session.runs(), m_stack);
+    m_stack->addWidget(m_workflow);
+    m_player->setWorkflowEditor(m_editor.get());
+    connect(m_workflow, &TWWorkflowEditorView::settingsChanged, m_player.get(), &TWPlayer::updateLivePreviews);
+    connect(m_workflow, &TWWorkflowEditorView::previewsChanged, m_player.get(), &TWPlayer::updateLivePreviews);
     setCentralWidget(m_sides);
     auto* transport = new QToolBar(QStringLiteral("Transport"), this);
     transport->setObjectName(QStringLiteral("transport"));
@@ -71,4 +76,8 @@ TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QW
     });
 }
 
-TWWindow::~TWWindow() = default; // the player stops before the areas that show it go
+// The workflow's view goes before the workflow it shows; the player stops before the areas that show it go.
+TWWindow::~TWWindow() {
+    delete m_workflow;
+    m_player->setWorkflowEditor(nullptr);
+}

@@ -10,6 +10,8 @@ class QSplitter;
 
 class TWPlayer;
 class TWSession;
+class TWWorkflowEditor;
+class TWWorkflowEditorView;
 class TWDetailsView;
 class TWProgressView;
 class TWWaveformView;
@@ -32,10 +34,12 @@ private:
     void buildMenus();
 
     TWSession& m_session;
+    std::unique_ptr<TWWorkflowEditor> m_editor;
     std::unique_ptr<TWPlayer> m_player;
     QSplitter* m_sides = nullptr; // the file list | the rest
     QSplitter* m_stack = nullptr; // waveform, details, workflow
     TWWaveformView* m_waveform = nullptr;
     TWDetailsView* m_details = nullptr;
     TWProgressView* m_progress = nullptr;
+    TWWorkflowEditorView* m_workflow = nullptr;
 };

@@ -31,6 +31,7 @@ QToolButton* toolButton(QWidget* parent, QStyle::StandardPixmap icon, const QStr
 
 TWActionView::TWActionView(TWAction& action, QWidget* parent)
     : QFrame(parent), m_action(action), m_model(new TWPanelModel(action, this)) {
+    connect(m_model, &TWPanelModel::valueChanged, this, &TWActionView::settingsChanged);
     setFrameShape(QFrame::StyledPanel);
     setAccessibleName(action.name());
 

@@ -32,6 +32,7 @@ signals:
     void removeRequested();
     void moveRequested(int by); // -1 up, +1 down
     void previewChanged();
+    void settingsChanged(); // a value of the action's panel
 
 private:
     void fillSources();

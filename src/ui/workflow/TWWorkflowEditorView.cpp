@@ -122,6 +122,7 @@ TWActionView* TWWorkflowEditorView::makeView(qsizetype index) {
     connect(view, &TWActionView::removeRequested, this, [this, indexOf] { removeAction(indexOf()); });
     connect(view, &TWActionView::moveRequested, this, [this, indexOf](int by) { moveAction(indexOf(), by); });
     connect(view, &TWActionView::previewChanged, this, &TWWorkflowEditorView::previewsChanged);
+    connect(view, &TWActionView::settingsChanged, this, &TWWorkflowEditorView::settingsChanged);
     return view;
 }
 

@@ -40,6 +40,8 @@ public:
 signals:
     // An action's preview was turned on or off, or the actions changed: the waveform's previews are stale.
     void previewsChanged();
+    // A value of an action's panel changed: what is heard of a previewed action follows it.
+    void settingsChanged();
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
