@@ -92,12 +92,52 @@ QList<TWEntryPtr> TWEntry::takeAllEntries() {
 void TWEntry::replaceEntries(const QList<TWEntryPtr>& entries) {
     if (entries == m_entries) return;
     TWEntryObserver* const observer = this->observer();
+    if (observer && replaceByRows(entries)) return;
     if (observer) observer->willResetEntries(*this);
     const QList<TWEntryPtr> previous = std::exchange(m_entries, entries); // alive until told
     for (const TWEntryPtr& entry : std::as_const(m_entries))
         entry->setParent(this);
     renumberFrom(0);
     if (observer) observer->didResetEntries(*this);
+}
+
+bool TWEntry::replaceByRows(const QList<TWEntryPtr>& entries) {
+    // Each run renumbers the rows after it: beyond this many, one reset costs less.
+    constexpr qsizetype kMostRuns = 64;
+    QSet<const TWEntry*> incoming;
+    incoming.reserve(entries.size());
+    for (const TWEntryPtr& entry : entries)
+        incoming.insert(entry.get());
+    if (incoming.size() != entries.size()) return false;
+    using Run = std::pair<qsizetype, qsizetype>; // first row, count
+    QList<Run> removals, insertions;
+    const auto extend = [](QList<Run>& runs, qsizetype row) {
+        if (!runs.isEmpty() && runs.last().first + runs.last().second == row)
+            ++runs.last().second;
+        else
+            runs.append({row, 1});
+        return runs.size() <= kMostRuns;
+    };
+    for (qsizetype row = 0; row < m_entries.size(); ++row)
+        if (!incoming.contains(m_entries.at(row).get()) && !extend(removals, row)) return false;
+    // The children that stay must come in the order they stand in now.
+    qsizetype next = 0;
+    for (qsizetype row = 0; row < entries.size(); ++row) {
+        const TWEntry* entry = entries.at(row).get();
+        if (indexOfEntry(entry) < 0) {
+            if (!extend(insertions, row)) return false;
+            continue;
+        }
+        while (next < m_entries.size() && !incoming.contains(m_entries.at(next).get()))
+            ++next;
+        if (next == m_entries.size() || m_entries.at(next).get() != entry) return false;
+        ++next;
+    }
+    for (auto run = removals.crbegin(); run != removals.crend(); ++run)
+        removeAt(run->first, run->second);
+    for (const auto& [first, count] : std::as_const(insertions))
+        insertAt(first, entries.mid(first, count));
+    return true;
 }
 
 void TWEntry::addEntry(const TWEntryPtr& entry) {

@@ -190,7 +190,9 @@ protected:
     void replaceInfo(const QVariantMap& info);
 
     // The children replaced wholesale, even in an immutable container (folders and smart groups fill
-    // themselves); told as one reset, and not told when nothing changes.
+    // themselves); not told when nothing changes. When the children that stay keep their order and the
+    // rows that go and come form a few runs (a folder read again), told as those removals and insertions,
+    // so a view keeps the rest as it stands; otherwise as one reset.
     void replaceEntries(const QList<TWEntryPtr>& entries);
     // Sorts a list of entries (not their children). Stable.
     static void sortEntries(QList<TWEntryPtr>& entries, const QList<TWSortDescriptor>& descriptors);
@@ -214,6 +216,7 @@ private:
     void removeAt(qsizetype first, qsizetype count);
     void moveOne(const TWEntryPtr& entry, qsizetype destinationRow);
     QList<TWEntryPtr> takeAllEntries();
+    bool replaceByRows(const QList<TWEntryPtr>& entries); // false: nothing done, tell a reset
     void renumberFrom(qsizetype first);
     void collectEntriesWithPath(const QString& path, QList<TWEntryPtr>& found) const;
 

@@ -44,7 +44,7 @@ QModelIndex TWEntryItemModel::indexOfEntry(const TWEntry* entry, int column) con
 }
 
 QModelIndex TWEntryItemModel::index(int row, int column, const QModelIndex& parent) const {
-    if (column != 0 || (parent.isValid() && parent.column() != 0)) return {};
+    if (column < 0 || column >= columnCount(parent) || (parent.isValid() && parent.column() != 0)) return {};
     const TWEntryPtr child = entry(parent)->entryAtIndex(row);
     return child ? createIndex(row, column, child.get()) : QModelIndex();
 }

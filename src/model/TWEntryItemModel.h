@@ -11,9 +11,10 @@
 class TWWorkspace;
 
 // The workspace's tree as an item model: one row per entry, one column (the name), kept in step by the
-// workspace's entries... signals. The window's file table adds its columns to it; it holds no widgets.
+// workspace's entries... signals. The window's file list adds its columns (columnCount and data); it
+// holds no widgets.
 //
-// A container whose children are replaced wholesale (a sort, a folder read again) is a layout change of
+// A container whose children are replaced wholesale in a new order (a sort) is a layout change of
 // that container: persistent indexes follow the entries that stay, and those of entries that left become
 // invalid. Main thread.
 class TWEntryItemModel : public QAbstractItemModel {
