@@ -389,3 +389,28 @@ TWPushedStatus::~TWPushedStatus() {
     m_entry.popStatus();
     m_entry.setStatus(now);
 }
+
+QString TWStatus::description(float status) {
+    switch (state(status)) {
+    case -3:
+        return QStringLiteral("unsupported format");
+    case -2:
+        return QStringLiteral("damaged");
+    case -1:
+        return QStringLiteral("not found");
+    case 1:
+        return QStringLiteral("ready, not analysed");
+    case 2:
+        return QStringLiteral("analysing");
+    case 3:
+        return QStringLiteral("ready");
+    case 4:
+        return QStringLiteral("being processed");
+    case 6:
+        return QStringLiteral("waiting");
+    case 7:
+        return QStringLiteral("playing");
+    default:
+        return QStringLiteral("readable");
+    }
+}

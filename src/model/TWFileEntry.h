@@ -32,6 +32,9 @@ constexpr float Playing = 7.0f;
 inline int state(float status) {
     return int(status);
 } // truncation: -1.5 is state -1
+// The state in words ("ready, not analysed", "damaged"), as the command line prints it and the file
+// list reads it out.
+QString description(float status);
 } // namespace TWStatus
 
 // One audio file on disk (or one split set of mono files, named by its lead member "take.L").

@@ -500,6 +500,12 @@ const TWFormatter* TWFormatters::formatterForKey(const QString& key) const {
     return formatterNamed(LXMetadata::formatterSelectorForKey(key));
 }
 
+QString TWFormatters::stringForKey(const QString& key, const QVariant& value) const {
+    if (value.typeId() == QMetaType::Nullptr) return QStringLiteral("none");
+    const TWFormatter* formatter = formatterForKey(key);
+    return formatter ? formatter->stringForObjectValue(value) : value.toString();
+}
+
 std::unique_ptr<TWFormatter> TWFormatters::timeFormatterFollowing(const std::atomic<int>& format) {
     return TWFormatting::makeTimeFormatter(format);
 }
@@ -516,10 +522,7 @@ QList<TWFormatters::Row> TWFormatters::displayRows(const QVariantMap& info) cons
         const QString key = LXMetadata::keyForTitle(title);
         const QVariant value = info.value(key);
         if (!value.isValid()) continue;
-        const TWFormatter* formatter = formatterForKey(key);
-        const QString text = value.typeId() == QMetaType::Nullptr ? QStringLiteral("none")
-                             : formatter                         ? formatter->stringForObjectValue(value)
-                                                                 : value.toString();
+        const QString text = stringForKey(key, value);
         if (!text.isEmpty()) rows.append({key, title, text});
     }
     return rows;

@@ -114,12 +114,16 @@ public:
     // decibelFormatter, ...), or nullptr for keys shown as they are stored.
     const TWFormatter* formatterForKey(const QString& key) const;
     // An entry's information as the details and `clipwright info` show it: the keys that have a value, in
-    // the order of the metadata table, each under its title and formatted. An estimate that found nothing
-    // (a null value) reads "none".
+    // the order of the metadata table, each under its title and as stringForKey gives it.
     struct Row {
         QString key, title, text;
     };
     QList<Row> displayRows(const QVariantMap& info) const;
+
+    // The text shown for a value of an information key, in a column of the file list, a details row or
+    // `clipwright info`: through the key's formatter, as stored when it has none, and "none" for an
+    // estimate that found nothing (a null value).
+    QString stringForKey(const QString& key, const QVariant& value) const;
     // The formatter of an accessor name ("midiNoteFormatter"), or nullptr.
     const TWFormatter* formatterNamed(const QString& name) const;
     // A time formatter of its own, in whatever TWTimeFormat `format` holds when it formats (a panel's

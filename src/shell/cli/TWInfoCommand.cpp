@@ -20,31 +20,8 @@ namespace TWCommandLine {
 
 namespace {
 
-QString statusText(float status) {
-    switch (TWStatus::state(status)) {
-    case -3:
-        return QStringLiteral("unsupported format");
-    case -2:
-        return QStringLiteral("damaged");
-    case -1:
-        return QStringLiteral("not found");
-    case 1:
-        return QStringLiteral("ready, not analysed");
-    case 2:
-        return QStringLiteral("analysing");
-    case 3:
-        return QStringLiteral("ready");
-    case 4:
-        return QStringLiteral("being processed");
-    case 6:
-        return QStringLiteral("waiting");
-    case 7:
-        return QStringLiteral("playing");
-    default:
-        return QStringLiteral("readable");
-    }
-}
-
+// The rows that have a value, under their titles and formatted, in the order of the metadata table. An
+// estimate that found nothing (a null value) reads "none".
 QList<QPair<QString, QString>> formattedRows(const QVariantMap& info) {
     QList<QPair<QString, QString>> rows;
     for (const TWFormatters::Row& row : TWWorkspace::workspace().formatters().displayRows(info))
@@ -56,7 +33,7 @@ QList<QPair<QString, QString>> formattedRows(const QVariantMap& info) {
 // dB beside their amplitudes (null for silence: JSON has no infinity), and the shown texts.
 QJsonObject jsonDocument(const TWFileEntry& entry, const QVariantMap& info) {
     QJsonObject document = QJsonObject::fromVariantMap(info);
-    document.insert(QStringLiteral("status"), statusText(entry.status()));
+    document.insert(QStringLiteral("status"), TWStatus::description(entry.status()));
     if (info.contains(QStringLiteral("format")))
         document.insert(QStringLiteral("formatName"),
                         LXFormat::name(uint32_t(info.value(QStringLiteral("format")).toLongLong())));
@@ -152,8 +129,8 @@ int runInfo(const Arguments& arguments, Context& context) {
             continue;
         }
         context.out << entry->path() << '\n';
-        context.out << "  " << QStringLiteral("Status").leftJustified(16) << statusText(entry->status())
-                    << '\n';
+        context.out << "  " << QStringLiteral("Status").leftJustified(16)
+                    << TWStatus::description(entry->status()) << '\n';
         for (const auto& [label, value] : formattedRows(*info))
             context.out << "  " << label.leftJustified(16) << value << '\n';
     }
