@@ -333,8 +333,30 @@ bool TWEntry::lessThan(const TWEntry& a, const TWEntry& b, const QList<TWSortDes
 
 void TWEntry::sortEntries(QList<TWEntryPtr>& entries, const QList<TWSortDescriptor>& descriptors) {
     if (descriptors.isEmpty() || entries.size() < 2) return;
-    std::stable_sort(entries.begin(), entries.end(),
-                     [&](const TWEntryPtr& a, const TWEntryPtr& b) { return lessThan(*a, *b, descriptors); });
+    // Each entry's values read once: reading one takes the entry's lock, and a sort of 100,000 rows
+    // compares each entry some thirty times.
+    struct Keyed {
+        QVariantList values;
+        TWEntryPtr entry;
+    };
+    QList<Keyed> keyed;
+    keyed.reserve(entries.size());
+    for (const TWEntryPtr& entry : std::as_const(entries)) {
+        QVariantList values;
+        values.reserve(descriptors.size());
+        for (const TWSortDescriptor& d : descriptors)
+            values.append(sortValue(*entry, d.key));
+        keyed.append({std::move(values), entry});
+    }
+    std::stable_sort(keyed.begin(), keyed.end(), [&](const Keyed& a, const Keyed& b) {
+        for (qsizetype i = 0; i < descriptors.size(); ++i) {
+            const int order = compareValues(a.values.at(i), b.values.at(i));
+            if (order != 0) return descriptors.at(i).ascending ? order < 0 : order > 0;
+        }
+        return false;
+    });
+    for (qsizetype i = 0; i < keyed.size(); ++i)
+        entries[i] = std::move(keyed[i].entry);
 }
 
 void TWEntry::sortEntriesWithDescriptors(const QList<TWSortDescriptor>& descriptors) {
