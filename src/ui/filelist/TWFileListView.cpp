@@ -16,6 +16,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 
 namespace {
@@ -193,9 +194,27 @@ void TWFileListView::showHeaderMenu(const QPoint& position) {
 
 QList<TWEntryPtr> TWFileListView::selectedRowsInOrder() const {
     // From the ranges: asking the selection model for its rows tests every column of every row.
+    QItemSelection ranges = selectionModel()->selection();
+    const bool oneParent = std::all_of(ranges.cbegin(), ranges.cend(), [&](const QItemSelectionRange& range) {
+        return range.parent() == ranges.first().parent();
+    });
+    if (oneParent) { // the usual case: ranges of one container, in order of their first rows
+        std::sort(
+            ranges.begin(), ranges.end(),
+            [](const QItemSelectionRange& a, const QItemSelectionRange& b) { return a.top() < b.top(); });
+        QList<TWEntryPtr> entries;
+        int next = 0; // the first row not yet taken: ranges may overlap
+        for (const QItemSelectionRange& range : std::as_const(ranges)) {
+            const TWEntry* parent = m_model->entry(range.parent());
+            for (int row = std::max(next, range.top()); row <= range.bottom(); ++row)
+                if (const TWEntryPtr entry = parent->entryAtIndex(row)) entries.append(entry);
+            next = std::max(next, range.bottom() + 1);
+        }
+        return entries;
+    }
     QSet<TWEntry*> seen;
     QList<std::pair<QList<qsizetype>, TWEntryPtr>> rows;
-    for (const QItemSelectionRange& range : selectionModel()->selection()) {
+    for (const QItemSelectionRange& range : std::as_const(ranges)) {
         TWEntry* parent = m_model->entry(range.parent());
         for (int row = range.top(); row <= range.bottom(); ++row) {
             const TWEntryPtr entry = parent->entryAtIndex(row);
@@ -210,6 +229,21 @@ QList<TWEntryPtr> TWFileListView::selectedRowsInOrder() const {
     for (const auto& row : std::as_const(rows))
         entries.append(row.second);
     return entries;
+}
+
+void TWFileListView::selectAll() {
+    QItemSelection all;
+    const int lastColumn = m_model->columnCount() - 1;
+    const std::function<void(const QModelIndex&)> add = [&](const QModelIndex& parent) {
+        const TWEntry* container = m_model->entry(parent);
+        if (container->entryCount() == 0) return;
+        all.append(QItemSelectionRange(m_model->index(0, 0, parent),
+                                       m_model->index(int(container->entryCount()) - 1, lastColumn, parent)));
+        for (const TWEntryPtr& child : container->entries())
+            if (!child->isLeaf() && child->isExpanded()) add(m_model->indexOfEntry(child.get()));
+    };
+    add({});
+    selectionModel()->select(all, QItemSelectionModel::ClearAndSelect);
 }
 
 void TWFileListView::handOnSelection() {

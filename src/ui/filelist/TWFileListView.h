@@ -30,6 +30,8 @@ public:
     TWFileListMenu& commands() const { return *m_menu; }
     // Writes the columns and the sort to the preferences (also done when they change).
     void saveViewOptions() const;
+    // Every row shown, as one range per container: the base class walks every row and column.
+    void selectAll() override;
 
 protected:
     void contextMenuEvent(QContextMenuEvent* event) override;

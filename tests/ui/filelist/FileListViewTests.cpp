@@ -89,6 +89,9 @@ TEST_F(FileListViewTest, SelectionTravelsBothWaysAndTheKeyboardMovesIt) {
     // Files added into a group open it; removing through the menu's command empties the selection.
     auto group = ws.addFilesToNewGroup({paths[1]});
     EXPECT_TRUE(view.isExpanded(nameCell(view, group)));
+    view.selectAll();
+    EXPECT_EQ(ws.selectedEntries(),
+              (QList<TWEntryPtr>{rows[0], rows[1], rows[2], group, group->entryAtIndex(0)}));
     ws.setSelectedEntries({rows[0]});
     QAction* remove = view.commands().action(QStringLiteral("remove"));
     ASSERT_TRUE(remove->isEnabled());
