@@ -13,8 +13,10 @@
 #include "ui/transport/TWTransportView.h"
 #include "ui/workflow/TWWorkflowEditorView.h"
 #include "engine/TWWorkflowEditor.h"
+#include "engine/TWWorkflowFile.h"
+#include "platform/TWInteraction.h"
+#include "ui/filelist/TWFileListView.h"
 
-#include <QLabel>
 #include <QStatusBar>
 #include <QToolBar>
 #include <QSplitter>
@@ -28,13 +30,9 @@ TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QW
     if (const LXStatus ready = m_player->construct(); !ready)
         statusBar()->showMessage(QStringLiteral("Nothing can play: %1").arg(ready.error().message()));
     m_sides = new QSplitter(Qt::Horizontal, this);
+    m_sides->addWidget(new TWFileListView(session.workspace(), m_sides));
     m_stack = new QSplitter(Qt::Vertical, m_sides);
-    // Placeholders until each area's feature takes its place.
-    for (const char* name : {"fileList"}) {
-        auto* area = new QLabel(m_sides);
-        area->setObjectName(QLatin1String(name));
-        m_sides->insertWidget(0, area);
-    }
+    m_sides->addWidget(m_stack);
     m_waveform = new TWWaveformView(m_stack);
     m_waveform->setObjectName(QStringLiteral("waveform"));
     m_stack->addWidget(m_waveform);
@@ -67,6 +65,20 @@ TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QW
     connect(m_player.get(), &TWPlayer::playbackStopped, this, [this] { m_waveform->setPlayhead(-1); });
 
     TWWorkspace& workspace = session.workspace();
+    connect(&workspace, &TWWorkspace::infoTextChanged, statusBar(), [this](const QString& text) {
+        statusBar()->showMessage(text);
+    });
+    // A workflow file dropped on the list is opened in the editor.
+    connect(&workspace, &TWWorkspace::workflowFileDropped, this, [this](const QString& path) {
+        const LXResult<QVariantList> states = TWWorkflowFile::readStates(path);
+        if (!states) {
+            TWInteraction::current().runAlert({TWAlertStyle::Warning, QStringLiteral("Workflow Not Opened"),
+                                               states.error().description(), {}, 0});
+            return;
+        }
+        m_editor->setState(*states);
+        m_workflow->reload();
+    });
     connect(&workspace, &TWWorkspace::selectionChanged, this, [this, &workspace] {
         const QList<TWFileEntryPtr>& selected = workspace.selectedFileEntries();
         const TWFileEntryPtr one = selected.size() == 1 ? selected.first() : nullptr;
