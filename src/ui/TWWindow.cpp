@@ -49,6 +49,12 @@ TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QW
     m_stack->addWidget(m_workflow);
     m_player->setWorkflowEditor(m_editor.get());
     connect(m_workflow, &TWWorkflowEditorView::settingsChanged, m_player.get(), &TWPlayer::updateLivePreviews);
+    // The waveform and the workflow take the room; the details and the progress what they need.
+    m_progress->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Maximum);
+    for (const auto& [area, stretch] : {std::pair<QWidget*, int>{m_waveform, 3}, {m_details, 2}, {m_progress, 0}, {m_workflow, 3}})
+        m_stack->setStretchFactor(m_stack->indexOf(area), stretch);
+    m_sides->setStretchFactor(0, 2);
+    m_sides->setStretchFactor(1, 3);
     connect(m_workflow, &TWWorkflowEditorView::previewsChanged, m_player.get(), &TWPlayer::updateLivePreviews);
     setCentralWidget(m_sides);
     auto* transport = new QToolBar(QStringLiteral("Transport"), this);
