@@ -20,6 +20,8 @@
 #include <QHeaderView>
 #include <QScrollBar>
 #include <QTemporaryDir>
+
+#include "IsolatedHome.h"
 #include <QTimer>
 
 #include <cstdio>
@@ -70,10 +72,7 @@ int main(int argc, char** argv) {
     // A home of its own, and no display needed.
     QTemporaryDir home;
     if (!home.isValid()) return 1;
-    qputenv("HOME", QFile::encodeName(home.path()));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral(".config"))));
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral(".cache"))));
+    useIsolatedHome(home);
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     TWPreferences::shared().registerDefaults(TWPreferences::standardDefaults());

@@ -11,6 +11,8 @@
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 
+#include "IsolatedHome.h"
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -26,10 +28,7 @@ int main(int argc, char** argv) {
     // A home of its own: the workspace reads the preferences when it is made.
     QTemporaryDir home;
     if (!home.isValid()) return 1;
-    qputenv("HOME", QFile::encodeName(home.path()));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral(".config"))));
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral(".cache"))));
+    useIsolatedHome(home);
     QCoreApplication app(argc, argv);
 
     QList<qsizetype> counts;

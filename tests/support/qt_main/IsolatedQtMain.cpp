@@ -2,6 +2,7 @@
 // workspace queued calls, runs a work thread) and in a home of their own, so that no test reads or writes
 // the real user's preferences, trash, undo folder, caches or metadata index.
 
+#include "IsolatedHome.h"
 #include "platform/TWPreferences.h"
 #include "platform/TWSupportFolders.h"
 
@@ -20,12 +21,9 @@
 int main(int argc, char** argv) {
     QTemporaryDir home;
     if (!home.isValid()) return 1;
-    qputenv("HOME", QFile::encodeName(home.path()));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral(".config"))));
-    // Not hidden: the metadata index leaves hidden folders out, and the smart group tests need it to see
-    // the application's support folder in order to show that its files are never listed.
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral(".cache"))));
+    // The smart group tests need the metadata index to see the application's support folder (in the
+    // data folder, not hidden), to show that its files are never listed.
+    useIsolatedHome(home);
     // The trash misbehaves when the data folder is missing.
     QDir().mkpath(home.filePath(QStringLiteral("data")));
 
