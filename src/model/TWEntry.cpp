@@ -323,14 +323,6 @@ int compareValues(const QVariant& a, const QVariant& b) {
 
 } // namespace
 
-bool TWEntry::lessThan(const TWEntry& a, const TWEntry& b, const QList<TWSortDescriptor>& descriptors) {
-    for (const TWSortDescriptor& d : descriptors) {
-        const int order = compareValues(sortValue(a, d.key), sortValue(b, d.key));
-        if (order != 0) return d.ascending ? order < 0 : order > 0;
-    }
-    return false;
-}
-
 void TWEntry::sortEntries(QList<TWEntryPtr>& entries, const QList<TWSortDescriptor>& descriptors) {
     if (descriptors.isEmpty() || entries.size() < 2) return;
     // Each entry's values read once: reading one takes the entry's lock, and a sort of 100,000 rows

@@ -80,7 +80,6 @@ public:
     // Sorts every subtree, then the children themselves. Stable: equal keys keep their order. A
     // container whose order changes is told as a reset.
     void sortEntriesWithDescriptors(const QList<TWSortDescriptor>& descriptors);
-    static bool lessThan(const TWEntry& a, const TWEntry& b, const QList<TWSortDescriptor>& descriptors);
 
     bool containsEntry(const TWEntry* entry) const; // anywhere below this entry
     TWEntryPtr entryWithPath(const QString& path, bool deep) const;

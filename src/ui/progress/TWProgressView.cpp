@@ -12,6 +12,8 @@
 #include <QProgressBar>
 #include <QPushButton>
 
+#include <climits>
+
 TWProgressView::TWProgressView(TWWorkspace& workspace, TWRunController& runs, QWidget* parent)
     : QWidget(parent), m_workspace(workspace) {
     setAccessibleName(QStringLiteral("Progress"));
