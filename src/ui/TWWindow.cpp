@@ -75,16 +75,7 @@ TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QW
         statusBar()->showMessage(text);
     });
     // A workflow file dropped on the list is opened in the editor.
-    connect(&workspace, &TWWorkspace::workflowFileDropped, this, [this](const QString& path) {
-        const LXResult<QVariantList> states = TWWorkflowFile::readStates(path);
-        if (!states) {
-            TWInteraction::current().runAlert({TWAlertStyle::Warning, QStringLiteral("Workflow Not Opened"),
-                                               states.error().description(), {}, 0});
-            return;
-        }
-        m_editor->setState(*states);
-        m_workflow->reload();
-    });
+    connect(&workspace, &TWWorkspace::workflowFileDropped, this, &TWWindow::openWorkflow);
     connect(&workspace, &TWWorkspace::selectionChanged, this, [this, &workspace] {
         const QList<TWFileEntryPtr>& selected = workspace.selectedFileEntries();
         const TWFileEntryPtr one = selected.size() == 1 ? selected.first() : nullptr;
@@ -92,6 +83,17 @@ TWWindow::TWWindow(TWSession& session, std::unique_ptr<TWAudioOutput> output, QW
         if (path != m_waveform->path()) m_waveform->setFile(path);
         m_details->setEntry(one);
     });
+}
+
+void TWWindow::openWorkflow(const QString& path) {
+    const LXResult<QVariantList> states = TWWorkflowFile::readStates(path);
+    if (!states) {
+        TWInteraction::current().runAlert({TWAlertStyle::Warning, QStringLiteral("Workflow Not Opened"),
+                                           states.error().description(), {}, 0});
+        return;
+    }
+    m_editor->setState(*states);
+    m_workflow->reload();
 }
 
 // The workflow's view goes before the workflow it shows; the player stops before the areas that show it go.

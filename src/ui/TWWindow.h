@@ -29,6 +29,8 @@ public:
 
     TWSession& session() const { return m_session; }
     TWPlayer& player() const { return *m_player; }
+    // Replaces the edited workflow with the file's (an alert says why when it cannot be read).
+    void openWorkflow(const QString& path);
 
 private:
     void buildMenus();

@@ -3,6 +3,8 @@
 #include "ui/TWWindow.h"
 
 #include "engine/TWRunController.h"
+#include "engine/TWWorkflowEditor.h"
+#include "engine/TWWorkflowFile.h"
 #include "model/TWWorkspace.h"
 #include "platform/TWInteraction.h"
 #include "shell/TWSession.h"
@@ -27,6 +29,26 @@ void TWWindow::buildMenus() {
     add->setShortcut(QKeySequence::Open);
     file->addAction(QStringLiteral("New &Group"), QKeySequence(QStringLiteral("Ctrl+Shift+N")), this,
                     [&workspace] { workspace.newGroup(); });
+    file->addSeparator();
+    file->addAction(QStringLiteral("&Open Workflow..."), QKeySequence(QStringLiteral("Ctrl+Shift+O")), this,
+                    [this] {
+                        TWOpenPanelOptions options;
+                        options.title = QStringLiteral("Open Workflow");
+                        options.types = {TWWorkflowFile::kExtension};
+                        const QStringList paths = TWInteraction::current().runOpenPanel(options);
+                        if (!paths.isEmpty()) openWorkflow(paths.first());
+                    });
+    file->addAction(QStringLiteral("&Save Workflow..."), QKeySequence::Save, this, [this] {
+        TWSavePanelOptions options;
+        options.title = QStringLiteral("Save Workflow");
+        options.name = QStringLiteral("Workflow.twwf");
+        options.requiredExtension = TWWorkflowFile::kExtension;
+        const QString path = TWInteraction::current().runSavePanel(options);
+        if (path.isEmpty()) return;
+        if (const LXStatus saved = TWWorkflowFile::write(path, m_editor->state()); !saved)
+            TWInteraction::current().runAlert({TWAlertStyle::Warning, QStringLiteral("Workflow Not Saved"),
+                                               saved.error().description(), {}, 0});
+    });
     file->addSeparator();
     file->addAction(QStringLiteral("&Quit"), QKeySequence::Quit, qApp, &QApplication::quit);
 

@@ -5,6 +5,8 @@
 #include "shell/playback/TWNullOutput.h"
 #include "ui/TWWindow.h"
 #include "ui/waveform/TWWaveformView.h"
+#include "ui/workflow/TWActionView.h"
+#include "ui/workflow/TWWorkflowEditorView.h"
 
 #include "TestAudio.h"
 #include "model/TWWorkspace.h"
@@ -43,8 +45,25 @@ TEST(Window, OpensWithItsAreasInPlace) {
     const QString third = *TestAudio::write(dir.filePath("c.wav"), {});
     interaction.answerOpenPanels({{third}});
     TWInteraction::setCurrent(&interaction);
-    for (QAction* action : window.findChildren<QAction*>())
-        if (action->text() == "&Add Files...") action->trigger();
-    TWInteraction::setCurrent(nullptr);
+    const auto trigger = [&](const QString& text) {
+        for (QAction* action : window.findChildren<QAction*>())
+            if (action->text() == text) action->trigger();
+    };
+    trigger("&Add Files...");
     EXPECT_EQ(session.workspace().fileEntries().size(), 3);
+
+    // A workflow saved and opened again comes back with its actions.
+    auto* editor = window.findChild<TWWorkflowEditorView*>("workflow");
+    while (!editor->actionViews().empty()) editor->removeAction(0);
+    editor->insertAction("TWActionNormalize", 0);
+    editor->insertAction("TWActionFadeInFor", 1);
+    const QString saved = dir.filePath("two.twwf");
+    interaction.answerSavePanels({saved});
+    trigger("&Save Workflow...");
+    while (!editor->actionViews().empty()) editor->removeAction(0);
+    interaction.answerOpenPanels({{saved}});
+    trigger("&Open Workflow...");
+    TWInteraction::setCurrent(nullptr);
+    ASSERT_EQ(editor->actionViews().size(), 2u);
+    EXPECT_EQ(editor->actionViews()[1]->action().className(), "TWActionFadeInFor");
 }
